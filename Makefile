@@ -1,0 +1,59 @@
+# Thin wrappers over CMake. `make run` and `make test` install what is missing first.
+BUILD      ?= build
+NOGUI      ?= build-nogui
+SANITIZE   ?= build-asan
+FUZZBUILD  ?= build-fuzz
+BENCHBUILD ?= build-bench
+JOBS       ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
+GENERATOR  := -G Ninja
+
+.PHONY: all deps configure build run test test-main test-nogui test-asan bench fuzz clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+configure: deps
+	cmake -S . -B $(BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+build: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+run: build
+	@if [ -x $(BUILD)/src/app/fiva ]; then exec $(BUILD)/src/app/fiva; \
+	else echo "The Fiva window is not built yet; the command-line tool is ready:"; $(BUILD)/src/cli/fiva-cli --help; fi
+
+test: test-main test-nogui test-asan
+
+test-main: build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# The libraries, fiva-cli and their tests without QtWidgets, proving the layering holds.
+test-nogui: deps
+	cmake -S . -B $(NOGUI) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DFIVA_BUILD_GUI=OFF
+	cmake --build $(NOGUI) -j $(JOBS)
+	cd $(NOGUI) && ctest --output-on-failure -j $(JOBS)
+
+# The ZIP library and its tests under AddressSanitizer and UndefinedBehaviorSanitizer, and a short
+# run of every fuzz target.
+test-asan: deps
+	cmake -S . -B $(SANITIZE) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DFIVA_ZIP_ONLY=ON \
+	  -DFIVA_SANITIZE=address,undefined
+	cmake --build $(SANITIZE) -j $(JOBS)
+	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
+
+bench: deps
+	cmake -S . -B $(BENCHBUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DFIVA_BUILD_BENCH=ON -DFIVA_BUILD_TESTS=OFF
+	cmake --build $(BENCHBUILD) -j $(JOBS)
+	bench/run-all.sh $(BENCHBUILD)
+
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZBUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DFIVA_BUILD_FUZZ=ON -DFIVA_BUILD_TESTS=OFF
+	cmake --build $(FUZZBUILD) -j $(JOBS)
+	fuzz/run-all.sh $(FUZZBUILD) $(FUZZ_SECONDS)
+
+clean:
+	rm -rf $(BUILD) $(NOGUI) $(SANITIZE) $(FUZZBUILD) $(BENCHBUILD)

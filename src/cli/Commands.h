@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QStringList>
+
+#include <span>
+
+namespace fiva::cli {
+
+// Exit codes shared by every command.
+inline constexpr int exitOk = 0;
+inline constexpr int exitFailure = 1;
+inline constexpr int exitUsage = 2;
+
+struct Command
+{
+    const char *name;
+    const char *usage;   // arguments after the command's name, for the usage line
+    const char *summary; // one line for `fiva-cli --help`
+    // `args` holds what follows the command's name. Each command answers `--help` itself.
+    int (*run)(const QStringList &args);
+};
+
+// Each group lives in its own source file.
+std::span<const Command> zipCommands();
+std::span<const Command> dataCommands();
+std::span<const Command> storeCommands();
+
+// Prints "usage: fiva-cli NAME USAGE" on stderr and returns exitUsage.
+int usageError(const Command &command);
+// True when args ask for help; prints the command's usage on stdout.
+bool helpRequested(const Command &command, const QStringList &args);
+
+} // namespace fiva::cli

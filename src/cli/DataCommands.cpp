@@ -1,0 +1,10 @@
+#include "cli/Commands.h"
+
+namespace fiva::cli {
+
+std::span<const Command> dataCommands()
+{
+    return {};
+}
+
+} // namespace fiva::cli

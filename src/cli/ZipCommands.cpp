@@ -1,0 +1,10 @@
+#include "cli/Commands.h"
+
+namespace fiva::cli {
+
+std::span<const Command> zipCommands()
+{
+    return {};
+}
+
+} // namespace fiva::cli

@@ -1,0 +1,69 @@
+#include "cli/Commands.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <vector>
+
+namespace fiva::cli {
+
+int usageError(const Command &command)
+{
+    std::fprintf(stderr, "usage: fiva-cli %s %s\n", command.name, command.usage);
+    return exitUsage;
+}
+
+bool helpRequested(const Command &command, const QStringList &args)
+{
+    if (!args.contains(QStringLiteral("--help")) && !args.contains(QStringLiteral("-h")))
+        return false;
+    std::printf("usage: fiva-cli %s %s\n%s\n", command.name, command.usage, command.summary);
+    return true;
+}
+
+namespace {
+
+std::vector<Command> allCommands()
+{
+    std::vector<Command> all;
+    for (auto group : {storeCommands(), dataCommands(), zipCommands()})
+        all.insert(all.end(), group.begin(), group.end());
+    return all;
+}
+
+void printOverview(std::FILE *out)
+{
+    std::fprintf(out, "usage: fiva-cli COMMAND [ARGS...]\n\ncommands:\n");
+    for (const Command &c : allCommands())
+        std::fprintf(out, "  %-16s %s\n", c.name, c.summary);
+}
+
+} // namespace
+} // namespace fiva::cli
+
+int main(int argc, char **argv)
+{
+    using namespace fiva::cli;
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Fiva"));
+    QCoreApplication::setApplicationName(QStringLiteral("Fiva"));
+
+    QStringList args = QCoreApplication::arguments();
+    args.removeFirst();
+    if (args.isEmpty()) {
+        printOverview(stderr);
+        return exitUsage;
+    }
+    const QString name = args.takeFirst();
+    if (name == QLatin1String("--help") || name == QLatin1String("-h") || name == QLatin1String("help")) {
+        printOverview(stdout);
+        return exitOk;
+    }
+    for (const Command &c : allCommands()) {
+        if (name == QLatin1String(c.name))
+            return c.run(args);
+    }
+    std::fprintf(stderr, "fiva-cli: unknown command '%s'\n", qPrintable(name));
+    printOverview(stderr);
+    return exitUsage;
+}
