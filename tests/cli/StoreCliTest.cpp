@@ -1,0 +1,6 @@
+#include <gtest/gtest.h>
+
+TEST(CliPlaceholder, BinaryIsKnown)
+{
+    ASSERT_NE(std::getenv("FIVA_CLI"), nullptr);
+}
