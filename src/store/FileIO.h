@@ -1,0 +1,23 @@
+#pragma once
+
+#include "model/Result.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+// Whole-file reading and writing for the store's JSON files. Failures come back as a description
+// naming the path and the cause, ready to be printed after the store's message.
+namespace fiva::fileio {
+
+Result<QByteArray> readWholeFile(const QString &path);
+
+// Replaces the file's content in place. A failed open, a short write or a failed flush or close
+// is an error: the caller must never believe data is on disk when it is not.
+std::optional<QString> writeWholeFile(const QString &path, const QByteArray &bytes);
+
+// Creates the folder and its missing parents; no error when it already exists as a folder.
+std::optional<QString> makeFolder(const QString &path);
+
+} // namespace fiva::fileio

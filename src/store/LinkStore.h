@@ -1,0 +1,158 @@
+#pragma once
+
+#include "model/AutoBackupInterval.h"
+#include "model/BackupLog.h"
+#include "model/LinkItem.h"
+#include "model/Timestamp.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QUuid>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+
+class QTimer;
+
+namespace fiva {
+
+class Clock;
+class Paths;
+class Workspace;
+
+// How long the automatic-backup timer waits for an interval. The application uses the interval's
+// real length; tests pass something short so that nothing waits minutes.
+using TimerPeriod = std::function<std::chrono::milliseconds(AutoBackupInterval)>;
+std::chrono::milliseconds realTimerPeriod(AutoBackupInterval interval);
+
+// The one owner of the user's data: records, categories, backup history, date of the last backup
+// and the automatic-backup settings. Every change to records or categories rewrites
+// AS/Fiva/FivaData.json whole. Operations never report failure to the caller: they print it
+// (see console::print) and leave the in-memory state as it is.
+//
+// Lives on the main thread. Paths, Workspace and Clock must outlive the store.
+class LinkStore final : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(bool autoBackupEnabled READ autoBackupEnabled WRITE setAutoBackupEnabled NOTIFY
+                   autoBackupEnabledChanged)
+    Q_PROPERTY(fiva::AutoBackupInterval autoBackupIntervalOption READ autoBackupIntervalOption WRITE
+                   setAutoBackupIntervalOption NOTIFY autoBackupIntervalOptionChanged)
+    Q_PROPERTY(QList<fiva::LinkItem> items READ items WRITE setItems NOTIFY itemsChanged)
+    Q_PROPERTY(QStringList categories READ categories WRITE setCategories NOTIFY categoriesChanged)
+    Q_PROPERTY(QList<fiva::BackupLog> backupHistory READ backupHistory WRITE setBackupHistory NOTIFY
+                   backupHistoryChanged)
+    Q_PROPERTY(std::optional<fiva::Timestamp> lastBackupDate READ lastBackupDate WRITE setLastBackupDate
+                   NOTIFY lastBackupDateChanged)
+
+public:
+    // Sets the initial values, starts the automatic-backup timer, loads the data file and then
+    // the backup history.
+    LinkStore(const Paths &paths, Workspace &workspace, const Clock &clock,
+              TimerPeriod timerPeriod = realTimerPeriod, QObject *parent = nullptr);
+    ~LinkStore() override;
+
+    // The fallback category of records whose category is deleted, and the initial sole entry.
+    static QString uncategorized();
+
+    bool autoBackupEnabled() const { return m_autoBackupEnabled; }
+    // Every assignment restarts the timer, also when the value does not change.
+    void setAutoBackupEnabled(bool enabled);
+    AutoBackupInterval autoBackupIntervalOption() const { return m_autoBackupIntervalOption; }
+    // Every assignment restarts the timer, also when the value does not change.
+    void setAutoBackupIntervalOption(AutoBackupInterval interval);
+
+    // Records in the order they were added; views sort and filter copies.
+    const QList<LinkItem> &items() const { return m_items; }
+    // The edit form and the detail view change records in place through setItems, appendItem
+    // and updateItem, then call save(). None of the three writes the file by itself.
+    void setItems(QList<LinkItem> items);
+    void appendItem(LinkItem item);
+    // Applies `change` to the first record with this id; false, and no signal, when there is none.
+    bool updateItem(const QUuid &id, const std::function<void(LinkItem &)> &change);
+
+    const QStringList &categories() const { return m_categories; }
+    // Replaces the list as given (no sorting, no saving).
+    void setCategories(QStringList categories);
+
+    // Newest first.
+    const QList<BackupLog> &backupHistory() const { return m_backupHistory; }
+    // Replaces the history in memory only; only addBackupLog writes the history file.
+    void setBackupHistory(QList<BackupLog> history);
+
+    const std::optional<Timestamp> &lastBackupDate() const { return m_lastBackupDate; }
+    // Every assignment is followed by save().
+    void setLastBackupDate(std::optional<Timestamp> date);
+
+    // Writes items, categories and lastBackupDate to AS/Fiva/FivaData.json. Returns whether the
+    // file was written; a failure has already been printed as "❌ Erreur save:".
+    bool save();
+    // Start-up reading of the data file. A data file that exists but cannot be read or decoded
+    // is moved aside first, so that no later save can replace it.
+    void load();
+    // Local paths. AS/Fiva and AS/Fiva_Attachments are created on the way (failures ignored).
+    // Empty when the desktop gives no application-support folder.
+    QString dataFileURL() const;
+    QString historyFileURL() const;
+    QString autoBackupsFolderURL() const;
+    QString attachmentsFolderURL() const;
+
+    // Flips the favourite flag and saves; an unknown id changes and writes nothing.
+    void toggleFavorite(const QUuid &id);
+    // Deletes the record, its attachment files, and saves (also for an unknown id).
+    void deleteItem(const QUuid &id);
+    void addCategory(const QString &name);
+    void addSubCategory(const QString &parent, const QString &name);
+    void renameCategory(const QString &oldName, const QString &newName);
+    void deleteCategory(const QString &name);
+    // True without a backup date or when it is more than three days old.
+    bool isBackupOld() const;
+
+    // Automatic backup and history.
+    void setupAutoBackupTimer();
+    void performAutoBackup();
+    void addBackupLog(const QString &backupFilePath);
+    void pruneAutoBackups();
+    void openAutoBackupsFolder();
+    // The running automatic-backup timer, or null when switched off.
+    QTimer *autoBackupTimer() const { return m_autoBackupTimer; }
+
+    // "AutoBackup-<seconds since 1970>.fivabackup", the number in its shortest exact decimal form.
+    static QString autoBackupFileName(Timestamp time);
+
+Q_SIGNALS:
+    void autoBackupEnabledChanged();
+    void autoBackupIntervalOptionChanged();
+    void itemsChanged();
+    void categoriesChanged();
+    void backupHistoryChanged();
+    void lastBackupDateChanged();
+    // The data file could not be written; the reason has been printed.
+    void saveFailed();
+
+private:
+    QString programFolder() const;
+    void loadBackupHistory();
+    void sortCategories();
+    void setAsideUnreadableDataFile(const QString &path);
+
+    const Paths &m_paths;
+    Workspace &m_workspace;
+    const Clock &m_clock;
+    TimerPeriod m_timerPeriod;
+
+    bool m_autoBackupEnabled = true;
+    AutoBackupInterval m_autoBackupIntervalOption = AutoBackupInterval::fifteenMinutes;
+    QList<LinkItem> m_items;
+    QStringList m_categories;
+    QList<BackupLog> m_backupHistory;
+    std::optional<Timestamp> m_lastBackupDate;
+    QTimer *m_autoBackupTimer = nullptr;
+    // Set when an unreadable data file could not be moved aside: saving would destroy it.
+    QString m_saveRefusal;
+};
+
+} // namespace fiva
