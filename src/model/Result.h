@@ -9,8 +9,7 @@ namespace fiva {
 
 // A value or the description of why there is none. Used where a failure is an expected outcome
 // that the caller reports (decoding a user's file), not a programming error.
-template <class T>
-class Result final
+template <class T> class Result final
 {
 public:
     Result(T value) : m_value(std::move(value)) {}
