@@ -1,0 +1,141 @@
+#pragma once
+
+#include "zip/DeflateStream.h"
+#include "zip/Entry.h"
+#include "zip/Records.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+
+namespace fiva::zip {
+
+// A ZIP file on disk, opened to read its entries or to add new ones. Not copyable; the stream closes with it.
+class Archive final
+{
+public:
+    enum class AccessMode : int { create = 0, read = 1, update = 2 };
+
+    // Opens (read, update) or creates (create) the archive; throws on failure.
+    Archive(std::filesystem::path url, AccessMode accessMode,
+            std::optional<PathEncoding> pathEncoding = std::nullopt);
+    ~Archive();
+    Archive(const Archive &) = delete;
+    Archive &operator=(const Archive &) = delete;
+
+    const std::filesystem::path &url() const { return m_url; }
+    AccessMode accessMode() const { return m_accessMode; }
+    std::optional<PathEncoding> pathEncoding() const { return m_pathEncoding; }
+    const EndOfCentralDirectoryRecord &endOfCentralDirectoryRecord() const
+    {
+        return m_endOfCentralDirectoryRecord;
+    }
+    const std::optional<ZIP64EndOfCentralDirectory> &zip64EndOfCentralDirectory() const
+    {
+        return m_zip64EndOfCentralDirectory;
+    }
+
+    struct Sentinel
+    {
+    };
+    // Walks the central directory, re-reading the records from the file; stops silently at the first
+    // unreadable record or encrypted entry.
+    class Iterator
+    {
+    public:
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+
+        Iterator() = default;
+        explicit Iterator(Archive *archive);
+        const Entry &operator*() const { return *m_current; }
+        const Entry *operator->() const { return &*m_current; }
+        Iterator &operator++();
+        void operator++(int) { ++*this; }
+        bool operator==(Sentinel) const { return !m_current.has_value(); }
+
+    private:
+        void advance();
+        // Bytes at [offset, offset + count) out of a window of the central directory read in large blocks.
+        Bytes directoryBytes(std::uint64_t offset, std::size_t count);
+
+        Archive *m_archive = nullptr;
+        std::uint64_t m_offset = 0;
+        std::uint64_t m_index = 0;
+        std::uint64_t m_count = 0;
+        std::optional<Entry> m_current;
+        Bytes m_window;
+        std::uint64_t m_windowOffset = 0;
+    };
+    Iterator begin() { return Iterator(this); }
+    Sentinel end() const { return {}; }
+
+    // The first entry whose decoded path equals `path`.
+    std::optional<Entry> operator[](std::string_view path);
+
+    // Feeds the entry's uncompressed bytes to `consumer` and returns the CRC-32 of what it produced (0 for a
+    // directory, and 0 for file data with `skipCRC32`). Never compares it: that is the caller's job.
+    std::uint32_t extract(const Entry &entry, const Consumer &consumer,
+                          std::size_t bufferSize = defaultReadChunkSize, bool skipCRC32 = false);
+
+    // Creates the item of one entry at `url` (parent folders included) and returns the CRC-32 of what it
+    // extracted; the caller compares it. Links whose target leaves their folder are refused unless allowed.
+    std::uint32_t extract(const Entry &entry, const std::filesystem::path &url,
+                          std::size_t bufferSize = defaultReadChunkSize, bool skipCRC32 = false,
+                          bool allowUncontainedSymlinks = false);
+
+    // Adds the item at relativeTo/path from the file system.
+    void addEntry(std::string_view path, const std::filesystem::path &relativeTo,
+                  CompressionMethod compressionMethod = CompressionMethod::none,
+                  std::size_t bufferSize = defaultWriteChunkSize);
+    // Adds the item at `fileURL`, stored under `path`: its type, size, date and permissions come from lstat.
+    void addEntryFromFileURL(std::string_view path, const std::filesystem::path &fileURL,
+                             CompressionMethod compressionMethod = CompressionMethod::none,
+                             std::size_t bufferSize = defaultWriteChunkSize);
+    // The core addition: `provider` yields the entry's bytes; the archive is complete again afterwards.
+    void addEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
+                  Date modificationDate = std::chrono::system_clock::now(),
+                  std::optional<std::uint16_t> permissions = std::nullopt,
+                  CompressionMethod compressionMethod = CompressionMethod::none,
+                  std::size_t bufferSize = defaultWriteChunkSize, const Provider &provider = {});
+
+    // Packing a folder adds thousands of entries; rewriting the directory after each is quadratic. Between
+    // these two calls additions only append their local headers and data, and the directory and end records
+    // are written once at the end: the file then holds exactly the bytes of adding the entries one by one.
+    void beginDeferringCentralDirectory();
+    void writeDeferredCentralDirectory();
+
+private:
+    struct Totals
+    {
+        std::uint64_t entryCount = 0;
+        std::uint64_t centralDirectorySize = 0;
+        std::uint64_t centralDirectoryOffset = 0;
+    };
+    Totals totals() const;
+    std::uint64_t fileLength();
+    // Reads up to `count` bytes at `offset`; fewer on a short read or an error.
+    Bytes readAt(std::uint64_t offset, std::size_t count);
+    bool findEndRecords();
+    void seek(std::uint64_t offset);
+    void write(ByteView bytes);
+    Bytes readCentralDirectory();
+    void writeCentralDirectoryAndEndRecords(const Bytes &centralDirectory, const Totals &totals);
+
+    std::filesystem::path m_url;
+    AccessMode m_accessMode;
+    std::optional<PathEncoding> m_pathEncoding;
+    std::FILE *m_archiveFile = nullptr;
+    EndOfCentralDirectoryRecord m_endOfCentralDirectoryRecord;
+    std::optional<ZIP64EndOfCentralDirectory> m_zip64EndOfCentralDirectory;
+    std::uint64_t m_endRecordOffset = 0;
+    std::optional<std::uint64_t> m_readLength;
+
+    bool m_deferring = false;
+    Bytes m_deferredCentralDirectory;
+    Totals m_deferredTotals;
+};
+
+} // namespace fiva::zip
