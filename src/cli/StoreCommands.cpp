@@ -128,7 +128,7 @@ int runAdd(const QStringList &args)
     const QString p = trimHorizontalWhitespace(*path);
     if (t.isEmpty() || p.isEmpty()) {
         printError(self, QStringLiteral("Le titre et le lien ne doivent pas être vides."));
-        return exitUsage;
+        return usageError(self);
     }
 
     SystemClock clock;
