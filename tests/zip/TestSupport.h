@@ -183,8 +183,8 @@ struct RawEntry
     std::uint16_t flags = 0x0800;
     std::uint16_t versionMadeBy = 0x0315;
     std::uint32_t externalAttributes = 0100644u << 16;
-    std::optional<std::uint32_t> crc;   // defaults to the real CRC of `content`
-    std::optional<std::string> rawData; // bytes written as the entry's data instead of `content`
+    std::optional<std::uint32_t> crc{};   // defaults to the real CRC of `content`
+    std::optional<std::string> rawData{}; // bytes written as the entry's data instead of `content`
 };
 
 // Local headers and data, central directory and end record, with an optional archive comment.
