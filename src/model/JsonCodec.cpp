@@ -4,6 +4,8 @@
 
 #include <QFileInfo>
 
+#include <array>
+#include <cstdint>
 #include <simdjson.h>
 #include <string_view>
 
@@ -185,41 +187,41 @@ QString readString(dom::element value, const Place &place)
     return QString::fromUtf8(text.data(), qsizetype(text.size()));
 }
 
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
+// Hex digit values, -1 for every other byte.
+constexpr std::array<signed char, 256> hexValues = [] {
+    std::array<signed char, 256> table{};
+    table.fill(-1);
+    for (int c = '0'; c <= '9'; ++c)
+        table[std::size_t(c)] = static_cast<signed char>(c - '0');
+    for (int c = 'a'; c <= 'f'; ++c) {
+        table[std::size_t(c)] = static_cast<signed char>(c - 'a' + 10);
+        table[std::size_t(c - 'a' + 'A')] = static_cast<signed char>(c - 'a' + 10);
+    }
+    return table;
+}();
 
 // Only the bare 36-character form, in either case: braces or other spellings are not ours.
 QUuid readUuid(dom::element value, const Place &place)
 {
     const std::string_view text = readUtf8(value, place);
-    auto invalid = [&] { fail(place, QStringLiteral("not a valid UUID: ") + quoted(text)); };
-    if (text.size() != 36)
-        invalid();
-    std::array<quint8, 16> bytes{};
-    int byte = 0;
-    for (std::size_t i = 0; i < 36;) {
-        if (i == 8 || i == 13 || i == 18 || i == 23) {
-            if (text[i] != '-')
-                invalid();
-            ++i;
-            continue;
+    std::array<char, 16> bytes{};
+    bool valid = text.size() == 36 && text[8] == '-' && text[13] == '-' && text[18] == '-' && text[23] == '-';
+    if (valid) {
+        // Offsets of the 16 two-digit groups between the dashes.
+        static constexpr std::array<std::uint8_t, 16> offsets = {0,  2,  4,  6,  9,  11, 14, 16,
+                                                                 19, 21, 24, 26, 28, 30, 32, 34};
+        int bad = 0;
+        for (std::size_t i = 0; i < 16; ++i) {
+            const int high = hexValues[static_cast<unsigned char>(text[offsets[i]])];
+            const int low = hexValues[static_cast<unsigned char>(text[offsets[i] + 1u])];
+            bad |= high | low;
+            bytes[i] = char(high << 4 | low);
         }
-        const int high = hexDigit(text[i]);
-        const int low = hexDigit(text[i + 1]);
-        if (high < 0 || low < 0)
-            invalid();
-        bytes[std::size_t(byte++)] = quint8(high << 4 | low);
-        i += 2;
+        valid = bad >= 0;
     }
-    return QUuid::fromRfc4122(QByteArrayView(reinterpret_cast<const char *>(bytes.data()), 16));
+    if (!valid)
+        fail(place, QStringLiteral("not a valid UUID: ") + quoted(text));
+    return QUuid::fromRfc4122(QByteArrayView(bytes.data(), 16));
 }
 
 double readDate(dom::element value, const Place &place)

@@ -1,0 +1,147 @@
+// The data file at 10,000 and 100,000 records: the codec alone (decode, encode) and the store
+// around it (start-up, which reads, decodes, rewrites and sorts; one save after toggleFavorite).
+#include "model/JsonCodec.h"
+#include "platform/Clock.h"
+#include "platform/Paths.h"
+#include "platform/Workspace.h"
+#include "store/LinkStore.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <map>
+#include <optional>
+
+#include "common/DataGenerator.h"
+
+namespace {
+
+using namespace fiva;
+
+class NoWorkspace final : public Workspace
+{
+public:
+    bool openUrl(const QUrl &) override { return false; }
+    bool openPath(const QString &) override { return false; }
+    bool showFolder(const QString &) override { return false; }
+    bool revealItem(const QString &) override { return false; }
+};
+
+const QByteArray &encodedData(int count)
+{
+    static std::map<int, QByteArray> cache;
+    auto it = cache.find(count);
+    if (it == cache.end())
+        it = cache.emplace(count, json::encode(bench::generateSavedData(count)).value()).first;
+    return it->second;
+}
+
+// An application-support folder holding the generated data file, as the store expects it.
+class DataFolder
+{
+public:
+    explicit DataFolder(int count)
+        : m_paths(m_dir.path(), m_dir.path() + QStringLiteral("/tmp")),
+          m_dataFile(m_dir.path() + QStringLiteral("/Fiva/FivaData.json"))
+    {
+        QDir().mkpath(m_dir.path() + QStringLiteral("/Fiva"));
+        QFile file(m_dataFile);
+        const QByteArray &bytes = encodedData(count);
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+            std::fprintf(stderr, "cannot write %s\n", qPrintable(m_dataFile));
+    }
+
+    const Paths &paths() const { return m_paths; }
+
+private:
+    QTemporaryDir m_dir;
+    FixedPaths m_paths;
+    QString m_dataFile;
+};
+
+void setBytes(benchmark::State &state, int count)
+{
+    state.SetBytesProcessed(std::int64_t(state.iterations()) * encodedData(count).size());
+    state.counters["file_MB"] = double(encodedData(count).size()) / 1e6;
+}
+
+void decode(benchmark::State &state)
+{
+    const int count = int(state.range(0));
+    const QByteArray &bytes = encodedData(count);
+    for (auto _ : state) {
+        std::optional<Result<SavedData>> result;
+        result.emplace(json::decodeSavedData(bytes));
+        if (!result->ok())
+            state.SkipWithError(qPrintable(result->error()));
+        // Freeing the records is the caller's business, not decoding.
+        state.PauseTiming();
+        result.reset();
+        state.ResumeTiming();
+    }
+    setBytes(state, count);
+}
+
+void encode(benchmark::State &state)
+{
+    const int count = int(state.range(0));
+    const SavedData data = json::decodeSavedData(encodedData(count)).value();
+    for (auto _ : state) {
+        QByteArray bytes = json::encode(data).value();
+        benchmark::DoNotOptimize(bytes);
+    }
+    setBytes(state, count);
+}
+
+void storeStartUp(benchmark::State &state)
+{
+    const int count = int(state.range(0));
+    DataFolder folder(count);
+    NoWorkspace workspace;
+    SystemClock clock;
+    for (auto _ : state) {
+        std::optional<LinkStore> store;
+        store.emplace(folder.paths(), workspace, clock);
+        if (store->items().size() != count)
+            state.SkipWithError("the store did not load every record");
+        // Freeing 100k records is not part of start-up.
+        state.PauseTiming();
+        store.reset();
+        state.ResumeTiming();
+    }
+    setBytes(state, count);
+}
+
+void saveAfterToggleFavorite(benchmark::State &state)
+{
+    const int count = int(state.range(0));
+    DataFolder folder(count);
+    NoWorkspace workspace;
+    SystemClock clock;
+    LinkStore store(folder.paths(), workspace, clock);
+    const QUuid id = store.items().at(count / 2).id;
+    for (auto _ : state)
+        store.toggleFavorite(id);
+    setBytes(state, count);
+}
+
+} // namespace
+
+BENCHMARK(decode)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(encode)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(storeStartUp)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(saveAfterToggleFavorite)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+int main(int argc, char **argv)
+{
+    // The store's timer needs an application object; nothing here runs its event loop.
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

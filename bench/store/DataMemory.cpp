@@ -1,0 +1,113 @@
+// Peak memory of reading the data file, measured in a fresh process for each case so that one
+// case's high-water mark cannot hide another's: the program runs itself with --measure.
+#include "model/JsonCodec.h"
+#include "platform/Clock.h"
+#include "platform/Paths.h"
+#include "platform/Workspace.h"
+#include "store/LinkStore.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "common/DataGenerator.h"
+
+namespace {
+
+using namespace fiva;
+
+class NoWorkspace final : public Workspace
+{
+public:
+    bool openUrl(const QUrl &) override { return false; }
+    bool openPath(const QString &) override { return false; }
+    bool showFolder(const QString &) override { return false; }
+    bool revealItem(const QString &) override { return false; }
+};
+
+long peakKiB()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+long currentKiB()
+{
+    QFile statm(QStringLiteral("/proc/self/statm"));
+    if (!statm.open(QIODevice::ReadOnly))
+        return 0;
+    const QList<QByteArray> fields = statm.readAll().split(' ');
+    return fields.size() > 1 ? fields[1].toLong() * (sysconf(_SC_PAGESIZE) / 1024) : 0;
+}
+
+// Child: "decode" reads and decodes the file; "store" starts a LinkStore on the folder around it.
+// Prints "BASELINE_KIB PEAK_KIB".
+int measure(const QString &mode, const QString &asFolder)
+{
+    const long baseline = currentKiB();
+    const QString dataFile = asFolder + QStringLiteral("/Fiva/FivaData.json");
+    qsizetype count = -1;
+    if (mode == QStringLiteral("decode")) {
+        QFile file(dataFile);
+        if (!file.open(QIODevice::ReadOnly))
+            return 1;
+        const QByteArray bytes = file.readAll();
+        auto data = json::decodeSavedData(bytes);
+        count = data.ok() ? data.value().items.size() : -1;
+    } else {
+        FixedPaths paths(asFolder, asFolder + QStringLiteral("/tmp"));
+        NoWorkspace workspace;
+        SystemClock clock;
+        LinkStore store(paths, workspace, clock);
+        count = store.items().size();
+    }
+    std::printf("%ld %ld %lld\n", baseline, peakKiB(), static_cast<long long>(count));
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    const QStringList args = QCoreApplication::arguments();
+    if (args.size() == 4 && args[1] == QStringLiteral("--measure"))
+        return measure(args[2], args[3]);
+
+    std::printf("%-8s %-7s %10s %12s %12s %8s\n", "records", "mode", "file_MB", "peak_MB", "above_base_MB",
+                "x_file");
+    for (int count : {10000, 100000}) {
+        QTemporaryDir dir;
+        QDir().mkpath(dir.path() + QStringLiteral("/Fiva"));
+        const QByteArray bytes = json::encode(bench::generateSavedData(count)).value();
+        QFile file(dir.path() + QStringLiteral("/Fiva/FivaData.json"));
+        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+            return 1;
+        file.close();
+        for (const QString &mode : {QStringLiteral("decode"), QStringLiteral("store")}) {
+            QProcess child;
+            child.start(QCoreApplication::applicationFilePath(),
+                        {QStringLiteral("--measure"), mode, dir.path()});
+            child.waitForFinished(-1);
+            const QList<QByteArray> out = child.readAllStandardOutput().trimmed().split(' ');
+            if (child.exitCode() != 0 || out.size() != 3 || out[2].toLongLong() != count) {
+                std::fprintf(stderr, "measurement of %s failed\n", qPrintable(mode));
+                return 1;
+            }
+            const double fileMB = double(bytes.size()) / 1e6;
+            const double peakMB = out[1].toDouble() * 1024 / 1e6;
+            const double aboveMB = (out[1].toDouble() - out[0].toDouble()) * 1024 / 1e6;
+            std::printf("%-8d %-7s %10.1f %12.1f %12.1f %8.2f\n", count, qPrintable(mode), fileMB, peakMB,
+                        aboveMB, peakMB / fileMB);
+        }
+    }
+    return 0;
+}
