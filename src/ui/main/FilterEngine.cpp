@@ -1,0 +1,529 @@
+#include "ui/main/FilterEngine.h"
+
+#include "ui/main/SearchText.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <thread>
+
+namespace fiva {
+
+namespace {
+
+// The head and tail that the edit form wraps around every note. Both are ASCII without line-feed
+// pairs, so no grapheme cluster crosses their edges except through the first or last character.
+constexpr QStringView notesHead =
+    u"<html>\n    <head>\n        <meta charset=\"UTF-8\">\n    </head>\n    <body>\n        <p>";
+constexpr QStringView notesTail = u"</p>\n    </body>\n</html>";
+// How much of the head and tail stays around the user's text, so that short queries that straddle
+// an edge are still found by the plain scan.
+constexpr qsizetype notesContext = 16;
+
+constexpr std::size_t recentMatchesKept = 8;
+
+// UTF-8, except that a lone surrogate is written as its own three bytes instead of a replacement
+// character: the encoding stays one-to-one, so a byte match is a code-unit match.
+void appendWtf8(std::string &out, QStringView text)
+{
+    const qsizetype n = text.size();
+    for (qsizetype i = 0; i < n; ++i) {
+        char32_t c = text[i].unicode();
+        if (c < 0x80) {
+            out.push_back(static_cast<char>(c));
+            continue;
+        }
+        if (QChar::isHighSurrogate(c) && i + 1 < n && text[i + 1].isLowSurrogate()) {
+            c = QChar::surrogateToUcs4(static_cast<char16_t>(c), text[i + 1].unicode());
+            ++i;
+        }
+        if (c < 0x800) {
+            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        } else if (c < 0x10000) {
+            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        } else {
+            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        }
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+}
+
+QString fromWtf8(const char *data, std::size_t size)
+{
+    QString out;
+    out.reserve(static_cast<qsizetype>(size));
+    const auto *p = reinterpret_cast<const unsigned char *>(data);
+    const auto *end = p + size;
+    while (p < end) {
+        char32_t c = *p;
+        int more = 0;
+        if (c >= 0xF0) {
+            c &= 0x07;
+            more = 3;
+        } else if (c >= 0xE0) {
+            c &= 0x0F;
+            more = 2;
+        } else if (c >= 0xC0) {
+            c &= 0x1F;
+            more = 1;
+        }
+        ++p;
+        for (; more > 0 && p < end; --more, ++p)
+            c = (c << 6) | (*p & 0x3F);
+        if (QChar::requiresSurrogates(c)) {
+            out.append(QChar(QChar::highSurrogate(c)));
+            out.append(QChar(QChar::lowSurrogate(c)));
+        } else {
+            out.append(QChar(static_cast<char16_t>(c)));
+        }
+    }
+    return out;
+}
+
+bool isContinuation(unsigned char byte)
+{
+    return (byte & 0xC0) == 0x80;
+}
+
+// Whether a match may end or begin at `at`, inside the field [fieldBegin, fieldEnd). Below U+0300
+// nothing combines with its neighbour except CR with LF, which decides nearly every case from two
+// bytes; the rest asks Qt's grapheme rules on the decoded field.
+bool isBoundaryIn(const char *fieldBegin, const char *fieldEnd, const char *at)
+{
+    if (at == fieldBegin || at == fieldEnd)
+        return true;
+    const auto next = static_cast<unsigned char>(*at);
+    const char *previousStart = at - 1;
+    while (previousStart > fieldBegin && isContinuation(static_cast<unsigned char>(*previousStart)))
+        --previousStart;
+    const auto previous = static_cast<unsigned char>(*previousStart);
+    if (next < 0xCC && previous < 0xCC)
+        return !(previous == '\r' && next == '\n');
+    const QString field = fromWtf8(fieldBegin, static_cast<std::size_t>(fieldEnd - fieldBegin));
+    const qsizetype position = fromWtf8(fieldBegin, static_cast<std::size_t>(at - fieldBegin)).size();
+    return isCharacterBoundary(field, position);
+}
+
+bool isBoundary(const char *spanBegin, const char *spanEnd, const char *at)
+{
+    const char *fieldBegin = at;
+    while (fieldBegin > spanBegin && fieldBegin[-1] != '\0')
+        --fieldBegin;
+    const char *fieldEnd =
+        static_cast<const char *>(std::memchr(at, '\0', static_cast<std::size_t>(spanEnd - at)));
+    return isBoundaryIn(fieldBegin, fieldEnd ? fieldEnd : spanEnd, at);
+}
+
+template <typename Work> void runSplit(bool twoThreads, std::size_t threshold, std::size_t size, Work &&work)
+{
+    if (!twoThreads || size < std::max<std::size_t>(threshold, 2) ||
+        std::thread::hardware_concurrency() < 2) {
+        work(0, size, 0);
+        return;
+    }
+    const std::size_t half = size / 2;
+    std::thread helper([&work, half, size] { work(half, size, 1); });
+    work(0, half, 0);
+    helper.join();
+}
+
+bool sameText(const LinkItem &a, const LinkItem &b)
+{
+    return a.title == b.title && a.path == b.path && a.notes == b.notes;
+}
+
+} // namespace
+
+struct FilterEngine::Query
+{
+    QString key;
+    std::string bytes;
+    std::size_t rareIndex = 0;
+    bool slow = false;          // holds a NUL, which the buffer uses between fields
+    bool inHeadOrTail = false;  // every wrapped note matches through its head or tail alone
+    bool crossesWindow = false; // may straddle a note's edge by more than the context kept
+};
+
+FilterEngine::FilterEngine(const QCollator &collator) : m_collator(collator) {}
+
+void FilterEngine::setCollator(const QCollator &collator)
+{
+    m_collator = collator;
+    m_sortKeys.assign(m_sortKeys.size(), std::nullopt);
+    m_orders[static_cast<std::size_t>(SortOrder::alphabetical)].reset();
+}
+
+void FilterEngine::appendRecordText(const LinkItem &item, std::string &text, Span &span) const
+{
+    static const QString head = searchKey(notesHead.toString());
+    static const QString tail = searchKey(notesTail.toString());
+    span.begin = text.size();
+    appendWtf8(text, searchKey(item.title));
+    text.push_back('\0');
+    appendWtf8(text, searchKey(item.path));
+    text.push_back('\0');
+    span.wrappedNotes = false;
+    if (item.notes) {
+        const QString notes = searchKey(*item.notes);
+        if (notes.size() >= head.size() + tail.size() && notes.startsWith(head) && notes.endsWith(tail)) {
+            span.wrappedNotes = true;
+            const qsizetype from = head.size() - notesContext;
+            appendWtf8(text,
+                       QStringView(notes).sliced(from, notes.size() - from - (tail.size() - notesContext)));
+        } else {
+            appendWtf8(text, notes);
+        }
+    }
+    text.push_back('\0');
+    span.end = text.size();
+}
+
+int FilterEngine::categoryId(const QString &category)
+{
+    if (auto found = m_categoryIdByRawName.constFind(category); found != m_categoryIdByRawName.cend())
+        return found.value();
+    const QString normalized = category.normalized(QString::NormalizationForm_C);
+    auto id = m_categoryIdByNormalizedName.constFind(normalized);
+    if (id == m_categoryIdByNormalizedName.cend())
+        id = m_categoryIdByNormalizedName.insert(normalized, int(m_categoryIdByNormalizedName.size()));
+    m_categoryIdByRawName.insert(category, id.value());
+    return id.value();
+}
+
+void FilterEngine::setItems(const QList<LinkItem> &items)
+{
+    const QList<LinkItem> old = std::exchange(m_items, items);
+    const auto n = static_cast<std::size_t>(m_items.size());
+
+    // Where each record was before, found by position first and by id when records moved.
+    std::vector<int> previous(n, -1);
+    QHash<QUuid, int> oldById;
+    bool sameIdsInPlace = old.size() == m_items.size();
+    bool textUnchanged = sameIdsInPlace, datesUnchanged = sameIdsInPlace, titlesUnchanged = sameIdsInPlace;
+    std::vector<std::uint8_t> textReusable(n, 0);
+    for (std::size_t i = 0; i < n; ++i) {
+        const LinkItem &item = m_items[qsizetype(i)];
+        int before = -1;
+        if (qsizetype(i) < old.size() && old[qsizetype(i)].id == item.id) {
+            before = int(i);
+        } else {
+            sameIdsInPlace = textUnchanged = datesUnchanged = titlesUnchanged = false;
+            if (oldById.isEmpty()) {
+                for (int j = int(old.size()) - 1; j >= 0; --j)
+                    oldById.insert(old[j].id, j);
+            }
+            before = oldById.value(item.id, -1);
+        }
+        previous[i] = before;
+        if (before < 0)
+            continue;
+        const LinkItem &was = old[before];
+        textReusable[i] = sameText(was, item);
+        textUnchanged = textUnchanged && textReusable[i];
+        datesUnchanged = datesUnchanged && was.createdAt == item.createdAt;
+        titlesUnchanged = titlesUnchanged && was.title == item.title;
+    }
+
+    if (!textUnchanged) {
+        std::string text;
+        text.reserve(m_text.size() + 1024);
+        std::vector<Span> spans(n);
+        for (std::size_t i = 0; i < n; ++i) {
+            if (textReusable[i]) {
+                const Span &was = m_spans[std::size_t(previous[i])];
+                spans[i] = {text.size(), text.size() + (was.end - was.begin), was.wrappedNotes};
+                text.append(m_text, was.begin, was.end - was.begin);
+            } else {
+                appendRecordText(m_items[qsizetype(i)], text, spans[i]);
+            }
+        }
+        m_text = std::move(text);
+        m_spans = std::move(spans);
+        m_recentMatches.clear();
+        m_byteCounts.fill(0);
+        for (std::size_t i = 0; i < m_text.size(); i += 61)
+            ++m_byteCounts[static_cast<unsigned char>(m_text[i])];
+    }
+
+    std::vector<std::optional<QCollatorSortKey>> sortKeys(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        const int before = previous[i];
+        if (before >= 0 && std::size_t(before) < m_sortKeys.size() &&
+            old[before].title == m_items[qsizetype(i)].title)
+            sortKeys[i] = std::move(m_sortKeys[std::size_t(before)]);
+    }
+    m_sortKeys = std::move(sortKeys);
+
+    m_categoryIds.resize(n);
+    for (std::size_t i = 0; i < n; ++i)
+        m_categoryIds[i] = categoryId(m_items[qsizetype(i)].category);
+
+    if (!datesUnchanged) {
+        m_orders[std::size_t(SortOrder::recentFirst)].reset();
+        m_orders[std::size_t(SortOrder::oldFirst)].reset();
+    }
+    if (!titlesUnchanged)
+        m_orders[std::size_t(SortOrder::alphabetical)].reset();
+}
+
+bool FilterEngine::spanContains(const Query &query, const char *begin, const char *end) const
+{
+    const std::string &needle = query.bytes;
+    const std::size_t m = needle.size();
+    if (std::size_t(end - begin) < m)
+        return false;
+    const char rare = needle[query.rareIndex];
+    const char *p = begin + query.rareIndex;
+    const char *last = end - m + query.rareIndex + 1;
+    while (p < last) {
+        p = static_cast<const char *>(std::memchr(p, rare, std::size_t(last - p)));
+        if (!p)
+            return false;
+        const char *start = p - query.rareIndex;
+        if (std::memcmp(start, needle.data(), m) == 0 && isBoundary(begin, end, start) &&
+            isBoundary(begin, end, start + m))
+            return true;
+        ++p;
+    }
+    return false;
+}
+
+bool FilterEngine::matchesSlowly(const Query &query, int index) const
+{
+    const LinkItem &item = m_items[index];
+    return containsWholeCharacters(searchKey(item.title), query.key) ||
+           containsWholeCharacters(searchKey(item.path), query.key) ||
+           (item.notes && containsWholeCharacters(searchKey(*item.notes), query.key));
+}
+
+bool FilterEngine::recordMatches(const Query &query, int index) const
+{
+    if (query.slow)
+        return matchesSlowly(query, index);
+    const Span &span = m_spans[std::size_t(index)];
+    if (span.wrappedNotes) {
+        if (query.inHeadOrTail)
+            return true;
+        if (query.crossesWindow)
+            return matchesSlowly(query, index);
+    }
+    return spanContains(query, m_text.data() + span.begin, m_text.data() + span.end);
+}
+
+void FilterEngine::scanAll(const Query &query, int first, int last, std::vector<int> &out) const
+{
+    if (first >= last)
+        return;
+    // One memchr pass over the whole range instead of one call per record: the rare byte usually
+    // lies thousands of bytes apart.
+    const char *base = m_text.data();
+    const std::string &needle = query.bytes;
+    const std::size_t m = needle.size();
+    const char rare = needle[query.rareIndex];
+    const char *rangeEnd = base + m_spans[std::size_t(last - 1)].end;
+    if (std::size_t(rangeEnd - (base + m_spans[std::size_t(first)].begin)) < m)
+        return;
+    const char *limit = rangeEnd - m + query.rareIndex + 1;
+    const char *p = base + m_spans[std::size_t(first)].begin + query.rareIndex;
+    int record = first;
+    while (p < limit) {
+        p = static_cast<const char *>(std::memchr(p, rare, std::size_t(limit - p)));
+        if (!p)
+            return;
+        const char *start = p - query.rareIndex;
+        while (base + m_spans[std::size_t(record)].end <= start)
+            ++record;
+        const Span &span = m_spans[std::size_t(record)];
+        if (std::memcmp(start, needle.data(), m) == 0 &&
+            isBoundary(base + span.begin, base + span.end, start) &&
+            isBoundary(base + span.begin, base + span.end, start + m)) {
+            out.push_back(record);
+            if (++record >= last)
+                return;
+            p = base + m_spans[std::size_t(record)].begin + query.rareIndex;
+            continue;
+        }
+        ++p;
+    }
+}
+
+void FilterEngine::scanCandidates(const Query &query, const int *first, const int *last,
+                                  std::vector<int> &out) const
+{
+    for (const int *index = first; index != last; ++index) {
+        if (recordMatches(query, *index))
+            out.push_back(*index);
+    }
+}
+
+std::vector<int> FilterEngine::scan(const Query &query, const std::vector<int> *candidates) const
+{
+    std::vector<int> allIndexes;
+    const bool plainScan = !candidates && !query.slow && !query.inHeadOrTail && !query.crossesWindow;
+    if (!candidates && !plainScan) {
+        allIndexes.resize(m_spans.size());
+        for (std::size_t i = 0; i < allIndexes.size(); ++i)
+            allIndexes[i] = int(i);
+        candidates = &allIndexes;
+    }
+    const std::size_t size = candidates ? candidates->size() : m_spans.size();
+    std::array<std::vector<int>, 2> parts;
+    runSplit(m_tuning.twoThreads, m_tuning.parallelThreshold, size,
+             [&](std::size_t from, std::size_t to, int part) {
+                 if (plainScan)
+                     scanAll(query, int(from), int(to), parts[std::size_t(part)]);
+                 else
+                     scanCandidates(query, candidates->data() + from, candidates->data() + to,
+                                    parts[std::size_t(part)]);
+             });
+    parts[0].insert(parts[0].end(), parts[1].begin(), parts[1].end());
+    return std::move(parts[0]);
+}
+
+const std::vector<int> *FilterEngine::textMatches(const QString &searchText)
+{
+    Query query;
+    query.key = searchKey(searchText);
+    if (query.key.isEmpty())
+        return nullptr;
+    for (auto it = m_recentMatches.begin(); it != m_recentMatches.end(); ++it) {
+        if (it->key == query.key) {
+            if (it != m_recentMatches.begin()) {
+                Matches found = std::move(*it);
+                m_recentMatches.erase(it);
+                m_recentMatches.push_front(std::move(found));
+            }
+            return &m_recentMatches.front().items;
+        }
+    }
+
+    // A record that holds the new query at character boundaries also holds any earlier query that
+    // sits inside it at character boundaries, so only that query's matches need to be searched.
+    const std::vector<int> *candidates = nullptr;
+    if (m_tuning.keepRecentMatches) {
+        for (const Matches &recent : m_recentMatches) {
+            if (candidates && candidates->size() <= recent.items.size())
+                continue;
+            for (qsizetype at = query.key.indexOf(recent.key); at >= 0;
+                 at = query.key.indexOf(recent.key, at + 1)) {
+                if (isCharacterBoundary(query.key, at) &&
+                    isCharacterBoundary(query.key, at + recent.key.size())) {
+                    candidates = &recent.items;
+                    break;
+                }
+            }
+        }
+    }
+
+    appendWtf8(query.bytes, query.key);
+    query.slow = query.bytes.find('\0') != std::string::npos;
+    std::uint32_t fewest = std::numeric_limits<std::uint32_t>::max();
+    for (std::size_t i = 0; i < query.bytes.size(); ++i) {
+        const std::uint32_t count = m_byteCounts[static_cast<unsigned char>(query.bytes[i])];
+        if (count < fewest) {
+            fewest = count;
+            query.rareIndex = i;
+        }
+    }
+    static const QString head = searchKey(notesHead.toString());
+    static const QString tail = searchKey(notesTail.toString());
+    query.inHeadOrTail = containsWholeCharacters(QStringView(head).chopped(1), query.key) ||
+                         containsWholeCharacters(QStringView(tail).sliced(1), query.key);
+    const QStringView key = query.key;
+    for (qsizetype j = notesContext + 1; j <= key.size() && !query.crossesWindow; ++j) {
+        query.crossesWindow = (j <= head.size() && key.first(j) == QStringView(head).last(j)) ||
+                              (j <= tail.size() && key.last(j) == QStringView(tail).first(j));
+    }
+
+    Matches matches{query.key, scan(query, candidates)};
+    if (!m_tuning.keepRecentMatches)
+        m_recentMatches.clear();
+    m_recentMatches.push_front(std::move(matches));
+    if (m_recentMatches.size() > recentMatchesKept)
+        m_recentMatches.pop_back();
+    return &m_recentMatches.front().items;
+}
+
+const std::vector<int> &FilterEngine::order(SortOrder sortOrder)
+{
+    std::optional<std::vector<int>> &cached = m_orders[std::size_t(sortOrder)];
+    if (cached)
+        return *cached;
+    std::vector<int> indexes(std::size_t(m_items.size()));
+    for (std::size_t i = 0; i < indexes.size(); ++i)
+        indexes[i] = int(i);
+    switch (sortOrder) {
+    case SortOrder::recentFirst:
+        std::stable_sort(indexes.begin(), indexes.end(),
+                         [this](int a, int b) { return m_items[a].createdAt > m_items[b].createdAt; });
+        break;
+    case SortOrder::oldFirst:
+        std::stable_sort(indexes.begin(), indexes.end(),
+                         [this](int a, int b) { return m_items[a].createdAt < m_items[b].createdAt; });
+        break;
+    case SortOrder::alphabetical:
+        if (m_collator.locale() == QLocale::c()) {
+            // Qt compares C-locale strings by UTF-16 code units, but its C sort keys are UTF-8
+            // bytes, which order surrogates differently; use the comparison itself.
+            std::stable_sort(indexes.begin(), indexes.end(), [this](int a, int b) {
+                return m_collator.compare(m_items[a].title, m_items[b].title) < 0;
+            });
+            break;
+        }
+        for (std::size_t i = 0; i < indexes.size(); ++i) {
+            if (!m_sortKeys[i])
+                m_sortKeys[i] = m_collator.sortKey(m_items[qsizetype(i)].title);
+        }
+        // QCollator puts an empty title before every other, even one made only of characters the
+        // collation ignores, whose sort key equals the empty one.
+        std::stable_sort(indexes.begin(), indexes.end(), [this](int a, int b) {
+            const bool aEmpty = m_items[a].title.isEmpty(), bEmpty = m_items[b].title.isEmpty();
+            if (aEmpty || bEmpty)
+                return aEmpty && !bEmpty;
+            return m_sortKeys[std::size_t(a)]->compare(*m_sortKeys[std::size_t(b)]) < 0;
+        });
+        break;
+    }
+    cached = std::move(indexes);
+    return *cached;
+}
+
+std::vector<int> FilterEngine::rows(const FilterState &state)
+{
+    const std::size_t n = std::size_t(m_items.size());
+    const std::vector<int> *matches = textMatches(state.searchText);
+
+    const QString category = state.selectedCategory.normalized(QString::NormalizationForm_C);
+    const bool anyCategory = category == allCategoriesChoice();
+    const int wantedCategory = m_categoryIdByNormalizedName.value(category, -1);
+    const auto passesOthers = [&](int i) {
+        const LinkItem &item = m_items[i];
+        return (anyCategory || m_categoryIds[std::size_t(i)] == wantedCategory) &&
+               (!state.showFavoritesOnly || item.isFavorite) &&
+               (!state.dateFilterEnabled ||
+                (state.dateFrom <= item.createdAt && item.createdAt <= state.dateTo));
+    };
+
+    m_pass.assign(n, 0);
+    if (matches) {
+        for (int i : *matches)
+            m_pass[std::size_t(i)] = passesOthers(i);
+    } else {
+        for (std::size_t i = 0; i < n; ++i)
+            m_pass[i] = passesOthers(int(i));
+    }
+
+    const std::vector<int> &sorted = order(resolvedSortOrder(state.sortOrderRawValue));
+    std::vector<int> result;
+    result.reserve(matches ? matches->size() : n);
+    for (int i : sorted) {
+        if (m_pass[std::size_t(i)])
+            result.push_back(i);
+    }
+    return result;
+}
+
+} // namespace fiva

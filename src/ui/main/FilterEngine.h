@@ -1,0 +1,101 @@
+#pragma once
+
+#include "model/LinkItem.h"
+#include "ui/main/FilterState.h"
+
+#include <QCollator>
+#include <QCollatorSortKey>
+#include <QHash>
+#include <QList>
+#include <QString>
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace fiva {
+
+// Evaluates the record list again and again, as the user types, with the same result as
+// `filteredItems` but without redoing the work that did not change:
+// - the lower-cased, normalised text of every record is kept in one UTF-8 buffer, rebuilt only for
+//   the records whose text changed, and scanned with memchr on the query's rarest byte;
+// - the notes head and tail that every note saved by the edit form shares are stored once, not per record;
+// - the text matches of recent queries are kept, so a query that only grew is searched among the
+//   records the shorter one found, and going back to a recent query costs nothing;
+// - each sort order is a permutation of all records computed once (a stable sort followed by a
+//   filter gives the same list as the filter followed by the stable sort);
+// - long scans are split across two threads.
+class FilterEngine final
+{
+public:
+    // Switches for measuring what each part of the engine is worth; the defaults are what ships.
+    struct Tuning
+    {
+        bool twoThreads = true;
+        std::size_t parallelThreshold = 8192; // records below which one thread is faster
+        bool keepRecentMatches = true;
+    };
+
+    explicit FilterEngine(const QCollator &collator = QCollator());
+
+    void setTuning(const Tuning &tuning) { m_tuning = tuning; }
+    void setCollator(const QCollator &collator);
+
+    // Replaces the records; what was derived from records whose fields did not change is kept.
+    void setItems(const QList<LinkItem> &items);
+    const QList<LinkItem> &items() const { return m_items; }
+
+    // Positions in items() of the records listed under `state`, in list order.
+    std::vector<int> rows(const FilterState &state);
+
+    // Forgets the text matches of earlier queries, as if no query had been typed yet.
+    void clearRecentMatches() { m_recentMatches.clear(); }
+
+private:
+    struct Span
+    {
+        std::size_t begin = 0; // title, path and notes, each followed by a NUL
+        std::size_t end = 0;
+        bool wrappedNotes = false; // notes stored without the shared head and tail
+    };
+    struct Query;
+    struct Matches
+    {
+        QString key;
+        std::vector<int> items; // increasing
+    };
+
+    void appendRecordText(const LinkItem &item, std::string &text, Span &span) const;
+    const std::vector<int> *textMatches(const QString &searchText);
+    std::vector<int> scan(const Query &query, const std::vector<int> *candidates) const;
+    void scanAll(const Query &query, int first, int last, std::vector<int> &out) const;
+    void scanCandidates(const Query &query, const int *first, const int *last, std::vector<int> &out) const;
+    bool recordMatches(const Query &query, int index) const;
+    bool spanContains(const Query &query, const char *begin, const char *end) const;
+    bool matchesSlowly(const Query &query, int index) const;
+    const std::vector<int> &order(SortOrder sortOrder);
+    int categoryId(const QString &category);
+
+    Tuning m_tuning;
+    QCollator m_collator;
+    QList<LinkItem> m_items;
+
+    std::string m_text;
+    std::vector<Span> m_spans;
+    std::array<std::uint32_t, 256> m_byteCounts{};
+
+    std::vector<int> m_categoryIds;
+    QHash<QString, int> m_categoryIdByRawName;
+    QHash<QString, int> m_categoryIdByNormalizedName;
+
+    std::array<std::optional<std::vector<int>>, 3> m_orders;
+    std::vector<std::optional<QCollatorSortKey>> m_sortKeys;
+
+    std::deque<Matches> m_recentMatches;
+    std::vector<std::uint8_t> m_pass;
+};
+
+} // namespace fiva

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "model/Timestamp.h"
+#include "ui/main/SortOrder.h"
+
+#include <QDateTime>
+#include <QString>
+
+namespace fiva {
+
+// The choice of the category picker that is not a category: every record passes.
+inline QString allCategoriesChoice()
+{
+    return QStringLiteral("Toutes");
+}
+
+// Everything the record list is filtered and ordered by. The sort order is kept as the raw text of
+// the stored setting so that an unknown value stays as it was stored.
+struct FilterState
+{
+    QString sortOrderRawValue = fiva::sortOrderRawValue(SortOrder::recentFirst);
+    QString searchText;
+    QString selectedCategory = allCategoriesChoice();
+    bool showFavoritesOnly = false;
+    bool dateFilterEnabled = false;
+    Timestamp dateFrom;
+    Timestamp dateTo;
+
+    // The state of a main window opened at `now`: the date range runs from one calendar month
+    // earlier, same time of day, to `now`.
+    static FilterState initial(const QDateTime &now = QDateTime::currentDateTime());
+
+    friend bool operator==(const FilterState &, const FilterState &) = default;
+};
+
+} // namespace fiva

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "model/LinkItem.h"
+#include "ui/main/FilterState.h"
+
+#include <QCollator>
+#include <QList>
+
+namespace fiva {
+
+// The four tests of one record, in their order: search text (title, path, then notes when the record
+// has some), exact category unless "Toutes", favourites only, inclusive date range.
+bool matchesFilters(const LinkItem &item, const FilterState &state);
+
+// The records that pass `matchesFilters`, stably ordered by the state's sort order; alphabetical order
+// compares titles with `collator` (the user's locale by default). Recomputes everything on every
+// call: FilterEngine gives the same list faster for repeated evaluations.
+QList<LinkItem> filteredItems(const QList<LinkItem> &items, const FilterState &state,
+                              const QCollator &collator = QCollator());
+
+} // namespace fiva

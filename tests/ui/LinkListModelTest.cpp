@@ -1,0 +1,147 @@
+#include "ui/main/LinkListModel.h"
+
+#include "ui/main/FilterEngine.h"
+#include "ui/main/FilterState.h"
+
+#include <QAbstractItemModelTester>
+#include <QItemSelectionModel>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+#include "FilterTestSupport.h"
+
+using namespace fiva;
+using namespace Qt::StringLiterals;
+using fiva::test::editFormNotes;
+using fiva::test::makeItem;
+
+namespace {
+
+class LinkListModelTest : public ::testing::Test
+{
+protected:
+    LinkListModelTest()
+    {
+        m_items = {
+            makeItem({u"Provence"_s, u"https://provence.fr"_s, editFormNotes(u"lavande"_s), u"Voyages"_s, 30,
+                      true}),
+            makeItem({u"Projet"_s, u"/home/moi/projet"_s, std::nullopt, u"Travail"_s, 20}),
+            makeItem({u"Recette"_s, u"/home/moi/recette.pdf"_s, u""_s, u"Cuisine"_s, 10}),
+            makeItem({u"Promenade"_s, u"https://rando.fr"_s, u"sentier"_s, u"Voyages"_s, 40}),
+        };
+        m_model.setFilterState(FilterState());
+        m_model.setItems(m_items);
+    }
+
+    QStringList titles() const
+    {
+        QStringList out;
+        for (int row = 0; row < m_model.rowCount(); ++row)
+            out.append(m_model.index(row).data(LinkListModel::TitleRole).toString());
+        return out;
+    }
+
+    void search(const QString &text)
+    {
+        FilterState state = m_model.filterState();
+        state.searchText = text;
+        m_model.setFilterState(state);
+    }
+
+    QList<LinkItem> m_items;
+    LinkListModel m_model;
+    QAbstractItemModelTester m_tester{&m_model, QAbstractItemModelTester::FailureReportingMode::Fatal};
+};
+
+TEST_F(LinkListModelTest, RowsExposeTheRecordFields)
+{
+    ASSERT_EQ(titles(), (QStringList{u"Promenade"_s, u"Provence"_s, u"Projet"_s, u"Recette"_s}));
+    struct Row
+    {
+        int row;
+        QString path;
+        QVariant notes;
+        bool favorite;
+    };
+    const std::vector<Row> table{
+        {0, u"https://rando.fr"_s, u"sentier"_s, false},
+        {1, u"https://provence.fr"_s, editFormNotes(u"lavande"_s), true},
+        {2, u"/home/moi/projet"_s, QVariant(), false},
+        {3, u"/home/moi/recette.pdf"_s, QVariant(), false}, // empty notes show no third line
+    };
+    for (const Row &row : table) {
+        const QModelIndex index = m_model.index(row.row);
+        EXPECT_EQ(index.data(LinkListModel::PathRole).toString(), row.path);
+        EXPECT_EQ(index.data(LinkListModel::NotesRole), row.notes) << row.row;
+        EXPECT_EQ(index.data(LinkListModel::FavoriteRole).toBool(), row.favorite);
+        EXPECT_EQ(index.data(LinkListModel::IdRole).toUuid(), m_model.idAt(row.row));
+        EXPECT_EQ(m_model.rowOf(m_model.idAt(row.row)), row.row);
+    }
+    EXPECT_EQ(m_model.idAt(4), QUuid());
+    EXPECT_EQ(m_model.rowOf(QUuid::createUuid()), -1);
+}
+
+TEST_F(LinkListModelTest, SelectionFollowsItsRecordWhileTyping)
+{
+    QItemSelectionModel selection(&m_model);
+    const QUuid provence = m_items[0].id;
+    selection.setCurrentIndex(m_model.index(m_model.rowOf(provence)), QItemSelectionModel::ClearAndSelect);
+
+    const std::vector<std::pair<QString, QStringList>> typing{
+        {u"p"_s, {u"Promenade"_s, u"Provence"_s, u"Projet"_s, u"Recette"_s}},
+        {u"pr"_s, {u"Promenade"_s, u"Provence"_s, u"Projet"_s}},
+        {u"pro"_s, {u"Promenade"_s, u"Provence"_s, u"Projet"_s}},
+        {u"prov"_s, {u"Provence"_s}},
+        {u"pro"_s, {u"Promenade"_s, u"Provence"_s, u"Projet"_s}},
+        {u"proj"_s, {u"Projet"_s}},
+        {u""_s, {u"Promenade"_s, u"Provence"_s, u"Projet"_s, u"Recette"_s}},
+    };
+    bool hidden = false;
+    for (const auto &[text, expected] : typing) {
+        search(text);
+        EXPECT_EQ(titles(), expected) << text.toStdString();
+        // Once its record is filtered out the selection is gone for good; the window keeps the
+        // selected id itself and selects rowOf(id) again.
+        hidden = hidden || !expected.contains(u"Provence"_s);
+        const QModelIndex current = selection.currentIndex();
+        if (hidden) {
+            EXPECT_FALSE(current.isValid()) << text.toStdString();
+            continue;
+        }
+        ASSERT_TRUE(current.isValid()) << text.toStdString();
+        EXPECT_EQ(current.data(LinkListModel::IdRole).toUuid(), provence);
+        EXPECT_TRUE(selection.isSelected(current));
+    }
+    EXPECT_EQ(m_model.idAt(m_model.rowOf(provence)), provence);
+}
+
+TEST_F(LinkListModelTest, ChangedRecordsReachTheRows)
+{
+    QSignalSpy changed(&m_model, &QAbstractItemModel::dataChanged);
+    QList<LinkItem> toggled = m_items;
+    toggled[1].isFavorite = true;
+    m_model.setItems(toggled);
+    EXPECT_FALSE(changed.isEmpty());
+    EXPECT_TRUE(m_model.index(m_model.rowOf(toggled[1].id)).data(LinkListModel::FavoriteRole).toBool());
+
+    QPersistentModelIndex projet(m_model.index(m_model.rowOf(m_items[1].id)));
+    QList<LinkItem> edited = toggled;
+    edited[1].createdAt = Timestamp{100};
+    edited.removeAt(0);
+    edited.append(makeItem({u"Nouveau"_s, u"https://neuf.fr"_s, std::nullopt, u"Voyages"_s, 50}));
+    m_model.setItems(edited);
+    EXPECT_EQ(titles(), (QStringList{u"Projet"_s, u"Nouveau"_s, u"Promenade"_s, u"Recette"_s}));
+    ASSERT_TRUE(projet.isValid());
+    EXPECT_EQ(projet.row(), 0);
+
+    FilterState favourites = m_model.filterState();
+    favourites.showFavoritesOnly = true;
+    m_model.setFilterState(favourites);
+    EXPECT_EQ(titles(), QStringList{u"Projet"_s});
+    m_model.setItems({});
+    EXPECT_EQ(m_model.rowCount(), 0);
+    EXPECT_FALSE(projet.isValid());
+}
+
+} // namespace
