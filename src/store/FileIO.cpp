@@ -2,6 +2,12 @@
 
 #include <QFile>
 
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -29,25 +35,46 @@ Result<QByteArray> readWholeFile(const QString &path)
 
 std::optional<QString> writeWholeFile(const QString &path, const QByteArray &bytes)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return describe(path, file.errorString());
-    const qint64 written = file.write(bytes);
-    if (written != bytes.size()) {
-        const QString cause = file.error() != QFileDevice::NoError
-                                  ? file.errorString()
-                                  : QStringLiteral("%1 of %2 bytes written").arg(written).arg(bytes.size());
-        file.close();
-        return describe(path, cause);
+    const auto failure = [&](int error) {
+        return describe(path, QString::fromLocal8Bit(std::strerror(error)));
+    };
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return failure(errno);
+    const auto closeWith = [&](int error) {
+        ::close(fd);
+        return failure(error);
+    };
+    struct stat info
+    {
+    };
+    if (::fstat(fd, &info) != 0)
+        return closeWith(errno);
+    const bool regular = S_ISREG(info.st_mode);
+    const auto size = static_cast<off_t>(bytes.size());
+    // Reserve the room before overwriting anything: on a full disk the old content stays whole.
+    if (regular && size > 0) {
+        const int error = ::posix_fallocate(fd, 0, size);
+        if (error != 0 && error != EOPNOTSUPP && error != EINVAL)
+            return closeWith(error);
     }
-    if (!file.flush()) {
-        const QString cause = file.errorString();
-        file.close();
-        return describe(path, cause);
+    const char *data = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, data, static_cast<size_t>(left));
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return closeWith(errno);
+        }
+        data += n;
+        left -= n;
     }
-    file.close();
-    if (file.error() != QFileDevice::NoError)
-        return describe(path, file.errorString());
+    // The old content may have been longer.
+    if (regular && ::ftruncate(fd, size) != 0)
+        return closeWith(errno);
+    if (::close(fd) != 0)
+        return failure(errno);
     return std::nullopt;
 }
 

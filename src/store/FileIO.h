@@ -13,8 +13,8 @@ namespace fiva::fileio {
 
 Result<QByteArray> readWholeFile(const QString &path);
 
-// Replaces the file's content in place. A failed open, a short write or a failed flush or close
-// is an error: the caller must never believe data is on disk when it is not.
+// Replaces the file's content in place (same file, no temporary). A failed open, a short write or
+// a failed close is an error: the caller must never believe data is on disk when it is not.
 std::optional<QString> writeWholeFile(const QString &path, const QByteArray &bytes);
 
 // Creates the folder and its missing parents; no error when it already exists as a folder.
