@@ -260,11 +260,13 @@ std::uint32_t Archive::extract(const Entry &entry, const Consumer &consumer, std
         consumer({});
         return 0;
     case EntryType::symlink: {
-        const std::size_t size = entry.localFileHeader.compressedSize;
+        // The central directory's size, not the local header's: streamed archives leave 0 there and ZIP64
+        // ones 0xFFFFFFFF, and either would lose the link's target.
+        const std::uint64_t size = entry.compressedSize();
         if (size > available)
             throw DataError(DataError::unreadableFile);
-        Bytes target(size);
-        if (std::fread(target.data(), 1, size, m_archiveFile) != size)
+        Bytes target(static_cast<std::size_t>(size));
+        if (std::fread(target.data(), 1, target.size(), m_archiveFile) != size)
             throw DataError(DataError::unreadableFile);
         const std::uint32_t checksum = crc32(target);
         consumer(target);

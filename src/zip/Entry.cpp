@@ -155,26 +155,26 @@ bool Entry::isZIP64() const
 
 std::uint64_t Entry::localHeaderOffset() const
 {
-    const auto &zip64 = centralDirectoryStructure.extraFields;
-    if (isZIP64() && zip64 && zip64->relativeOffsetOfLocalHeader != 0)
-        return zip64->relativeOffsetOfLocalHeader;
-    return centralDirectoryStructure.relativeOffsetOfLocalHeader;
+    const auto &cds = centralDirectoryStructure;
+    if (isZIP64() && cds.extraFields && cds.relativeOffsetOfLocalHeader == uint32Max)
+        return cds.extraFields->relativeOffsetOfLocalHeader;
+    return cds.relativeOffsetOfLocalHeader;
 }
 
 std::uint64_t Entry::effectiveCompressedSize() const
 {
-    const auto &zip64 = centralDirectoryStructure.extraFields;
-    if (isZIP64() && zip64 && zip64->compressedSize != 0)
-        return zip64->compressedSize;
-    return centralDirectoryStructure.compressedSize;
+    const auto &cds = centralDirectoryStructure;
+    if (isZIP64() && cds.extraFields && cds.compressedSize == uint32Max)
+        return cds.extraFields->compressedSize;
+    return cds.compressedSize;
 }
 
 std::uint64_t Entry::effectiveUncompressedSize() const
 {
-    const auto &zip64 = centralDirectoryStructure.extraFields;
-    if (isZIP64() && zip64 && zip64->uncompressedSize != 0)
-        return zip64->uncompressedSize;
-    return centralDirectoryStructure.uncompressedSize;
+    const auto &cds = centralDirectoryStructure;
+    if (isZIP64() && cds.extraFields && cds.uncompressedSize == uint32Max)
+        return cds.extraFields->uncompressedSize;
+    return cds.uncompressedSize;
 }
 
 std::uint64_t Entry::compressedSize() const

@@ -52,7 +52,9 @@ struct Entry
 
     bool isZIP64() const;
     std::uint64_t localHeaderOffset() const;
-    // Sizes from the central directory, widened by its ZIP64 field when it has one.
+    // Sizes and offset from the central directory, taken from its ZIP64 field wherever the 32-bit field says
+    // 0xFFFFFFFF, even when the wide value is 0: Info-ZIP's `-fz` writes exactly that for empty files and for
+    // the entry at offset 0, and falling back to 0xFFFFFFFF there would misread them.
     std::uint64_t effectiveCompressedSize() const;
     std::uint64_t effectiveUncompressedSize() const;
     std::uint64_t dataOffset() const;

@@ -1,0 +1,156 @@
+#include "zip/Archive.h"
+#include "zip/FolderZip.h"
+
+#include <random>
+
+#include "TestSupport.h"
+
+// Archives we write must satisfy tools that no one here wrote, and theirs must unpack with our code.
+namespace fiva::zip::test {
+namespace {
+
+const std::string nonASCIIName = "\xC3\xA9t\xC3\xA9 \xE2\x82\xAC.txt";
+
+void makeTree(const fs::path &root, bool withLinks, bool withNonASCII)
+{
+    std::mt19937 random(11);
+    std::string binary(300000, '\0');
+    for (auto &c : binary)
+        c = static_cast<char>(random());
+    writeFile(root / "a.txt", "alpha\n");
+    writeFile(root / "empty", "");
+    writeFile(root / "bin/random.bin", binary);
+    writeFile(root / "deep/x/y/z.txt", std::string(70000, 'z'));
+    fs::create_directories(root / "hollow");
+    if (withNonASCII)
+        writeFile(root / nonASCIIName, "accent\n");
+    if (withLinks) {
+        fs::create_symlink("a.txt", root / "link");
+        fs::create_symlink("y/z.txt", root / "deep/x/l");
+    }
+}
+
+void expectTool(const std::string &command, const std::string &expectInOutput = {})
+{
+    const CommandResult result = run(command);
+    EXPECT_EQ(result.status, 0) << command << "\n" << result.output;
+    if (!expectInOutput.empty()) {
+        EXPECT_NE(result.output.find(expectInOutput), std::string::npos) << command << "\n" << result.output;
+    }
+}
+
+std::string pythonTestzip(const fs::path &archive)
+{
+    return "python3 -c \"import sys, zipfile; z = zipfile.ZipFile(sys.argv[1]); "
+           "bad = z.testzip(); print('entries', len(z.infolist())); sys.exit(1 if bad else 0)\" " +
+           quoted(archive);
+}
+
+TEST(Interop, OurArchivesPassTheToolsAndExtractIdentically)
+{
+    TempDir dir;
+    makeTree(dir / "Src", true, true);
+    for (CompressionMethod method : {CompressionMethod::none, CompressionMethod::deflate}) {
+        const std::string tag = method == CompressionMethod::none ? "stored" : "deflated";
+        const fs::path archive = dir / (tag + ".zip");
+        zipItem(dir / "Src", archive, true, method);
+        expectTool("unzip -t " + quoted(archive), "No errors detected");
+        expectTool("zipinfo " + quoted(archive), "Src/bin/random.bin");
+        expectTool(pythonTestzip(archive), "entries 13");
+        expectTool("bsdtar -tf " + quoted(archive), "Src/deep/x/l");
+
+        const auto expected = describeTree(dir / "Src");
+        fs::create_directories(dir / (tag + "-unzip"));
+        expectTool("unzip -q " + quoted(archive) + " -d " + quoted(dir / (tag + "-unzip")));
+        EXPECT_EQ(describeTree(dir / (tag + "-unzip/Src")), expected) << tag << " unzip";
+        fs::create_directories(dir / (tag + "-bsdtar"));
+        expectTool("bsdtar -xf " + quoted(archive) + " -C " + quoted(dir / (tag + "-bsdtar")));
+        EXPECT_EQ(describeTree(dir / (tag + "-bsdtar/Src")), expected) << tag << " bsdtar";
+    }
+}
+
+TEST(Interop, SeventyThousandEntriesGetZIP64EndRecordsTheToolsAccept)
+{
+    TempDir dir;
+    for (int folder = 0; folder < 70; ++folder) {
+        const fs::path sub = dir / "Many" / ("d" + std::to_string(folder));
+        fs::create_directories(sub);
+        for (int i = 0; i < 1000; ++i) {
+            std::ofstream(sub / std::to_string(i)) << i;
+        }
+    }
+    const fs::path archive = dir / "many.zip";
+    zipItem(dir / "Many", archive, false);
+    {
+        Archive reader(archive, Archive::AccessMode::read);
+        ASSERT_TRUE(reader.zip64EndOfCentralDirectory());
+        EXPECT_EQ(reader.zip64EndOfCentralDirectory()->record.totalNumberOfEntriesInCentralDirectory, 70070u);
+        EXPECT_EQ(reader.endOfCentralDirectoryRecord().totalNumberOfEntriesInCentralDirectory, 0xFFFF);
+    }
+    expectTool("unzip -tq " + quoted(archive), "No errors detected");
+    expectTool("zipinfo -t " + quoted(archive), "70070 files");
+    expectTool(pythonTestzip(archive), "entries 70070");
+    expectTool("bsdtar -tf " + quoted(archive) + " | wc -l", "70070");
+    unzipItem(archive, dir / "out");
+    EXPECT_EQ(readFile(dir / "out/d69/999"), "999");
+}
+
+TEST(Interop, ToolArchivesUnpackIdentically)
+{
+    TempDir dir;
+    makeTree(dir / "Full", true, false);
+    makeTree(dir / "Plain", false, true);
+    const std::string python =
+        "python3 -c \"import os, sys, zipfile\n"
+        "method = zipfile.ZIP_DEFLATED if sys.argv[3] == 'deflate' else zipfile.ZIP_STORED\n"
+        "with zipfile.ZipFile(sys.argv[2], 'w', method) as z:\n"
+        "    z.comment = b'made by python'\n"
+        "    os.chdir(sys.argv[1])\n"
+        "    for base, dirs, files in os.walk('Plain'):\n"
+        "        for name in dirs + files:\n"
+        "            z.write(os.path.join(base, name))\n\" " +
+        quoted(dir.path()) + " ";
+    struct Case
+    {
+        const char *label;
+        const char *source;
+        std::string command; // run in the temporary folder, writing out.zip
+        bool comparePermissions;
+    } cases[] = {
+        {"zip -r", "Full", "zip -q -r -y out.zip Full", true},
+        {"zip -0", "Full", "zip -q -0 -r -y out.zip Full", true},
+        {"zip -fz", "Full", "zip -q -fz -r -y out.zip Full", true},
+        {"zip streamed", "Full", "zip -q -r -y - Full > out.zip", true},
+        {"zip -fd streamed", "Full", "zip -q -fd -r -y - Full | cat > out.zip", true},
+        {"python stored", "Plain", python + "out.zip stored", true},
+        {"python deflated", "Plain", python + "out.zip deflate", true},
+        {"bsdtar", "Full", "bsdtar -a -cf out.zip Full", true},
+        {"bsdtar stored", "Plain", "bsdtar --format zip --options zip:compression=store -cf out.zip Plain",
+         true},
+        {"7z", "Plain", "7z a -tzip -mx=5 out.zip Plain > /dev/null", false},
+    };
+    for (const Case &c : cases) {
+        fs::remove(dir / "out.zip");
+        const CommandResult made = run("cd " + quoted(dir.path()) + " && " + c.command);
+        ASSERT_EQ(made.status, 0) << c.label << "\n" << made.output;
+        const fs::path out = dir / "unpacked";
+        fs::remove_all(out);
+        fs::create_directories(out);
+        unzipItem(dir / "out.zip", out);
+        EXPECT_EQ(describeTree(out / c.source, c.comparePermissions),
+                  describeTree(dir / c.source, c.comparePermissions))
+            << c.label;
+    }
+}
+
+TEST(Interop, InfoZIPNamesWithoutTheUTF8FlagDecodeAsCodePage437)
+{
+    TempDir dir;
+    writeFile(dir / "In/caf\xC3\xA9", "x");
+    ASSERT_EQ(run("cd " + quoted(dir.path()) + " && zip -q -r out.zip In").status, 0);
+    Archive archive(dir / "out.zip", Archive::AccessMode::read);
+    EXPECT_TRUE(archive["In/caf\xE2\x94\x9C\xE2\x8C\x90"]); // bytes C3 A9 read as code page 437
+}
+
+} // namespace
+} // namespace fiva::zip::test
