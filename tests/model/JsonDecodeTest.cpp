@@ -423,3 +423,31 @@ TEST(JsonDecode, BareListOfRecords)
     EXPECT_EQ(json::decodeLinkItems(R"({"items":[]})").error(),
               QStringLiteral("document: expected an array"));
 }
+
+TEST(JsonDecode, DamagedDocumentsFailCleanly)
+{
+    SavedData data;
+    LinkItem item = decodeOne(goodFields());
+    data.items = {item, item};
+    data.categories = {QStringLiteral("Été / Notes")};
+    data.lastBackupDate = Timestamp{0.5};
+    const QByteArray good = json::encode(data).value();
+
+    // Every truncation is malformed; none may crash or yield a partial document.
+    for (qsizetype n = 0; n < good.size(); ++n) {
+        auto result = json::decodeSavedData(QByteArrayView(good.constData(), n));
+        ASSERT_FALSE(result.ok()) << n;
+        EXPECT_TRUE(result.error().startsWith(QStringLiteral("malformed JSON: "))) << n;
+    }
+    // Every single-byte replacement either still decodes or fails with a description.
+    for (qsizetype i = 0; i < good.size(); ++i) {
+        for (char c : {'"', '\\', '{', ']', ',', '0', 'x', '\x01', '\xff'}) {
+            QByteArray damaged = good;
+            damaged[i] = c;
+            auto result = json::decodeSavedData(damaged);
+            if (!result.ok()) {
+                EXPECT_FALSE(result.error().isEmpty());
+            }
+        }
+    }
+}
