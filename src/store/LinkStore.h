@@ -20,6 +20,7 @@ class QTimer;
 namespace fiva {
 
 class Clock;
+class Dialogs;
 class Paths;
 class Workspace;
 
@@ -123,6 +124,18 @@ public:
     // "AutoBackup-<seconds since 1970>.fivabackup", the number in its shortest exact decimal form.
     static QString autoBackupFileName(Timestamp time);
 
+    // Backup archives. Panels and alerts go through these dialogs (which must outlive the store);
+    // without any, the export has no save panel and the restore prints its alerts.
+    void setDialogs(Dialogs *dialogs);
+    // The save panel, then writeBackupArchive. The completion runs after every export that got
+    // past the panel, failed or not; a failure is printed as "❌ Erreur export :".
+    void exportBackup(std::function<void()> completion = {});
+    // Writes the archive to `location`, replacing what is there. The failure's description, if any.
+    std::optional<QString> writeBackupArchive(const QString &location);
+    // Replaces items, categories and lastBackupDate by the archive's. A failure is shown in an
+    // alert and changes none of them. True when the archive's data is now the store's.
+    bool restoreBackup(const QString &location);
+
 Q_SIGNALS:
     void autoBackupEnabledChanged();
     void autoBackupIntervalOptionChanged();
@@ -153,6 +166,7 @@ private:
     QTimer *m_autoBackupTimer = nullptr;
     // Set when an unreadable data file could not be moved aside: saving would destroy it.
     QString m_saveRefusal;
+    Dialogs *m_dialogs = nullptr;
 };
 
 } // namespace fiva
