@@ -468,3 +468,36 @@ TEST(StoredNotes, WrapsTextAndReadsItBack)
 
 } // namespace
 } // namespace fiva::test
+
+namespace fiva::test {
+namespace {
+
+TEST_F(StoreTest, UnreadableFileThatCannotBeMovedAsideIsNeverOverwritten)
+{
+    // A folder so deep that the data file's path still fits the system's limit but the set-aside
+    // name does not: the move fails even for root.
+    QString deep = as();
+    const qsizetype depth = 4095 - qsizetype(sizeof "/Fiva/FivaData.json") - 8;
+    while (deep.size() < depth)
+        deep += QLatin1Char('/') + QString(qMin<qsizetype>(200, depth - deep.size()), u'd');
+    const FixedPaths deepPaths{deep, deep};
+    const QString data = deep + QStringLiteral("/Fiva/FivaData.json");
+    ASSERT_LT(data.size(), 4096);
+    writeBytes(data, "corrompu");
+
+    StdoutCapture capture;
+    LinkStore store(deepPaths, m_workspace, m_clock);
+    store.addCategory(QStringLiteral("Nouvelle"));
+    const QStringList lines = capture.finish().split(u'\n', Qt::SkipEmptyParts);
+
+    ASSERT_EQ(lines.size(), 3) << lines.join(u'\n').toStdString();
+    EXPECT_TRUE(lines[0].startsWith(QStringLiteral("⚠️ Données absentes : ")));
+    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("⚠️ ")));
+    EXPECT_TRUE(lines[1].endsWith(data));
+    EXPECT_TRUE(lines[2].startsWith(QStringLiteral("❌ Erreur save: ") + data));
+    EXPECT_EQ(readBytes(data), QByteArray("corrompu"));
+    EXPECT_TRUE(store.categories().contains(QStringLiteral("Nouvelle")));
+}
+
+} // namespace
+} // namespace fiva::test
