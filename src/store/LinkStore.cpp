@@ -38,6 +38,8 @@ LinkStore::LinkStore(const Paths &paths, Workspace &workspace, const Clock &cloc
     : QObject(parent), m_paths(paths), m_workspace(workspace), m_clock(clock),
       m_timerPeriod(std::move(timerPeriod)), m_categories{uncategorized()}
 {
+    if (!m_timerPeriod)
+        m_timerPeriod = realTimerPeriod;
     setupAutoBackupTimer();
     load();
     loadBackupHistory();
