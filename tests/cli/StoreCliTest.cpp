@@ -49,6 +49,12 @@ protected:
                 QString::fromUtf8(process.readAllStandardError())};
     }
 
+    // Arguments separated by "|", so that blanks inside one can be written.
+    CliRun run(const char *line) const
+    {
+        return run(QString::fromUtf8(line).split(u'|', Qt::SkipEmptyParts));
+    }
+
     // Lines printed on stdout that are not the store's own messages.
     static QStringList payload(const CliRun &r)
     {
@@ -61,41 +67,38 @@ protected:
     }
 
     QString path(const QString &relative) const { return m_data.filePath(relative); }
+    QString dataFile() const { return path(QStringLiteral("Fiva/FivaData.json")); }
 
     QTemporaryDir m_data;
 };
 
 TEST_F(StoreCli, BadInvocationsPrintUsageAndExitWithTwo)
 {
-    const std::vector<QStringList> cases = {
-        {},
-        {QStringLiteral("no-such-command")},
-        {QStringLiteral("add")},
-        {QStringLiteral("add"), QStringLiteral("--title"), QStringLiteral("T")},
-        {QStringLiteral("add"), QStringLiteral("--title"), QStringLiteral("T"), QStringLiteral("--path")},
-        {QStringLiteral("add"), QStringLiteral("--title"), QStringLiteral("T"), QStringLiteral("--path"),
-         QStringLiteral("p"), QStringLiteral("--kind"), QStringLiteral("ftp")},
-        {QStringLiteral("add"), QStringLiteral("--title"), QStringLiteral(" \t"), QStringLiteral("--path"),
-         QStringLiteral("p")},
-        {QStringLiteral("add"), QStringLiteral("--title"), QStringLiteral("T"), QStringLiteral("--path"),
-         QStringLiteral("p"), QStringLiteral("--colour"), QStringLiteral("red")},
-        {QStringLiteral("list"), QStringLiteral("extra")},
-        {QStringLiteral("favorite")},
-        {QStringLiteral("favorite"), QStringLiteral("not-a-uuid")},
-        {QStringLiteral("delete"), QStringLiteral("a"), QStringLiteral("b")},
-        {QStringLiteral("categories"), QStringLiteral("rename"), QStringLiteral("only-one")},
-        {QStringLiteral("categories"), QStringLiteral("add-sub"), QStringLiteral("parent")},
-        {QStringLiteral("categories"), QStringLiteral("sort")},
-        {QStringLiteral("backup-now"), QStringLiteral("now")},
-        {QStringLiteral("history"), QStringLiteral("all")},
+    const char *cases[] = {
+        "",
+        "no-such-command",
+        "add",
+        "add|--title|T",
+        "add|--title|T|--path",
+        "add|--title|T|--path|p|--kind|ftp",
+        "add|--title| \t|--path|p",
+        "add|--title|T|--path|p|--colour|red",
+        "list|extra",
+        "favorite",
+        "favorite|not-a-uuid",
+        "delete|a|b",
+        "categories|rename|only-one",
+        "categories|add-sub|parent",
+        "categories|sort",
+        "backup-now|now",
+        "history|all",
     };
-    for (const QStringList &args : cases) {
-        const CliRun r = run(args);
-        EXPECT_EQ(r.exitCode, 2) << args.join(u' ').toStdString();
-        EXPECT_TRUE(r.err.contains(QStringLiteral("usage: fiva-cli"))) << args.join(u' ').toStdString();
+    for (const char *line : cases) {
+        const CliRun r = run(line);
+        EXPECT_EQ(r.exitCode, 2) << line;
+        EXPECT_TRUE(r.err.contains(QStringLiteral("usage: fiva-cli"))) << line;
     }
-    EXPECT_FALSE(QFile::exists(path(QStringLiteral("Fiva/FivaData.json"))))
-        << "a rejected command must not touch the data";
+    EXPECT_FALSE(QFile::exists(dataFile())) << "a rejected command must not touch the data";
 }
 
 TEST_F(StoreCli, EveryStoreCommandAnswersHelp)
@@ -114,72 +117,50 @@ TEST_F(StoreCli, RecordsCanBeAddedListedFlaggedAndDeleted)
              QStringLiteral("--path"), QStringLiteral("https://example.org/a"), QStringLiteral("--notes"),
              QStringLiteral("ligne 1\nligne 2")});
     ASSERT_EQ(first.exitCode, 0) << first.err.toStdString();
-    EXPECT_TRUE(first.out.startsWith(QStringLiteral("⚠️ Données absentes : ") +
-                                     path(QStringLiteral("Fiva/FivaData.json"))));
+    EXPECT_TRUE(first.out.startsWith(QStringLiteral("⚠️ Données absentes : ") + dataFile()));
     const QString id = payload(first).value(0);
     ASSERT_EQ(id.size(), 36);
-
-    const CliRun second =
-        run({QStringLiteral("add"), QStringLiteral("--title"), QStringLiteral("Dossier"),
-             QStringLiteral("--path"), QStringLiteral("/tmp"), QStringLiteral("--kind"),
-             QStringLiteral("directory"), QStringLiteral("--category"), QStringLiteral("Perso")});
+    const CliRun second = run("add|--title|Dossier|--path|/tmp|--kind|directory|--category|Perso");
     ASSERT_EQ(second.exitCode, 0);
     const QString id2 = payload(second).value(0);
 
-    const QByteArray stored = [&] {
-        QFile f(path(QStringLiteral("Fiva/FivaData.json")));
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }();
-    EXPECT_TRUE(stored.contains("<p>ligne 1<br>ligne 2<\\/p>")) << stored.constData();
-
+    QFile stored(dataFile());
+    ASSERT_TRUE(stored.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(stored.readAll().contains("<p>ligne 1<br>ligne 2<\\/p>"));
     EXPECT_EQ(
-        payload(run({QStringLiteral("list")})),
+        payload(run("list")),
         (QStringList{id + QStringLiteral("\turl\t0\tSans catégorie\tÉté\\tà Paris\thttps://example.org/a"),
                      id2 + QStringLiteral("\tdirectory\t0\tPerso\tDossier\t/tmp")}));
 
     EXPECT_EQ(run({QStringLiteral("favorite"), id.toLower()}).exitCode, 0);
-    EXPECT_TRUE(
-        payload(run({QStringLiteral("list")})).value(0).startsWith(id + QStringLiteral("\turl\t1\t")));
-    EXPECT_EQ(
-        run({QStringLiteral("favorite"), QStringLiteral("00000000-0000-0000-0000-000000000009")}).exitCode,
-        1);
-
+    EXPECT_TRUE(payload(run("list")).value(0).startsWith(id + QStringLiteral("\turl\t1\t")));
+    EXPECT_EQ(run("favorite|00000000-0000-0000-0000-000000000009").exitCode, 1);
     EXPECT_EQ(run({QStringLiteral("delete"), id}).exitCode, 0);
     EXPECT_EQ(run({QStringLiteral("delete"), id}).exitCode, 1);
-    const QStringList left = payload(run({QStringLiteral("list")}));
+    const QStringList left = payload(run("list"));
     ASSERT_EQ(left.size(), 1);
     EXPECT_TRUE(left.first().startsWith(id2));
 }
 
 TEST_F(StoreCli, CategoriesFollowTheStoreRules)
 {
-    EXPECT_EQ(
-        run({QStringLiteral("categories"), QStringLiteral("add"), QStringLiteral("  Travail ")}).exitCode, 0);
-    EXPECT_EQ(run({QStringLiteral("categories"), QStringLiteral("add-sub"), QStringLiteral("Travail"),
-                   QStringLiteral(" Projets")})
-                  .exitCode,
-              0);
-    EXPECT_EQ(run({QStringLiteral("categories"), QStringLiteral("rename"), QStringLiteral("Travail"),
-                   QStringLiteral("Boulot")})
-                  .exitCode,
-              0);
-    EXPECT_EQ(run({QStringLiteral("categories"), QStringLiteral("delete"), QStringLiteral("Sans catégorie")})
-                  .exitCode,
-              0);
-    EXPECT_EQ(payload(run({QStringLiteral("categories")})),
+    for (const char *change : {"categories|add|  Travail ", "categories|add-sub|Travail| Projets",
+                               "categories|rename|Travail|Boulot", "categories|delete|Sans catégorie"})
+        EXPECT_EQ(run(change).exitCode, 0) << change;
+    EXPECT_EQ(payload(run("categories")),
               (QStringList{QStringLiteral("Boulot"), QStringLiteral("Travail / Projets")}));
 }
 
 TEST_F(StoreCli, BackupNowWritesABackupAndRecordsItInTheHistory)
 {
-    ASSERT_EQ(run({QStringLiteral("categories"), QStringLiteral("add"), QStringLiteral("X")}).exitCode, 0);
-    const CliRun backup = run({QStringLiteral("backup-now")});
+    ASSERT_EQ(run("categories|add|X").exitCode, 0);
+    const CliRun backup = run("backup-now");
     ASSERT_EQ(backup.exitCode, 0) << backup.out.toStdString();
     const QStringList files = QDir(path(QStringLiteral("Fiva/AutoBackups"))).entryList(QDir::Files);
     ASSERT_EQ(files.size(), 1);
     EXPECT_TRUE(files.first().startsWith(QStringLiteral("AutoBackup-")));
 
-    const QStringList history = payload(run({QStringLiteral("history")}));
+    const QStringList history = payload(run("history"));
     ASSERT_EQ(history.size(), 1);
     const QStringList fields = history.first().split(u'\t');
     ASSERT_EQ(fields.size(), 4);
@@ -193,12 +174,12 @@ TEST_F(StoreCli, BackupNowFailsWhenTheFolderCannotBeMade)
     QFile blocker(path(QStringLiteral("Fiva/AutoBackups")));
     ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
     blocker.close();
-    const CliRun r = run({QStringLiteral("backup-now")});
+    const CliRun r = run("backup-now");
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_TRUE(
         r.out.contains(QStringLiteral("❌ Auto-backup error: ") + path(QStringLiteral("Fiva/AutoBackups"))))
         << r.out.toStdString();
-    EXPECT_TRUE(payload(run({QStringLiteral("history")})).isEmpty());
+    EXPECT_TRUE(payload(run("history")).isEmpty());
 }
 
 } // namespace

@@ -36,18 +36,5 @@ TEST(FileIO, WriteReplacesContentInPlaceAndReadsBack)
     EXPECT_FALSE(readWholeFile(dir.filePath(QStringLiteral("absent"))).ok());
 }
 
-TEST(FileIO, MakeFolderAcceptsExistingFoldersOnly)
-{
-    QTemporaryDir dir;
-    const QString nested = dir.filePath(QStringLiteral("a/b/c"));
-    EXPECT_FALSE(makeFolder(nested).has_value());
-    EXPECT_FALSE(makeFolder(nested).has_value());
-    QFile file(dir.filePath(QStringLiteral("plain")));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.close();
-    EXPECT_TRUE(makeFolder(dir.filePath(QStringLiteral("plain"))).has_value());
-    EXPECT_TRUE(makeFolder(dir.filePath(QStringLiteral("plain/below"))).has_value());
-}
-
 } // namespace
 } // namespace fiva::fileio

@@ -402,15 +402,6 @@ INSTANTIATE_TEST_SUITE_P(
                       AgeCase{"AFractionMore", 259200.001, true}, AgeCase{"InTheFuture", -3600.0, false}),
     [](const auto &info) { return std::string(info.param.name); });
 
-TEST_F(StoreTest, LastBackupDateAssignmentSavesAndSignals)
-{
-    auto store = start();
-    QSignalSpy changed(store.get(), &LinkStore::lastBackupDateChanged);
-    store->setLastBackupDate(Timestamp{123.5});
-    EXPECT_EQ(changed.count(), 1);
-    EXPECT_EQ(json::decodeSavedData(readBytes(dataFile())).value().lastBackupDate, Timestamp{123.5});
-}
-
 TEST_F(StoreTest, ItemMutatorsSignalButLeaveSavingToTheCaller)
 {
     auto store = start();
@@ -422,13 +413,6 @@ TEST_F(StoreTest, ItemMutatorsSignalButLeaveSavingToTheCaller)
     EXPECT_EQ(changed.count(), 2);
     EXPECT_EQ(store->items().first().title, QStringLiteral("A"));
     EXPECT_FALSE(QFile::exists(dataFile()));
-}
-
-TEST_F(StoreTest, AttachmentsFolderIsASiblingOfTheProgramFolder)
-{
-    auto store = start();
-    EXPECT_EQ(store->attachmentsFolderURL(), as(QStringLiteral("Fiva_Attachments")));
-    EXPECT_TRUE(QFileInfo(as(QStringLiteral("Fiva_Attachments"))).isDir());
 }
 
 TEST(Trimming, RemovesHorizontalSpaceOnly)
