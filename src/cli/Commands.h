@@ -24,6 +24,7 @@ struct Command
 std::span<const Command> zipCommands();
 std::span<const Command> dataCommands();
 std::span<const Command> storeCommands();
+std::span<const Command> backupCommands();
 
 // Prints "usage: fiva-cli NAME USAGE" on stderr and returns exitUsage.
 int usageError(const Command &command);

@@ -26,7 +26,7 @@ namespace {
 std::vector<Command> allCommands()
 {
     std::vector<Command> all;
-    for (auto group : {storeCommands(), dataCommands(), zipCommands()})
+    for (auto group : {storeCommands(), backupCommands(), dataCommands(), zipCommands()})
         all.insert(all.end(), group.begin(), group.end());
     return all;
 }

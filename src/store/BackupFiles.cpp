@@ -44,6 +44,8 @@ StagingFolder::~StagingFolder()
 std::optional<QString> StagingFolder::create(const QString &temporaryFolder, QStringView prefix)
 {
     const QString name = prefix.toString() + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    if (temporaryFolder.isEmpty())
+        return QStringLiteral("no temporary folder to work in");
     const QString path = QDir(temporaryFolder).filePath(name);
     std::error_code ec;
     std::filesystem::create_directories(toFsPath(temporaryFolder), ec);

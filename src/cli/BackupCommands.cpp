@@ -1,0 +1,111 @@
+#include "cli/Commands.h"
+#include "cli/TerminalDialogs.h"
+#include "platform/Clock.h"
+#include "platform/Paths.h"
+#include "platform/Workspace.h"
+#include "store/LinkStore.h"
+
+#include <QFileInfo>
+
+#include <cstdio>
+#include <string_view>
+
+namespace fiva::cli {
+
+namespace {
+
+void printErr(const QString &text)
+{
+    std::fputs(qPrintable(text + u'\n'), stderr);
+}
+
+// The store as the application opens it, with the terminal in place of the desktop's dialogs.
+class BackupSession final
+{
+public:
+    BackupSession() : m_store(m_paths, m_workspace, m_clock) { m_store.setDialogs(&m_dialogs); }
+    LinkStore &store() { return m_store; }
+    TerminalDialogs &dialogs() { return m_dialogs; }
+
+private:
+    DesktopPaths m_paths;
+    DesktopWorkspace m_workspace;
+    SystemClock m_clock;
+    TerminalDialogs m_dialogs;
+    LinkStore m_store;
+};
+
+const Command &command(const char *name);
+
+int runExport(const QStringList &args)
+{
+    const Command &self = command("export");
+    if (helpRequested(self, args))
+        return exitOk;
+    if (args.size() != 1 || args[0].startsWith(u'-'))
+        return usageError(self);
+    // The history keeps the full path, whatever directory the command ran in.
+    const QString archive = QFileInfo(args[0]).absoluteFilePath();
+    BackupSession session;
+    if (const auto error = session.store().writeBackupArchive(archive)) {
+        printErr(QStringLiteral("❌ Erreur export : ") + *error);
+        return exitFailure;
+    }
+    std::printf("%s\t%lld\n", qPrintable(archive), static_cast<long long>(QFileInfo(archive).size()));
+    return exitOk;
+}
+
+int runRestore(const QStringList &args)
+{
+    const Command &self = command("restore");
+    if (helpRequested(self, args))
+        return exitOk;
+    QStringList rest = args;
+    const bool yes = rest.removeAll(QStringLiteral("--yes")) > 0;
+    if (rest.size() != 1 || rest[0].startsWith(u'-'))
+        return usageError(self);
+    const QString archive = QFileInfo(rest[0]).absoluteFilePath();
+    BackupSession session;
+    if (!yes) {
+        const AlertAnswer answer = session.dialogs().runAlert(
+            {QStringLiteral("Restaurer les données ?"),
+             QStringLiteral("Cette opération écrasera toutes les données actuelles."),
+             AlertStyle::warning,
+             {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
+             std::nullopt});
+        if (answer.button != 0) {
+            printErr(
+                session.dialogs().lastConfirmationHadNoTerminal()
+                    ? QStringLiteral(
+                          "fiva-cli restore: no terminal to confirm on; pass --yes to restore without asking")
+                    : QStringLiteral("fiva-cli restore: cancelled, nothing changed"));
+            return exitFailure;
+        }
+    }
+    return session.store().restoreBackup(archive) ? exitOk : exitFailure;
+}
+
+constexpr Command commands[] = {
+    {"export", "ARCHIVE", "write a backup archive (data and attachment copies); prints its path and size",
+     runExport},
+    {"restore", "ARCHIVE [--yes]",
+     "replace the data by a backup archive's; asks first on a terminal unless --yes", runRestore},
+};
+
+const Command &command(const char *name)
+{
+    for (const Command &c : commands) {
+        if (std::string_view(c.name) == name)
+            return c;
+    }
+    return commands[0];
+}
+
+} // namespace
+
+std::span<const Command> backupCommands()
+{
+    return commands;
+}
+
+} // namespace fiva::cli
