@@ -1,0 +1,99 @@
+#include "ui/common/Symbols.h"
+
+#include <QFile>
+#include <QHash>
+#include <QPainter>
+#include <QPixmap>
+#include <QSvgRenderer>
+
+#include <array>
+
+namespace fiva::symbols {
+
+namespace {
+
+struct SymbolSpec
+{
+    const char16_t *name;
+    const char16_t *themeName; // empty: always ours
+};
+
+constexpr std::array<SymbolSpec, 12> symbolTable{{
+    {u"star", u""},
+    {u"star.fill", u""},
+    {u"pencil", u"document-edit"},
+    {u"trash", u"edit-delete"},
+    {u"paperclip", u"mail-attachment"},
+    {u"plus", u"list-add"},
+    {u"folder", u"folder"},
+    {u"square.and.arrow.up", u"document-send"},
+    {u"square.and.arrow.down", u"document-open"},
+    {u"clock.arrow.circlepath", u"document-open-recent"},
+    {u"xmark.circle.fill", u"window-close"},
+    {u"doc", u"text-x-generic"},
+}};
+
+const SymbolSpec *specOf(const QString &name)
+{
+    for (const SymbolSpec &spec : symbolTable) {
+        if (name == QStringView(spec.name))
+            return &spec;
+    }
+    return nullptr;
+}
+
+// Rendering the drawings ourselves rather than through QIcon's file loading keeps them working
+// without the SVG icon-engine plugin being deployed next to the program.
+QIcon renderOwn(const QString &name)
+{
+    QSvgRenderer renderer(QStringLiteral(":/icons/") + name + QStringLiteral(".svg"));
+    if (!renderer.isValid())
+        return {};
+    QIcon result;
+    for (int size : {16, 20, 24, 32, 48, 64}) {
+        QPixmap pixmap(size, size);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        renderer.render(&painter);
+        painter.end();
+        result.addPixmap(pixmap);
+    }
+    return result;
+}
+
+} // namespace
+
+QIcon ownIcon(const QString &name)
+{
+    if (!specOf(name))
+        return {};
+    static QHash<QString, QIcon> cache;
+    auto it = cache.constFind(name);
+    if (it == cache.constEnd())
+        it = cache.insert(name, renderOwn(name));
+    return *it;
+}
+
+QString themeIconName(const QString &name)
+{
+    const SymbolSpec *spec = specOf(name);
+    return spec ? QString::fromUtf16(spec->themeName) : QString();
+}
+
+QIcon icon(const QString &name)
+{
+    const QString themeName = themeIconName(name);
+    if (!themeName.isEmpty() && QIcon::hasThemeIcon(themeName))
+        return QIcon::fromTheme(themeName);
+    return ownIcon(name);
+}
+
+QStringList knownSymbols()
+{
+    QStringList names;
+    for (const SymbolSpec &spec : symbolTable)
+        names.append(QString::fromUtf16(spec.name));
+    return names;
+}
+
+} // namespace fiva::symbols

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "model/JsonCodec.h"
+#include "platform/Settings.h"
+#include "store/StoreTestSupport.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QLabel>
+#include <QListWidget>
+#include <QTest>
+#include <QWidget>
+
+#include <gtest/gtest.h>
+#include <memory>
+
+#include "support/FakeDialogs.h"
+
+namespace fiva::test {
+
+// Widgets need a QApplication rather than the store tests' QCoreApplication; one per program.
+inline void ensureWidgetsApplication()
+{
+    if (QApplication::instance())
+        return;
+    static int argc = 1;
+    static char name[] = "ui_screens_tests";
+    static char *argv[] = {name, nullptr};
+    static QApplication app(argc, argv);
+}
+
+template <typename T> T *child(QWidget *parent, const QString &objectName)
+{
+    T *found = parent->findChild<T *>(objectName);
+    if (!found)
+        ADD_FAILURE() << "no child named " << objectName.toStdString();
+    return found;
+}
+
+// The button whose text is exactly `text`, or null.
+inline QAbstractButton *buttonWithText(QWidget *parent, const QString &text)
+{
+    const auto buttons = parent->findChildren<QAbstractButton *>();
+    for (QAbstractButton *button : buttons) {
+        if (button->text() == text)
+            return button;
+    }
+    return nullptr;
+}
+
+// Whether a label with exactly this text is shown (its own visibility, the parent window need not be up).
+inline bool showsLabel(QWidget *parent, const QString &text)
+{
+    const auto labels = parent->findChildren<QLabel *>();
+    for (QLabel *label : labels) {
+        if (label->text() == text && label->isVisibleTo(parent))
+            return true;
+    }
+    return false;
+}
+
+inline void clickListRow(QListWidget *list, int row)
+{
+    QListWidgetItem *item = list->item(row);
+    ASSERT_NE(item, nullptr);
+    list->scrollToItem(item);
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(item).center());
+}
+
+// A real store over a temporary application-support folder, the scripted dialogs and a fixed clock.
+class ScreenTest : public ::testing::Test
+{
+protected:
+    ScreenTest() { ensureWidgetsApplication(); }
+
+    std::unique_ptr<LinkStore> startWith(const QList<LinkItem> &items, const QStringList &categories)
+    {
+        writeBytes(dataFile(), json::encode(SavedData{items, categories, std::nullopt}).value());
+        return start();
+    }
+    std::unique_ptr<LinkStore> start()
+    {
+        StdoutCapture quiet;
+        return std::make_unique<LinkStore>(m_paths, m_workspace, m_clock);
+    }
+    // What a fresh start would read back from disk.
+    SavedData onDisk() const
+    {
+        auto decoded = json::decodeSavedData(readBytes(dataFile()));
+        EXPECT_TRUE(decoded.ok());
+        return decoded.ok() ? decoded.value() : SavedData{};
+    }
+
+    QString dataFile() const { return m_as.filePath(QStringLiteral("Fiva/FivaData.json")); }
+
+    QTemporaryDir m_as;
+    FixedPaths m_paths{m_as.path(), m_as.path()};
+    RecordingWorkspace m_workspace;
+    ManualClock m_clock{newYear2025};
+    FakeDialogs m_dialogs;
+};
+
+} // namespace fiva::test
