@@ -58,5 +58,10 @@ fuzz: deps
 	cmake --build $(FUZZBUILD) -j $(JOBS)
 	fuzz/run-all.sh $(FUZZBUILD) $(FUZZ_SECONDS)
 
+# Each screen with demo data, rendered offscreen into $(BUILD)/screenshots/*.png.
+screenshots: configure
+	cmake --build $(BUILD) -j $(JOBS) --target fiva-screenshots
+	QT_QPA_PLATFORM=offscreen $(BUILD)/src/ui/tools/fiva-screenshots $(BUILD)/screenshots
+
 clean:
 	rm -rf $(BUILD) $(NOGUI) $(SANITIZE) $(FUZZBUILD) $(BENCHBUILD)
