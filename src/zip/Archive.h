@@ -136,6 +136,7 @@ private:
     bool m_deferring = false;
     Bytes m_deferredCentralDirectory;
     Totals m_deferredTotals;
+    std::optional<std::uint64_t> m_deferredPosition;
 };
 
 } // namespace fiva::zip

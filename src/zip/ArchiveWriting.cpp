@@ -32,7 +32,7 @@ public:
     void flushNow()
     {
         std::FILE *file = std::exchange(m_file, nullptr);
-        if (std::fflush(file) != 0)
+        if (file && std::fflush(file) != 0)
             throw DataError(DataError::unwritableFile);
     }
     FlushGuard(const FlushGuard &) = delete;
@@ -231,11 +231,16 @@ void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t unco
         type == EntryType::file && compressionMethod == CompressionMethod::deflate
             ? CompressionMethod::deflate
             : CompressionMethod::none;
-    FlushGuard flushGuard(m_archiveFile);
+    // A deferred addition leaves no complete archive behind, so it need not reach the disk one by one.
+    FlushGuard flushGuard(m_deferring ? nullptr : m_archiveFile);
     const Totals previous = totals();
     Bytes centralDirectory = m_deferring ? Bytes{} : readCentralDirectory();
     const std::uint64_t headerOffset = previous.centralDirectoryOffset;
-    seek(headerOffset);
+    // While deferring, the stream already stands where the last entry ended; seeking anyway would flush the
+    // buffer once per entry.
+    if (!m_deferring || m_deferredPosition != headerOffset)
+        seek(headerOffset);
+    m_deferredPosition.reset();
     const DOSDateTime dos = dosDateTime(modificationDate);
     const Bytes name(path.begin(), path.end());
 
@@ -306,6 +311,7 @@ void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t unco
         m_deferredCentralDirectory.insert(m_deferredCentralDirectory.end(), structureBytes.begin(),
                                           structureBytes.end());
         m_deferredTotals = next;
+        m_deferredPosition = endOfData;
     } else {
         centralDirectory.insert(centralDirectory.end(), structureBytes.begin(), structureBytes.end());
         writeCentralDirectoryAndEndRecords(centralDirectory, next);
@@ -330,6 +336,7 @@ void Archive::writeDeferredCentralDirectory()
         return;
     FlushGuard flushGuard(m_archiveFile);
     m_deferring = false;
+    m_deferredPosition.reset();
     const Bytes directory = std::move(m_deferredCentralDirectory);
     m_deferredCentralDirectory.clear();
     writeCentralDirectoryAndEndRecords(directory, m_deferredTotals);
