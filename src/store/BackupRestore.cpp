@@ -151,8 +151,9 @@ bool LinkStore::restoreBackup(const QString &location)
         restored = SavedData{std::move(legacy).value(), {uncategorized()}, std::nullopt};
     }
 
-    // Copies made by this run; they are only extra files, but a failed restore takes them back
-    // so that retrying with a large archive does not pile up copies nothing refers to.
+    // Copies made by this run. When a copy fails, the ones before it stay where they are: they
+    // are extra files that nothing refers to, and never replace a file that was there. Only a
+    // restore whose data cannot be saved takes them back, together with the old data.
     QStringList copied;
     const auto undoCopies = [&copied] {
         for (const QString &path : std::as_const(copied))
@@ -182,10 +183,8 @@ bool LinkStore::restoreBackup(const QString &location)
                 QString target = folder.filePath(name);
                 for (int n = 1; backup::isOccupied(target); ++n)
                     target = folder.filePath(backup::restoreCandidate(name, n));
-                if (auto error = backup::copyFile(source, target)) {
-                    undoCopies();
+                if (auto error = backup::copyFile(source, target))
                     return fail(failureTitle(), *error);
-                }
                 copied.append(target);
                 list[a].filePath = target;
                 list[a].fileName = backup::lastComponent(target);
