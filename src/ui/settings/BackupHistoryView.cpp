@@ -1,0 +1,257 @@
+#include "ui/settings/BackupHistoryView.h"
+
+#include "model/BackupLog.h"
+#include "platform/Workspace.h"
+#include "store/LinkStore.h"
+#include "ui/common/Symbols.h"
+
+#include <QAbstractListModel>
+#include <QApplication>
+#include <QDateTime>
+#include <QFontMetrics>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLocale>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QStyledItemDelegate>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include <array>
+#include <cmath>
+
+namespace fiva {
+
+namespace {
+
+const QString revealLabel = QStringLiteral("Afficher dans le Finder");
+constexpr int lineSpacing = 6;
+constexpr int rowPadding = 4;
+constexpr int sideMargin = 6;
+
+enum Role { logRole = Qt::UserRole + 1 };
+
+// The store's history as a list model; it copies nothing and resets whenever the history changes.
+class HistoryModel final : public QAbstractListModel
+{
+public:
+    HistoryModel(LinkStore &store, QObject *parent) : QAbstractListModel(parent), m_store(store)
+    {
+        connect(&m_store, &LinkStore::backupHistoryChanged, this, [this] {
+            beginResetModel();
+            endResetModel();
+        });
+    }
+
+    int rowCount(const QModelIndex &parent = {}) const override
+    {
+        return parent.isValid() ? 0 : static_cast<int>(m_store.backupHistory().size());
+    }
+
+    QVariant data(const QModelIndex &index, int role) const override
+    {
+        if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+            return {};
+        const BackupLog &log = m_store.backupHistory().at(index.row());
+        switch (role) {
+        case Qt::DisplayRole:
+            return BackupHistoryView::dateText(log);
+        case Qt::ToolTipRole:
+            return log.filePath;
+        case logRole:
+            return QVariant::fromValue(index.row());
+        default:
+            return {};
+        }
+    }
+
+    const BackupLog &log(int row) const { return m_store.backupHistory().at(row); }
+
+private:
+    LinkStore &m_store;
+};
+
+struct RowFonts
+{
+    QFont headline;
+    QFont caption;
+    QFont caption2;
+    QFont link;
+};
+
+RowFonts rowFonts(const QFont &base)
+{
+    RowFonts fonts{base, base, base, base};
+    fonts.headline.setBold(true);
+    const double size = base.pointSizeF() > 0 ? base.pointSizeF() : 10.0;
+    fonts.caption.setPointSizeF(size * 0.9);
+    fonts.caption2.setPointSizeF(size * 0.85);
+    return fonts;
+}
+
+// The four lines' heights, top to bottom.
+std::array<int, 4> lineHeights(const QFont &base)
+{
+    const RowFonts fonts = rowFonts(base);
+    return {QFontMetrics(fonts.headline).height(), QFontMetrics(fonts.caption).height(),
+            QFontMetrics(fonts.caption2).height(), QFontMetrics(fonts.link).height()};
+}
+
+class HistoryDelegate final : public QStyledItemDelegate
+{
+public:
+    HistoryDelegate(HistoryModel &model, BackupHistoryView &view)
+        : QStyledItemDelegate(&view), m_model(model), m_view(view)
+    {
+    }
+
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &) const override
+    {
+        int height = 2 * rowPadding + 3 * lineSpacing;
+        for (int line : lineHeights(option.font))
+            height += line;
+        return {option.rect.width(), height};
+    }
+
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        QStyleOptionViewItem background = option;
+        initStyleOption(&background, index);
+        background.text.clear();
+        const QWidget *widget = option.widget;
+        QStyle *style = widget ? widget->style() : QApplication::style();
+        style->drawControl(QStyle::CE_ItemViewItem, &background, painter, widget);
+
+        const BackupLog &log = m_model.log(index.row());
+        const RowFonts fonts = rowFonts(option.font);
+        const auto heights = lineHeights(option.font);
+        const bool selected = option.state & QStyle::State_Selected;
+        const QPalette &palette = option.palette;
+        const QColor primary = palette.color(selected ? QPalette::HighlightedText : QPalette::Text);
+        QColor secondary = primary;
+        secondary.setAlphaF(0.6f);
+
+        const int width = option.rect.width() - 2 * sideMargin;
+        int top = option.rect.top() + rowPadding;
+        const auto line = [&](const QFont &font, const QColor &colour, const QString &text, int height) {
+            painter->setFont(font);
+            painter->setPen(colour);
+            const QRect rect(option.rect.left() + sideMargin, top, width, height);
+            painter->drawText(rect, Qt::AlignLeft | Qt::AlignVCenter,
+                              QFontMetrics(font).elidedText(text, Qt::ElideMiddle, width));
+            top += height + lineSpacing;
+        };
+        painter->save();
+        line(fonts.headline, primary, BackupHistoryView::dateText(log), heights[0]);
+        line(fonts.caption, secondary, log.filePath, heights[1]);
+        line(fonts.caption2, secondary,
+             QStringLiteral("Taille : ") + BackupHistoryView::sizeText(log.fileSize), heights[2]);
+        QFont link = fonts.link;
+        link.setUnderline(true);
+        painter->setFont(link);
+        painter->setPen(selected ? primary : palette.color(QPalette::Link));
+        painter->drawText(BackupHistoryView::linkRect(option), Qt::AlignLeft | Qt::AlignVCenter, revealLabel);
+        painter->restore();
+    }
+
+    bool editorEvent(QEvent *event, QAbstractItemModel *, const QStyleOptionViewItem &option,
+                     const QModelIndex &index) override
+    {
+        if (event->type() != QEvent::MouseButtonRelease)
+            return false;
+        const auto *mouse = static_cast<QMouseEvent *>(event);
+        if (mouse->button() != Qt::LeftButton ||
+            !BackupHistoryView::linkRect(option).contains(mouse->position().toPoint()))
+            return false;
+        m_view.revealBackupFile(m_model.log(index.row()));
+        return true;
+    }
+
+private:
+    HistoryModel &m_model;
+    BackupHistoryView &m_view;
+};
+
+} // namespace
+
+BackupHistoryView::BackupHistoryView(LinkStore &store, Workspace &workspace, QWidget *parent)
+    : QWidget(parent), m_store(store), m_workspace(workspace)
+{
+    setWindowTitle(QStringLiteral("Historique des sauvegardes"));
+    setFixedSize(500, 420);
+
+    auto *layout = new QVBoxLayout(this);
+
+    auto *header = new QHBoxLayout;
+    auto *title = new QLabel(QStringLiteral("Historique des sauvegardes"), this);
+    title->setObjectName(QStringLiteral("historyTitle"));
+    QFont titleFont = title->font();
+    titleFont.setPointSizeF((titleFont.pointSizeF() > 0 ? titleFont.pointSizeF() : 10.0) * 2.0);
+    title->setFont(titleFont);
+    title->setContentsMargins(0, 0, 0, 10);
+    header->addWidget(title);
+    header->addStretch(1);
+    m_close = new QToolButton(this);
+    m_close->setObjectName(QStringLiteral("closeHistory"));
+    m_close->setAutoRaise(true);
+    m_close->setIcon(symbols::icon(QStringLiteral("xmark.circle.fill")));
+    m_close->setIconSize(QSize(22, 22));
+    m_close->setToolTip(QStringLiteral("Fermer"));
+    m_close->setAccessibleName(QStringLiteral("Fermer"));
+    header->addWidget(m_close, 0, Qt::AlignTop);
+    layout->addLayout(header);
+
+    auto *model = new HistoryModel(store, this);
+    m_list = new QListView(this);
+    m_list->setObjectName(QStringLiteral("historyList"));
+    m_list->setModel(model);
+    m_list->setItemDelegate(new HistoryDelegate(*model, *this));
+    m_list->setUniformItemSizes(true);
+    m_list->setMouseTracking(true);
+    m_list->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_list->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    layout->addWidget(m_list, 1);
+
+    connect(m_close, &QToolButton::clicked, this, &BackupHistoryView::dismissRequested);
+}
+
+QString BackupHistoryView::dateText(const BackupLog &log)
+{
+    const double unixSeconds = log.date.toUnix();
+    if (!std::isfinite(unixSeconds))
+        return {};
+    const QDateTime when = QDateTime::fromMSecsSinceEpoch(std::llround(unixSeconds * 1000.0));
+    return QLocale().toString(when, QLocale::ShortFormat);
+}
+
+QString BackupHistoryView::sizeText(qint64 bytes)
+{
+    // Decimal units, as desktop file managers show file sizes.
+    return QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeSIFormat);
+}
+
+QRect BackupHistoryView::linkRect(const QStyleOptionViewItem &option)
+{
+    const auto heights = lineHeights(option.font);
+    const int top = option.rect.top() + rowPadding + heights[0] + heights[1] + heights[2] + 3 * lineSpacing;
+    const int width = QFontMetrics(option.font).horizontalAdvance(revealLabel) + 2;
+    return {option.rect.left() + sideMargin, top, width, heights[3]};
+}
+
+QRect BackupHistoryView::linkRectOfRow(int row) const
+{
+    QStyleOptionViewItem option;
+    option.initFrom(m_list->viewport());
+    option.font = m_list->font();
+    option.rect = m_list->visualRect(m_list->model()->index(row, 0));
+    return linkRect(option);
+}
+
+void BackupHistoryView::revealBackupFile(const BackupLog &log)
+{
+    m_workspace.revealItem(log.filePath);
+}
+
+} // namespace fiva
