@@ -8,10 +8,13 @@
 #include "ui/common/QtDialogs.h"
 #include "ui/editing/CategoryManagerView.h"
 #include "ui/editing/EditLinkView.h"
+#include "ui/main/AttachmentPreviewWindow.h"
+#include "ui/main/DetailView.h"
 #include "ui/settings/PreferencesView.h"
 
 #include <QApplication>
 #include <QDir>
+#include <QFile>
 #include <QPixmap>
 #include <QTemporaryDir>
 #include <QTextStream>
@@ -64,10 +67,11 @@ void fillDemoData(LinkStore &store)
     store.save();
 }
 
-bool save(QWidget &widget, const QString &folder, const QString &name)
+bool save(QWidget &widget, const QString &folder, const QString &name, bool keepSize = false)
 {
     widget.show();
-    widget.adjustSize();
+    if (!keepSize)
+        widget.adjustSize();
     widget.resize(widget.size().expandedTo(widget.minimumSize()));
     QApplication::processEvents();
     const QString path = QDir(folder).filePath(name + u".png"_s);
@@ -121,6 +125,27 @@ int main(int argc, char *argv[])
         ok &= save(view, folder, u"categories-none-selected"_s);
         view.selectCategory(u"Travail"_s);
         ok &= save(view, folder, u"categories"_s);
+    }
+    {
+        // A record with rich notes and two attachments, one of them a real file to preview.
+        const QString attachment = QDir(store.attachmentsFolderURL()).filePath(u"lisez-moi.txt"_s);
+        QFile file(attachment);
+        if (file.open(QIODevice::WriteOnly))
+            file.write("Bail signé le 3 mars.\nPréavis de trois mois.\n");
+        file.close();
+        const QUuid id = store.items().at(1).id;
+        store.updateItem(id, [&](LinkItem &item) {
+            item.notes = notesHTML(u"Renouvellement en <b>juin</b>.\nPenser à l'<i>état des lieux</i>."_s);
+            item.attachments = {
+                Attachment{QUuid::createUuid(), u"lisez-moi.txt"_s, attachment},
+                Attachment{QUuid::createUuid(), u"quittance-mars.pdf"_s,
+                           QDir(store.attachmentsFolderURL()).filePath(u"quittance-mars.pdf"_s)}};
+        });
+        DetailView view(store, dialogs, workspace, settings, store.items().at(1));
+        view.resize(640, 760);
+        ok &= save(view, folder, u"detail"_s, true);
+        AttachmentPreviewWindow preview(attachment, workspace);
+        ok &= save(preview, folder, u"attachment-preview"_s, true);
     }
     return ok ? 0 : 1;
 }

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <QString>
+#include <QUuid>
+#include <QWidget>
+
+#include <functional>
+#include <memory>
+
+class QLabel;
+class QPushButton;
+class QTextBrowser;
+class QTextDocument;
+class QVBoxLayout;
+
+namespace fiva {
+
+class Dialogs;
+class LinkStore;
+class Settings;
+class Workspace;
+struct Attachment;
+struct LinkItem;
+
+// The right-hand column: every field of the selected record, its notes in the user's notes font,
+// its attached files, and editing and deletion of the record. It shows the store's current version
+// of the record, falling back to the copy it was opened with once the store no longer has it.
+class DetailView final : public QWidget
+{
+    Q_OBJECT
+
+public:
+    // Everything passed in must outlive the view. `item` is copied.
+    DetailView(LinkStore &store, Dialogs &dialogs, Workspace &workspace, const Settings &settings,
+               const LinkItem &item, QWidget *parent = nullptr);
+    ~DetailView() override;
+
+    // Called by "Fermer" and after the record is deleted.
+    void setOnClose(std::function<void()> onClose) { m_onClose = std::move(onClose); }
+    // Called by "Modifier" with the record as the store has it now.
+    void setOnEdit(std::function<void(const LinkItem &)> onEdit) { m_onEdit = std::move(onEdit); }
+
+    QUuid itemId() const;
+    LinkItem currentItem() const;
+    // Shows the record again, notes included, reading the notes font anew.
+    void refresh();
+
+    void openLink();
+    void addAttachment();
+    void previewAttachment(const Attachment &attachment);
+    void openAttachment(const Attachment &attachment);
+    void deleteAttachment(const Attachment &attachment);
+    void confirmDeleteItem();
+
+    // The stored notes as a document in the notes font, keeping bold and italic runs; null when
+    // the text cannot be read.
+    static std::unique_ptr<QTextDocument> renderNotes(const QString &html, const QString &fontName,
+                                                      double pointSize);
+    // The first free name in `folder` for a copy of a file called `fileName`: the name itself, then
+    // name-1.ext, name-2.ext, ... (the dot is kept when there is no extension).
+    static QString freeAttachmentPath(const QString &folder, const QString &fileName);
+
+private:
+    void build();
+    void rebuildAttachments(const LinkItem &item);
+    void copyAttachment(const QString &source);
+
+    LinkStore &m_store;
+    Dialogs &m_dialogs;
+    Workspace &m_workspace;
+    const Settings &m_settings;
+    std::unique_ptr<LinkItem> m_item;
+    std::function<void()> m_onClose;
+    std::function<void(const LinkItem &)> m_onEdit;
+
+    QLabel *m_title = nullptr;
+    QLabel *m_path = nullptr;
+    QPushButton *m_openLink = nullptr;
+    QLabel *m_kind = nullptr;
+    QLabel *m_category = nullptr;
+    QLabel *m_favorite = nullptr;
+    QLabel *m_createdAt = nullptr;
+    QTextBrowser *m_notes = nullptr;
+    QLabel *m_noNotes = nullptr;
+    QVBoxLayout *m_attachmentsLayout = nullptr;
+    QWidget *m_attachmentRows = nullptr;
+};
+
+} // namespace fiva
