@@ -1,6 +1,6 @@
 #include "ui/common/Symbols.h"
 
-#include <QFile>
+#include <QCoreApplication>
 #include <QHash>
 #include <QPainter>
 #include <QPixmap>
@@ -61,17 +61,39 @@ QIcon renderOwn(const QString &name)
     return result;
 }
 
+// The rendered drawings, kept by the application object: pixmaps must not outlive it, as a plain
+// static would at exit.
+class IconCache final : public QObject
+{
+public:
+    using QObject::QObject;
+    QHash<QString, QIcon> icons;
+};
+
+QIcon cachedOwnIcon(const QString &name)
+{
+    QCoreApplication *application = QCoreApplication::instance();
+    if (!application)
+        return renderOwn(name);
+    auto *cache =
+        application->findChild<IconCache *>(QStringLiteral("fivaSymbolCache"), Qt::FindDirectChildrenOnly);
+    if (!cache) {
+        cache = new IconCache(application);
+        cache->setObjectName(QStringLiteral("fivaSymbolCache"));
+    }
+    auto it = cache->icons.constFind(name);
+    if (it == cache->icons.constEnd())
+        it = cache->icons.insert(name, renderOwn(name));
+    return *it;
+}
+
 } // namespace
 
 QIcon ownIcon(const QString &name)
 {
     if (!specOf(name))
         return {};
-    static QHash<QString, QIcon> cache;
-    auto it = cache.constFind(name);
-    if (it == cache.constEnd())
-        it = cache.insert(name, renderOwn(name));
-    return *it;
+    return cachedOwnIcon(name);
 }
 
 QString themeIconName(const QString &name)
