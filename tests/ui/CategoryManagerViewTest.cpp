@@ -137,18 +137,6 @@ TEST_F(CategoryManagerViewTest, RenameAsksWithTheNameAndRelabelsRecords)
     EXPECT_TRUE(list(*sheet)->selectedItems().isEmpty());
 }
 
-TEST_F(CategoryManagerViewTest, RenameToBlankChangesNothing)
-{
-    auto store = startWith({}, {u"Travail"_s});
-    auto sheet = openSheet(*store);
-    select(*sheet, u"Travail"_s);
-    const QByteArray before = readBytes(dataFile());
-    m_dialogs.alertAnswers.push_back({0, u" \t "_s});
-    QTest::mouseClick(button(*sheet, u"rename"_s), Qt::LeftButton);
-    EXPECT_EQ(store->categories(), QStringList{u"Travail"_s});
-    EXPECT_EQ(readBytes(dataFile()), before);
-}
-
 TEST_F(CategoryManagerViewTest, DeleteConfirmsThenFallsBackAndClearsSelection)
 {
     auto store = startWith({makeItem(u"r"_s, u"Travail"_s), makeItem(u"s"_s, u"Travail / Projets"_s)},

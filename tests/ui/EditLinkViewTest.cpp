@@ -1,7 +1,5 @@
 #include "ui/editing/EditLinkView.h"
 
-#include "store/StoredNotes.h"
-
 #include <QComboBox>
 #include <QLineEdit>
 #include <QPlainTextEdit>
@@ -282,16 +280,6 @@ TEST_F(EditLinkViewTest, PanelAnsweringAfterTheFormClosedIsIgnored)
     }
     m_dialogs.finishOpenPanel(QStringList{u"/late"_s});
     EXPECT_TRUE(store->items().isEmpty());
-}
-
-TEST_F(EditLinkViewTest, MalformedStoredNotesOpenWithoutLoss)
-{
-    LinkItem original = makeItem(u"Fiche"_s, u"A"_s);
-    original.notes = u"x</p> y <p>z"_s;
-    auto store = startWith({original}, {u"A"_s});
-    auto form = openForm(*store, &original);
-    EXPECT_EQ(notes(*form)->toPlainText(), notesPlainText(*original.notes));
-    EXPECT_FALSE(notes(*form)->toPlainText().isEmpty());
 }
 
 } // namespace
