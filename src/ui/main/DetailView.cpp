@@ -26,6 +26,7 @@
 #include <QVBoxLayout>
 
 #include <cmath>
+#include <vector>
 
 namespace fiva {
 
@@ -306,22 +307,36 @@ std::unique_ptr<QTextDocument> DetailView::renderNotes(const QString &html, cons
 
     // Every run gets the notes font; only its weight and slant survive from the HTML, so a bold
     // italic run stays both. Colours, paragraphs and lists are left as they were read.
-    QTextCursor cursor(document.get());
+    // The runs are listed first and changed afterwards: changing a format merges fragments and
+    // would pull the ground from under an iterator walking them.
+    struct RunStyle
+    {
+        int position;
+        int length;
+        bool bold;
+        bool italic;
+    };
+    std::vector<RunStyle> runs;
     for (QTextBlock block = document->begin(); block.isValid(); block = block.next()) {
         for (auto it = block.begin(); !it.atEnd(); ++it) {
             const QTextFragment fragment = it.fragment();
             if (!fragment.isValid())
                 continue;
             const QTextCharFormat current = fragment.charFormat();
-            QTextCharFormat format;
-            format.setFontFamilies(QStringList{fontName});
-            format.setFontPointSize(pointSize);
-            format.setFontWeight(current.fontWeight() >= QFont::Bold ? QFont::Bold : QFont::Normal);
-            format.setFontItalic(current.fontItalic());
-            cursor.setPosition(fragment.position());
-            cursor.setPosition(fragment.position() + fragment.length(), QTextCursor::KeepAnchor);
-            cursor.mergeCharFormat(format);
+            runs.push_back({fragment.position(), fragment.length(), current.fontWeight() >= QFont::Bold,
+                            current.fontItalic()});
         }
+    }
+    QTextCursor cursor(document.get());
+    for (const RunStyle &run : runs) {
+        QTextCharFormat format;
+        format.setFontFamilies(QStringList{fontName});
+        format.setFontPointSize(pointSize);
+        format.setFontWeight(run.bold ? QFont::Bold : QFont::Normal);
+        format.setFontItalic(run.italic);
+        cursor.setPosition(run.position);
+        cursor.setPosition(run.position + run.length, QTextCursor::KeepAnchor);
+        cursor.mergeCharFormat(format);
     }
     // Empty paragraphs and the space between blocks take the document's font.
     QFont base(fontName);
