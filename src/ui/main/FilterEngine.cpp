@@ -88,33 +88,30 @@ bool isContinuation(unsigned char byte)
     return (byte & 0xC0) == 0x80;
 }
 
-// Whether a match may end or begin at `at`, inside the field [fieldBegin, fieldEnd). Below U+0300
-// nothing combines with its neighbour except CR with LF, which decides nearly every case from two
-// bytes; the rest asks Qt's grapheme rules on the decoded field.
-bool isBoundaryIn(const char *fieldBegin, const char *fieldEnd, const char *at)
-{
-    if (at == fieldBegin || at == fieldEnd)
-        return true;
-    const auto next = static_cast<unsigned char>(*at);
-    const char *previousStart = at - 1;
-    while (previousStart > fieldBegin && isContinuation(static_cast<unsigned char>(*previousStart)))
-        --previousStart;
-    const auto previous = static_cast<unsigned char>(*previousStart);
-    if (next < 0xCC && previous < 0xCC)
-        return !(previous == '\r' && next == '\n');
-    const QString field = fromWtf8(fieldBegin, static_cast<std::size_t>(fieldEnd - fieldBegin));
-    const qsizetype position = fromWtf8(fieldBegin, static_cast<std::size_t>(at - fieldBegin)).size();
-    return isCharacterBoundary(field, position);
-}
-
+// Whether a match may begin or end at `at`, inside the record text [spanBegin, spanEnd) whose fields
+// end with a NUL. Below U+0300 nothing combines with its neighbour except CR with LF, which decides
+// nearly every case from the bytes around `at`; the rest asks Qt's grapheme rules on the decoded field.
 bool isBoundary(const char *spanBegin, const char *spanEnd, const char *at)
 {
+    if (at == spanBegin || at == spanEnd || at[-1] == '\0' || *at == '\0')
+        return true;
+    const char *previousStart = at - 1;
+    while (previousStart > spanBegin && isContinuation(static_cast<unsigned char>(*previousStart)))
+        --previousStart;
+    const auto previous = static_cast<unsigned char>(*previousStart);
+    const auto next = static_cast<unsigned char>(*at);
+    if (next < 0xCC && previous < 0xCC)
+        return !(previous == '\r' && next == '\n');
+
     const char *fieldBegin = at;
     while (fieldBegin > spanBegin && fieldBegin[-1] != '\0')
         --fieldBegin;
-    const char *fieldEnd =
-        static_cast<const char *>(std::memchr(at, '\0', static_cast<std::size_t>(spanEnd - at)));
-    return isBoundaryIn(fieldBegin, fieldEnd ? fieldEnd : spanEnd, at);
+    const auto *fieldEnd = static_cast<const char *>(std::memchr(at, '\0', std::size_t(spanEnd - at)));
+    if (!fieldEnd)
+        fieldEnd = spanEnd;
+    const QString field = fromWtf8(fieldBegin, std::size_t(fieldEnd - fieldBegin));
+    const qsizetype position = fromWtf8(fieldBegin, std::size_t(at - fieldBegin)).size();
+    return isCharacterBoundary(field, position);
 }
 
 template <typename Work> void runSplit(bool twoThreads, std::size_t threshold, std::size_t size, Work &&work)
@@ -253,7 +250,7 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
         const int before = previous[i];
         if (before >= 0 && std::size_t(before) < m_sortKeys.size() &&
             old[before].title == m_items[qsizetype(i)].title)
-            sortKeys[i] = std::move(m_sortKeys[std::size_t(before)]);
+            sortKeys[i] = m_sortKeys[std::size_t(before)];
     }
     m_sortKeys = std::move(sortKeys);
 
@@ -261,12 +258,23 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
     for (std::size_t i = 0; i < n; ++i)
         m_categoryIds[i] = categoryId(m_items[qsizetype(i)].category);
 
-    if (!datesUnchanged) {
-        m_orders[std::size_t(SortOrder::recentFirst)].reset();
-        m_orders[std::size_t(SortOrder::oldFirst)].reset();
+    if (!datesUnchanged || !titlesUnchanged) {
+        std::vector<std::uint8_t> dateKept(n, 0), titleKept(n, 0);
+        for (std::size_t i = 0; i < n; ++i) {
+            if (previous[i] < 0)
+                continue;
+            const LinkItem &was = old[previous[i]];
+            dateKept[i] = was.createdAt == m_items[qsizetype(i)].createdAt;
+            titleKept[i] = was.title == m_items[qsizetype(i)].title;
+        }
+        for (SortOrder byDate : {SortOrder::recentFirst, SortOrder::oldFirst}) {
+            if (!datesUnchanged && !updateOrder(byDate, previous, std::size_t(old.size()), dateKept))
+                m_orders[std::size_t(byDate)].reset();
+        }
+        if (!titlesUnchanged &&
+            !updateOrder(SortOrder::alphabetical, previous, std::size_t(old.size()), titleKept))
+            m_orders[std::size_t(SortOrder::alphabetical)].reset();
     }
-    if (!titlesUnchanged)
-        m_orders[std::size_t(SortOrder::alphabetical)].reset();
 }
 
 bool FilterEngine::spanContains(const Query &query, const char *begin, const char *end) const
@@ -447,6 +455,36 @@ const std::vector<int> *FilterEngine::textMatches(const QString &searchText)
     return &m_recentMatches.front().items;
 }
 
+bool FilterEngine::before(SortOrder sortOrder, int a, int b)
+{
+    switch (sortOrder) {
+    case SortOrder::recentFirst:
+        return m_items[a].createdAt > m_items[b].createdAt;
+    case SortOrder::oldFirst:
+        return m_items[a].createdAt < m_items[b].createdAt;
+    case SortOrder::alphabetical:
+        break;
+    }
+    // Qt compares C-locale strings by UTF-16 code units, but its C sort keys are UTF-8 bytes, which
+    // order surrogates differently; there, use the comparison itself.
+    if (m_collator.locale() == QLocale::c())
+        return m_collator.compare(m_items[a].title, m_items[b].title) < 0;
+    // QCollator puts an empty title before every other, even one made only of characters the
+    // collation ignores, whose sort key equals the empty one.
+    const bool aEmpty = m_items[a].title.isEmpty(), bEmpty = m_items[b].title.isEmpty();
+    if (aEmpty || bEmpty)
+        return aEmpty && !bEmpty;
+    return sortKey(a).compare(sortKey(b)) < 0;
+}
+
+const QCollatorSortKey &FilterEngine::sortKey(int index)
+{
+    std::optional<QCollatorSortKey> &key = m_sortKeys[std::size_t(index)];
+    if (!key)
+        key = m_collator.sortKey(m_items[index].title);
+    return *key;
+}
+
 const std::vector<int> &FilterEngine::order(SortOrder sortOrder)
 {
     std::optional<std::vector<int>> &cached = m_orders[std::size_t(sortOrder)];
@@ -455,40 +493,49 @@ const std::vector<int> &FilterEngine::order(SortOrder sortOrder)
     std::vector<int> indexes(std::size_t(m_items.size()));
     for (std::size_t i = 0; i < indexes.size(); ++i)
         indexes[i] = int(i);
-    switch (sortOrder) {
-    case SortOrder::recentFirst:
-        std::stable_sort(indexes.begin(), indexes.end(),
-                         [this](int a, int b) { return m_items[a].createdAt > m_items[b].createdAt; });
-        break;
-    case SortOrder::oldFirst:
-        std::stable_sort(indexes.begin(), indexes.end(),
-                         [this](int a, int b) { return m_items[a].createdAt < m_items[b].createdAt; });
-        break;
-    case SortOrder::alphabetical:
-        if (m_collator.locale() == QLocale::c()) {
-            // Qt compares C-locale strings by UTF-16 code units, but its C sort keys are UTF-8
-            // bytes, which order surrogates differently; use the comparison itself.
-            std::stable_sort(indexes.begin(), indexes.end(), [this](int a, int b) {
-                return m_collator.compare(m_items[a].title, m_items[b].title) < 0;
-            });
-            break;
-        }
-        for (std::size_t i = 0; i < indexes.size(); ++i) {
-            if (!m_sortKeys[i])
-                m_sortKeys[i] = m_collator.sortKey(m_items[qsizetype(i)].title);
-        }
-        // QCollator puts an empty title before every other, even one made only of characters the
-        // collation ignores, whose sort key equals the empty one.
-        std::stable_sort(indexes.begin(), indexes.end(), [this](int a, int b) {
-            const bool aEmpty = m_items[a].title.isEmpty(), bEmpty = m_items[b].title.isEmpty();
-            if (aEmpty || bEmpty)
-                return aEmpty && !bEmpty;
-            return m_sortKeys[std::size_t(a)]->compare(*m_sortKeys[std::size_t(b)]) < 0;
-        });
-        break;
-    }
+    std::stable_sort(indexes.begin(), indexes.end(),
+                     [this, sortOrder](int a, int b) { return before(sortOrder, a, b); });
     cached = std::move(indexes);
     return *cached;
+}
+
+bool FilterEngine::updateOrder(SortOrder sortOrder, const std::vector<int> &previous, std::size_t oldCount,
+                               const std::vector<std::uint8_t> &keyKept)
+{
+    std::optional<std::vector<int>> &cached = m_orders[std::size_t(sortOrder)];
+    if (!cached)
+        return true;
+    // A stable sort orders records by (key, position). Records that kept their key and their order
+    // relative to each other keep their places; the few others are inserted by binary search.
+    constexpr std::size_t mostReinserted = 256;
+    std::vector<int> newIndexOfOld(oldCount, -1);
+    std::vector<int> reinserted;
+    int lastPrevious = -1;
+    for (std::size_t i = 0; i < previous.size(); ++i) {
+        if (previous[i] >= 0 && keyKept[i]) {
+            if (previous[i] <= lastPrevious)
+                return false;
+            lastPrevious = previous[i];
+            newIndexOfOld[std::size_t(previous[i])] = int(i);
+        } else {
+            reinserted.push_back(int(i));
+            if (reinserted.size() > mostReinserted)
+                return false;
+        }
+    }
+    std::vector<int> order;
+    order.reserve(previous.size());
+    for (int old : *cached) {
+        if (const int now = newIndexOfOld[std::size_t(old)]; now >= 0)
+            order.push_back(now);
+    }
+    const auto precedes = [this, sortOrder](int a, int b) {
+        return before(sortOrder, a, b) || (!before(sortOrder, b, a) && a < b);
+    };
+    for (int index : reinserted)
+        order.insert(std::lower_bound(order.begin(), order.end(), index, precedes), index);
+    cached = std::move(order);
+    return true;
 }
 
 std::vector<int> FilterEngine::rows(const FilterState &state)

@@ -77,6 +77,11 @@ private:
     bool spanContains(const Query &query, const char *begin, const char *end) const;
     bool matchesSlowly(const Query &query, int index) const;
     const std::vector<int> &order(SortOrder sortOrder);
+    bool before(SortOrder sortOrder, int a, int b);
+    const QCollatorSortKey &sortKey(int index);
+    // Carries a cached order over a change of records; false when it must be sorted again.
+    bool updateOrder(SortOrder sortOrder, const std::vector<int> &previous, std::size_t oldCount,
+                     const std::vector<std::uint8_t> &keyKept);
     int categoryId(const QString &category);
 
     Tuning m_tuning;
