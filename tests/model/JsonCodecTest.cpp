@@ -1,0 +1,549 @@
+#include "model/JsonCodec.h"
+
+#include "model/AutoBackupInterval.h"
+#include "model/LinkItem.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <vector>
+
+// Lets failing expectations show QStrings as text instead of arrays of UTF-16 units.
+inline void PrintTo(const QString &text, std::ostream *out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
+
+using namespace fiva;
+
+namespace {
+
+const char *const goodId = "0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F9";
+const QUuid itemId = QUuid::fromString(QString::fromLatin1(goodId));
+const QUuid attachmentId = QUuid::fromString(QStringLiteral("00000000-0000-0000-0000-000000000001"));
+const double notANumber = std::numeric_limits<double>::quiet_NaN();
+const double infinity = std::numeric_limits<double>::infinity();
+
+// A record's keys with their JSON text; a case replaces one value or removes the key.
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+Fields goodFields()
+{
+    return {{"id", std::string("\"") + goodId + "\""},
+            {"title", R"("Titre")"},
+            {"path", R"("https:\/\/exemple.fr")"},
+            {"category", R"("Sans catégorie")"},
+            {"notes", R"("<p>n</p>")"},
+            {"createdAt", "757382400"},
+            {"isFavorite", "true"},
+            {"attachments",
+             R"([{"id":"00000000-0000-0000-0000-000000000001","fileName":"a.pdf","filePath":"/a.pdf"}])"},
+            {"kind", R"("url")"}};
+}
+
+std::string objectText(const Fields &fields)
+{
+    std::string text = "{";
+    for (const auto &[key, value] : fields)
+        text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + value;
+    return text + "}";
+}
+
+// `value` null removes the key.
+Fields withField(Fields fields, const std::string &key, const char *value)
+{
+    auto it = std::find_if(fields.begin(), fields.end(), [&](const auto &f) { return f.first == key; });
+    if (it != fields.end() && value)
+        it->second = value;
+    else if (it != fields.end())
+        fields.erase(it);
+    else if (value)
+        fields.emplace_back(key, value);
+    return fields;
+}
+
+// The record under test is the second one, so that errors must carry its index.
+QByteArray documentWith(const Fields &record)
+{
+    return QByteArray::fromStdString(R"({"items":[)" + objectText(goodFields()) + "," + objectText(record) +
+                                     R"(],"categories":["Sans catégorie"]})");
+}
+
+LinkItem decodeOne(const Fields &record, Timestamp now = Timestamp{42})
+{
+    auto result = json::decodeSavedData(documentWith(record), now);
+    EXPECT_TRUE(result.ok()) << result.error().toStdString();
+    return result.ok() ? result.value().items.at(1) : LinkItem{};
+}
+
+QString decodeError(QByteArrayView bytes)
+{
+    auto result = json::decodeSavedData(bytes);
+    EXPECT_FALSE(result.ok()) << std::string(bytes.data(), std::size_t(bytes.size()));
+    return result.ok() ? QString() : result.error();
+}
+
+QByteArray encoded(const SavedData &data)
+{
+    auto result = json::encode(data);
+    EXPECT_TRUE(result.ok()) << result.error().toStdString();
+    return result.ok() ? result.value() : QByteArray();
+}
+
+std::uint64_t bits(double value)
+{
+    std::uint64_t b;
+    std::memcpy(&b, &value, sizeof b);
+    return b;
+}
+
+LinkItem sampleItem()
+{
+    return {itemId,
+            QStringLiteral("Élève « été »"),
+            QStringLiteral("https://exemple.fr/a/b?x=1&y=2"),
+            QStringLiteral("Travail / Projets"),
+            std::nullopt,
+            Timestamp{757382400},
+            true,
+            {Attachment{attachmentId, QStringLiteral("plan.pdf"),
+                        QStringLiteral("/home/u/.local/share/Fiva_Attachments/plan.pdf")}},
+            LinkKind::url};
+}
+
+} // namespace
+
+TEST(JsonDecode, FieldDefaultsAndEquivalentForms)
+{
+    using Check = std::function<void(const LinkItem &)>;
+    struct Case
+    {
+        const char *key;
+        std::vector<const char *> values; // null removes the key
+        Check check;
+    };
+    const std::vector<Case> cases = {
+        {"notes", {nullptr, "null"}, [](const LinkItem &i) { EXPECT_FALSE(i.notes.has_value()); }},
+        {"createdAt", {nullptr, "null"}, [](const LinkItem &i) { EXPECT_EQ(i.createdAt, Timestamp{42}); }},
+        {"isFavorite", {nullptr, "null"}, [](const LinkItem &i) { EXPECT_FALSE(i.isFavorite); }},
+        {"attachments",
+         {nullptr, "null", "[]"},
+         [](const LinkItem &i) { EXPECT_TRUE(i.attachments.isEmpty()); }},
+        {"id", {nullptr, "null"}, [](const LinkItem &i) { EXPECT_FALSE(i.id.isNull()); }},
+        {"id",
+         {"\"0a1b2c3d-4e5f-6071-8293-a4b5c6d7e8f9\""},
+         [](const LinkItem &i) { EXPECT_EQ(i.id, itemId); }},
+        {"path",
+         {R"("https://exemple.fr")"},
+         [](const LinkItem &i) { EXPECT_EQ(i.path, QStringLiteral("https://exemple.fr")); }},
+        {"title",
+         {R"("\u00e9t\u00C9 \ud83d\ude00 \"\/\\\b\f\n\r\t")"},
+         [](const LinkItem &i) { EXPECT_EQ(i.title, QStringLiteral("étÉ 😀 \"/\\\b\f\n\r\t")); }},
+        {"title", {R"("a\u0000b")"}, [](const LinkItem &i) { EXPECT_EQ(i.title.size(), 3); }},
+        {"createdAt",
+         {"7.573824e8"},
+         [](const LinkItem &i) { EXPECT_EQ(i.createdAt, Timestamp{757382400}); }},
+        {"createdAt", {"-1.5"}, [](const LinkItem &i) { EXPECT_EQ(i.createdAt, Timestamp{-1.5}); }},
+        {"createdAt", {"0"}, [](const LinkItem &i) { EXPECT_EQ(i.createdAt, Timestamp{0}); }},
+        {"unknownKey",
+         {R"({"nested":[1,{"a":null}],"x":"y"})"},
+         [](const LinkItem &i) { EXPECT_EQ(i.title, QStringLiteral("Titre")); }},
+        {"notes", {R"("")"}, [](const LinkItem &i) { EXPECT_EQ(i.notes, QString()); }},
+    };
+    for (const Case &c : cases) {
+        for (const char *value : c.values) {
+            SCOPED_TRACE(std::string(c.key) + "=" + (value ? value : "(absent)"));
+            c.check(decodeOne(withField(goodFields(), c.key, value)));
+        }
+    }
+    EXPECT_NE(decodeOne(withField(goodFields(), "id", nullptr)).id,
+              decodeOne(withField(goodFields(), "id", nullptr)).id)
+        << "a missing id is new at every reading";
+
+    // Key order carries no meaning; whitespace between tokens is allowed.
+    Fields reversed = goodFields();
+    std::reverse(reversed.begin(), reversed.end());
+    EXPECT_EQ(decodeOne(reversed), decodeOne(goodFields()));
+    auto spaced = json::decodeSavedData(" \n{ \"categories\" : [ ] ,\t\"items\" : [ ] }\r\n");
+    ASSERT_TRUE(spaced.ok()) << spaced.error().toStdString();
+    EXPECT_EQ(spaced.value(), SavedData{});
+    auto empty = json::decodeSavedData(R"({"items":[],"categories":[],"lastBackupDate":null})");
+    ASSERT_TRUE(empty.ok());
+    EXPECT_EQ(empty.value(), SavedData{});
+    auto dated = json::decodeSavedData(R"({"lastBackupDate":-0.5,"items":[],"categories":["b","a"]})");
+    ASSERT_TRUE(dated.ok());
+    EXPECT_EQ(dated.value(), (SavedData{{}, {QStringLiteral("b"), QStringLiteral("a")}, Timestamp{-0.5}}));
+}
+
+TEST(JsonDecode, RecordRejections)
+{
+    struct Case
+    {
+        const char *key;
+        const char *value; // null removes the key
+        const char *error; // null: "not a valid UUID" quoting the value
+    };
+    const Case cases[] = {
+        {"id", "123", "items[1].id: expected a string"},
+        {"id", R"("not-a-uuid")", nullptr},
+        {"id", R"("{0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F9}")", nullptr},
+        {"id", R"("0A1B2C3D4E5F607182 93A4B5C6D7E8F9AB")", nullptr},
+        {"id", R"("0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8FG")", nullptr},
+        {"id", R"("0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F")", nullptr},
+        {"title", nullptr, "items[1].title: missing"},
+        {"title", "null", "items[1].title: missing"},
+        {"title", "5", "items[1].title: expected a string"},
+        {"path", nullptr, "items[1].path: missing"},
+        {"path", "[]", "items[1].path: expected a string"},
+        {"category", nullptr, "items[1].category: missing"},
+        {"notes", "false", "items[1].notes: expected a string"},
+        {"createdAt", R"("757382400")", "items[1].createdAt: expected a number"},
+        {"createdAt", "true", "items[1].createdAt: expected a number"},
+        {"isFavorite", R"("true")", "items[1].isFavorite: expected a boolean"},
+        {"isFavorite", "1", "items[1].isFavorite: expected a boolean"},
+        {"attachments", "{}", "items[1].attachments: expected an array"},
+        {"attachments", "[1]", "items[1].attachments[0]: expected an object"},
+        {"attachments", R"([{"id":"00000000-0000-0000-0000-000000000001","fileName":"a"}])",
+         "items[1].attachments[0].filePath: missing"},
+        {"attachments",
+         R"([{"id":"00000000-0000-0000-0000-000000000001","fileName":"a","filePath":"/a"},{"fileName":"b","filePath":"/b"}])",
+         "items[1].attachments[1].id: missing"},
+        {"attachments", R"([{"id":"x","fileName":"a","filePath":"/a"}])",
+         R"(items[1].attachments[0].id: not a valid UUID: "x")"},
+        {"attachments", R"([{"id":"00000000-0000-0000-0000-000000000001","fileName":7,"filePath":"/a"}])",
+         "items[1].attachments[0].fileName: expected a string"},
+        {"kind", R"("URL")", R"(items[1].kind: unknown kind "URL")"},
+        {"kind", R"("")", R"(items[1].kind: unknown kind "")"},
+        {"kind", "0", "items[1].kind: expected a string"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::string(c.key) + "=" + (c.value ? c.value : "(absent)"));
+        const std::string error =
+            c.error ? c.error : std::string("items[1].id: not a valid UUID: ") + c.value;
+        EXPECT_EQ(decodeError(documentWith(withField(goodFields(), c.key, c.value))),
+                  QString::fromStdString(error));
+    }
+
+    // Several faults at once: the one of the earliest key in reading order is reported.
+    Fields record = withField(withField(goodFields(), "kind", "1"), "isFavorite", R"("oui")");
+    EXPECT_EQ(decodeError(documentWith(record)), QStringLiteral("items[1].isFavorite: expected a boolean"));
+    record = withField(record, "category", nullptr);
+    EXPECT_EQ(decodeError(documentWith(record)), QStringLiteral("items[1].category: missing"));
+    record = withField(record, "id", R"("bad")");
+    EXPECT_EQ(decodeError(documentWith(record)), QStringLiteral(R"(items[1].id: not a valid UUID: "bad")"));
+}
+
+TEST(JsonDecode, DocumentRejections)
+{
+    struct Case
+    {
+        const char *json;
+        const char *error; // exact, or a prefix when it ends with "..."
+    };
+    const Case cases[] = {
+        {"[]", "document: expected an object"},
+        {"null", "document: expected an object"},
+        {"{}", "items: missing"},
+        {R"({"categories":[]})", "items: missing"},
+        {R"({"items":[]})", "categories: missing"},
+        {R"({"items":null,"categories":[]})", "items: missing"},
+        {R"({"items":{},"categories":[]})", "items: expected an array"},
+        {R"({"items":[1],"categories":[]})", "items[0]: expected an object"},
+        {R"({"items":[],"categories":"a"})", "categories: expected an array"},
+        {R"({"items":[],"categories":["a",1]})", "categories[1]: expected a string"},
+        {R"({"items":[],"categories":[],"lastBackupDate":"2025"})", "lastBackupDate: expected a number"},
+        {R"({"items":[],"categories":[],"lastBackupDate":{}})", "lastBackupDate: expected a number"},
+        {"", "malformed JSON: ..."},
+        {"{", "malformed JSON: ..."},
+        {R"({"items":[],"categories":[],})", "malformed JSON: ..."},
+        {R"({"items":[],"categories":[]} {})", "malformed JSON: ..."},
+        {R"({"items":[],"categories":[],"other":[1,,2]})", "malformed JSON: ..."},
+        {R"({"items":[],"categories":["\x"]})", "malformed JSON: ..."},
+        {R"({"items":[],"categories":["\ud800"]})", "malformed JSON: ..."},
+        {R"({"items":[],"categories":[],"lastBackupDate":1e400})", "malformed JSON: ..."},
+        {R"({"items":[],"categories":[],"lastBackupDate":NaN})", "malformed JSON: ..."},
+        {R"({"items":[],"categories":[],"lastBackupDate":01})", "malformed JSON: ..."},
+        {"{\"items\":[],\"categories\":[\"a\tb\"]}", "malformed JSON: ..."},
+        {"{\"items\":[],\"categories\":[\"caf\xc3\"]}", "malformed JSON: invalid UTF-8 at byte 30"},
+        {"{\"items\":[],\"categories\":[\"\xed\xa0\x80\"]}", "malformed JSON: invalid UTF-8 at byte 27"},
+        {"{\"items\":[],\"categories\":[\"\xc0\xaf\"]}", "malformed JSON: invalid UTF-8 at byte 27"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.json);
+        const QString error = decodeError(QByteArrayView(c.json, qsizetype(std::strlen(c.json))));
+        const QString expected = QString::fromUtf8(c.error);
+        if (expected.endsWith(QStringLiteral("...")))
+            EXPECT_TRUE(error.startsWith(expected.chopped(3))) << error.toStdString();
+        else
+            EXPECT_EQ(error, expected);
+    }
+}
+
+TEST(JsonDecode, KindIsInferredFromThePathWhenMissing)
+{
+    QTemporaryDir temp;
+    const QString folder = temp.filePath(QStringLiteral("Dossier"));
+    const QString file = temp.filePath(QStringLiteral("note.txt"));
+    ASSERT_TRUE(QDir().mkpath(folder));
+    ASSERT_TRUE(QFile(file).open(QIODevice::WriteOnly));
+    const std::pair<QString, LinkKind> cases[] = {
+        {QStringLiteral("https://exemple.fr"), LinkKind::url},
+        {QStringLiteral("HTTP://EXEMPLE.FR"), LinkKind::url},
+        {QStringLiteral("hTtPs://x"), LinkKind::url},
+        {QStringLiteral("httpdocs/relative"), LinkKind::url},
+        {QStringLiteral("ftp://exemple.fr"), LinkKind::file},
+        {QStringLiteral(" http://x"), LinkKind::file},
+        {folder, LinkKind::directory},
+        {folder + u'/', LinkKind::directory},
+        {file, LinkKind::file},
+        {temp.filePath(QStringLiteral("absent")), LinkKind::file},
+        {QString(), LinkKind::file},
+    };
+    for (const auto &[path, kind] : cases) {
+        SCOPED_TRACE(path.toStdString());
+        const std::string quoted = '"' + path.toStdString() + '"';
+        for (const char *kindText : {static_cast<const char *>(nullptr), "null"})
+            EXPECT_EQ(
+                decodeOne(withField(withField(goodFields(), "kind", kindText), "path", quoted.c_str())).kind,
+                kind);
+    }
+    // A kind that is present wins over what the path looks like.
+    const std::string quotedFolder = '"' + folder.toStdString() + '"';
+    EXPECT_EQ(decodeOne(withField(goodFields(), "path", quotedFolder.c_str())).kind, LinkKind::url);
+}
+
+TEST(JsonDecode, BackupHistoryAndBareListOfRecords)
+{
+    auto good = json::decodeBackupHistory(
+        R"([{"id":"0a1b2c3d-4e5f-6071-8293-a4b5c6d7e8f9","date":1.5,"filePath":"\/b","fileSize":9223372036854775807},)"
+        R"({"fileSize":-1,"filePath":"/a","date":0,"id":"00000000-0000-0000-0000-000000000001","extra":1}])");
+    ASSERT_TRUE(good.ok()) << good.error().toStdString();
+    EXPECT_EQ(good.value(), (QList<BackupLog>{{itemId, Timestamp{1.5}, QStringLiteral("/b"),
+                                               std::numeric_limits<qint64>::max()},
+                                              {attachmentId, Timestamp{0}, QStringLiteral("/a"), -1}}));
+    EXPECT_TRUE(json::decodeBackupHistory("[]").value().isEmpty());
+
+    const std::string entry =
+        R"([{"id":"00000000-0000-0000-0000-000000000001","date":0,"filePath":"/a","fileSize":)";
+    const std::pair<std::string, const char *> cases[] = {
+        {"{}", "document: expected an array"},
+        {"[1]", "[0]: expected an object"},
+        {entry + "1}," + entry.substr(1) + "12.0}]", "[1].fileSize: expected an integer"},
+        {entry + "1e3}]", "[0].fileSize: expected an integer"},
+        {entry + "\"12\"}]", "[0].fileSize: expected an integer"},
+        {entry + "18446744073709551615}]", "[0].fileSize: integer out of range"},
+        {entry + "9223372036854775808}]", "[0].fileSize: integer out of range"},
+        {entry + "null}]", "[0].fileSize: missing"},
+        {R"([{"date":0,"filePath":"/a","fileSize":1}])", "[0].id: missing"},
+        {R"([{"id":"00000000-0000-0000-0000-000000000001","filePath":"/a","fileSize":1}])",
+         "[0].date: missing"},
+        {R"([{"id":"00000000-0000-0000-0000-000000000001","date":0,"fileSize":1}])", "[0].filePath: missing"},
+        {R"([{"id":"00000000-0000-0000-0000-000000000001","date":false,"filePath":"/a","fileSize":1}])",
+         "[0].date: expected a number"},
+        {"[", "malformed JSON: "},
+    };
+    for (const auto &[text, error] : cases) {
+        SCOPED_TRACE(text);
+        auto result = json::decodeBackupHistory(QByteArray::fromStdString(text));
+        ASSERT_FALSE(result.ok());
+        if (text != "[")
+            EXPECT_EQ(result.error(), QString::fromUtf8(error));
+        else
+            EXPECT_TRUE(result.error().startsWith(QString::fromUtf8(error))) << result.error().toStdString();
+    }
+
+    const auto list = [](const Fields &second) {
+        return json::decodeLinkItems(
+            QByteArray::fromStdString("[" + objectText(goodFields()) + "," + objectText(second) + "]"));
+    };
+    auto items = list(withField(goodFields(), "kind", nullptr));
+    ASSERT_TRUE(items.ok()) << items.error().toStdString();
+    ASSERT_EQ(items.value().size(), 2);
+    EXPECT_EQ(items.value()[1].kind, LinkKind::url);
+    EXPECT_EQ(list(withField(goodFields(), "title", nullptr)).error(), QStringLiteral("[1].title: missing"));
+    EXPECT_EQ(json::decodeLinkItems(R"({"items":[]})").error(),
+              QStringLiteral("document: expected an array"));
+}
+
+TEST(JsonDecode, DamagedDocumentsFailCleanly)
+{
+    const LinkItem item = decodeOne(goodFields());
+    const QByteArray good = encoded(SavedData{{item, item}, {QStringLiteral("Été / Notes")}, Timestamp{0.5}});
+    // Every truncation is malformed; none may crash or yield a partial document.
+    for (qsizetype n = 0; n < good.size(); ++n) {
+        auto result = json::decodeSavedData(QByteArrayView(good.constData(), n));
+        ASSERT_FALSE(result.ok()) << n;
+        EXPECT_TRUE(result.error().startsWith(QStringLiteral("malformed JSON: "))) << n;
+    }
+    // Every single-byte replacement either still decodes or fails with a description.
+    for (qsizetype i = 0; i < good.size(); ++i) {
+        for (char c : {'"', '\\', '{', ']', ',', '0', 'x', '\x01', '\xff'}) {
+            QByteArray damaged = good;
+            damaged[i] = c;
+            auto result = json::decodeSavedData(damaged);
+            EXPECT_TRUE(result.ok() || !result.error().isEmpty());
+        }
+    }
+}
+
+TEST(JsonEncode, DataFileIsCompactWithEscapedSlashesAndUpperCaseIds)
+{
+    SavedData data{{sampleItem()},
+                   {QStringLiteral("Sans catégorie"), QStringLiteral("Travail / Projets")},
+                   Timestamp{757382400.5}};
+    EXPECT_EQ(
+        encoded(data),
+        QByteArray(
+            R"({"items":[{"id":"0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F9","title":"Élève « été »",)"
+            R"("path":"https:\/\/exemple.fr\/a\/b?x=1&y=2","category":"Travail \/ Projets",)"
+            R"("createdAt":757382400,"isFavorite":true,"attachments":[{"id":"00000000-0000-0000-0000-000000000001",)"
+            R"("fileName":"plan.pdf","filePath":"\/home\/u\/.local\/share\/Fiva_Attachments\/plan.pdf"}],)"
+            R"("kind":"url"}],"categories":["Sans catégorie","Travail \/ Projets"],"lastBackupDate":757382400.5})"));
+
+    // Absent optionals are omitted, never null; empty notes are still notes.
+    LinkItem item = sampleItem();
+    item.attachments.clear();
+    item.isFavorite = false;
+    item.kind = LinkKind::directory;
+    const QByteArray bytes = encoded(SavedData{{item}, {}, std::nullopt});
+    EXPECT_FALSE(bytes.contains("notes") || bytes.contains("lastBackupDate") || bytes.contains("null"));
+    EXPECT_TRUE(
+        bytes.endsWith(R"("isFavorite":false,"attachments":[],"kind":"directory"}],"categories":[]})"));
+    item.notes = QString();
+    EXPECT_TRUE(encoded(SavedData{{item}, {}, std::nullopt})
+                    .contains(R"("category":"Travail \/ Projets","notes":"","createdAt")"));
+    EXPECT_EQ(encoded(SavedData{}), QByteArray(R"({"items":[],"categories":[]})"));
+}
+
+TEST(JsonEncode, StringEscapes)
+{
+    const std::pair<QString, QByteArray> cases[] = {
+        {QStringLiteral("a\"b\\c/d"), R"("a\"b\\c\/d")"},
+        {QStringLiteral("\n\r\t\b\f"), R"("\n\r\t\b\f")"},
+        {QString(QChar(0)) + QChar(1) + QChar(0x1f), R"("\u0000\u0001\u001f")"},
+        {QStringLiteral("\x7f"), "\"\x7f\""},
+        {QStringLiteral("<html>\n    <head>"), R"("<html>\n    <head>")"},
+        {QStringLiteral("ça €"), "\"\xc3\xa7"
+                                 "a \xe2\x82\xac\""},
+        {QString::fromUtf8("\xf0\x9f\x98\x80"), "\"\xf0\x9f\x98\x80\""},
+        {QStringLiteral("\u2028"), "\"\xe2\x80\xa8\""},
+        // A lone surrogate cannot be written as UTF-8: it becomes U+FFFD rather than corrupt bytes.
+        {QString(QChar(0xD800)) + u'x', "\"\xef\xbf\xbdx\""},
+        {QString(QChar(0xDC00)), "\"\xef\xbf\xbd\""},
+    };
+    for (const auto &[text, expected] : cases)
+        EXPECT_EQ(encoded(SavedData{{}, {text}, std::nullopt}),
+                  QByteArray(R"({"items":[],"categories":[)") + expected + "]}")
+            << expected.toStdString();
+}
+
+TEST(JsonEncode, DatesAreShortestRoundTripNumbers)
+{
+    const std::pair<double, const char *> cases[] = {
+        {757382400, "757382400"},
+        {0, "0"},
+        {-1.5, "-1.5"},
+        {0.1 + 0.2, "0.30000000000000004"},
+        {1e-7, "1e-07"},
+        {757382400.123456789, "757382400.1234568"},
+        {-0.0, "-0.0"},
+        {1e22, "1e+22"},
+        // Extremes whose text is the formatter's business; they must read back bit for bit.
+        {5e-324, nullptr},
+        {1.7976931348623157e308, nullptr},
+        {-978307200.000001, nullptr},
+        {2.2250738585072014e-308, nullptr}};
+    for (const auto &[seconds, text] : cases) {
+        const QByteArray bytes = encoded(SavedData{{}, {}, Timestamp{seconds}});
+        if (text) {
+            EXPECT_EQ(bytes, QByteArray(R"({"items":[],"categories":[],"lastBackupDate":)") + text + "}");
+        }
+        auto back = json::decodeSavedData(bytes);
+        ASSERT_TRUE(back.ok()) << back.error().toStdString();
+        ASSERT_TRUE(back.value().lastBackupDate.has_value());
+        EXPECT_EQ(bits(back.value().lastBackupDate->seconds), bits(seconds)) << bytes.toStdString();
+    }
+}
+
+TEST(JsonEncode, BackupHistoryAndNonFiniteDates)
+{
+    const QList<BackupLog> history{
+        {itemId, Timestamp{757382400.25}, QStringLiteral("/tmp/AutoBackup-1.0.fivabackup"), 1234},
+        {attachmentId, Timestamp{-3}, QStringLiteral("/x"), std::numeric_limits<qint64>::min()}};
+    EXPECT_EQ(json::encode(history).value(),
+              QByteArray(R"([{"id":"0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F9","date":757382400.25,)"
+                         R"("filePath":"\/tmp\/AutoBackup-1.0.fivabackup","fileSize":1234},)"
+                         R"({"id":"00000000-0000-0000-0000-000000000001","date":-3,"filePath":"\/x",)"
+                         R"("fileSize":-9223372036854775808}])"));
+    EXPECT_EQ(json::encode(QList<BackupLog>{}).value(), QByteArray("[]"));
+
+    // A date that is not a finite number fails with its place.
+    SavedData data{{sampleItem(), sampleItem()}, {}, std::nullopt};
+    data.items[1].createdAt = Timestamp{notANumber};
+    ASSERT_FALSE(json::encode(data).ok());
+    EXPECT_EQ(json::encode(data).error(),
+              QStringLiteral("items[1].createdAt: cannot write a date that is not a finite number"));
+    data.items[1].createdAt = Timestamp{0};
+    data.lastBackupDate = Timestamp{-infinity};
+    ASSERT_FALSE(json::encode(data).ok());
+    EXPECT_TRUE(json::encode(data).error().startsWith(QStringLiteral("lastBackupDate: ")));
+    const QList<BackupLog> infinite{{itemId, Timestamp{1}, QStringLiteral("/a"), 1},
+                                    {itemId, Timestamp{infinity}, QStringLiteral("/b"), 2}};
+    ASSERT_FALSE(json::encode(infinite).ok());
+    EXPECT_TRUE(json::encode(infinite).error().startsWith(QStringLiteral("[1].date: ")));
+}
+
+TEST(JsonRoundTrip, RecordsSurviveEncodeAndDecodeUnchanged)
+{
+    SavedData data{{}, {QStringLiteral("Zèbre"), QStringLiteral("a / b"), QString()}, Timestamp{0.1 + 0.2}};
+    for (int i = 0; i < 50; ++i) {
+        LinkItem item = sampleItem();
+        item.id = QUuid::createUuid();
+        item.title = QStringLiteral("Fiche n°%1 \"quotée\" \\ / \t").arg(i);
+        item.kind = LinkKind(i % 3);
+        item.isFavorite = i % 2;
+        item.createdAt = Timestamp{i * 1234567.891 - 1e6 / 3};
+        if (i % 4)
+            item.notes = QStringLiteral("<html>\n<p>ligne %1<br>&amp; 😀</p>").arg(i);
+        item.attachments.clear();
+        for (int a = 0; a < i % 3; ++a)
+            item.attachments.append(Attachment{QUuid::createUuid(), QStringLiteral("f%1.txt").arg(a),
+                                               QStringLiteral("/p/f%1.txt").arg(a)});
+        data.items.append(item);
+    }
+    const QByteArray bytes = encoded(data);
+    auto back = json::decodeSavedData(bytes);
+    ASSERT_TRUE(back.ok()) << back.error().toStdString();
+    EXPECT_EQ(back.value(), data);
+    EXPECT_EQ(encoded(back.value()), bytes);
+}
+
+TEST(AutoBackupInterval, CasesInOrderWithSecondsAndLabels)
+{
+    const std::pair<double, const char *> expected[] = {
+        {300, "5 minutes"}, {900, "15 minutes"}, {3600, "1 heure"}, {86400, "1 jour"}};
+    ASSERT_EQ(allAutoBackupIntervals.size(), std::size(expected));
+    for (std::size_t i = 0; i < allAutoBackupIntervals.size(); ++i) {
+        EXPECT_EQ(rawValue(allAutoBackupIntervals[i]), expected[i].first);
+        EXPECT_EQ(label(allAutoBackupIntervals[i]), QString::fromUtf8(expected[i].second));
+        EXPECT_EQ(autoBackupIntervalFromRawValue(expected[i].first), allAutoBackupIntervals[i]);
+    }
+    for (double seconds : {0.0, -300.0, 299.0, 300.5, 600.0, 900.0000001, 7200.0, 86399.0, infinity, notANumber})
+        EXPECT_FALSE(autoBackupIntervalFromRawValue(seconds).has_value()) << seconds;
+}
+
+TEST(LinkKind, NamesRoundTripAndUnknownNamesAreRejected)
+{
+    for (LinkKind kind : {LinkKind::url, LinkKind::file, LinkKind::directory})
+        EXPECT_EQ(linkKindFromName(linkKindName(kind)), kind);
+    EXPECT_EQ(linkKindName(LinkKind::directory), QStringLiteral("directory"));
+    for (const char *name : {"", "URL", "File", "dir", "folder", "url "})
+        EXPECT_FALSE(linkKindFromName(QString::fromUtf8(name)).has_value()) << name;
+}
