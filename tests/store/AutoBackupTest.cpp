@@ -16,7 +16,7 @@
 namespace fiva::test {
 namespace {
 
-const QString sansCategorie = QStringLiteral("Sans catégorie");
+const QString autoBackupError = QStringLiteral("❌ Auto-backup error: ");
 
 // What the file system reports as an entry's creation, as the pruning reads it.
 std::optional<std::pair<qint64, quint32>> creation(const QString &path)
@@ -30,59 +30,42 @@ std::optional<std::pair<qint64, quint32>> creation(const QString &path)
     return std::pair<qint64, quint32>{t.tv_sec, t.tv_nsec};
 }
 
-TEST_F(StoreTest, TimerPeriodIsTheChosenInterval)
-{
-    auto store = start();
-    const std::vector<std::pair<AutoBackupInterval, int>> cases = {
-        {AutoBackupInterval::fiveMinutes, 300'000},
-        {AutoBackupInterval::fifteenMinutes, 900'000},
-        {AutoBackupInterval::oneHour, 3'600'000},
-        {AutoBackupInterval::oneDay, 86'400'000},
-    };
-    for (const auto &[interval, ms] : cases) {
-        store->setAutoBackupIntervalOption(interval);
-        ASSERT_NE(store->autoBackupTimer(), nullptr);
-        EXPECT_EQ(store->autoBackupTimer()->interval(), ms);
-        EXPECT_TRUE(store->autoBackupTimer()->isActive());
-        EXPECT_FALSE(store->autoBackupTimer()->isSingleShot());
-    }
-}
-
-struct Assignment
-{
-    const char *name;
-    std::function<void(LinkStore &)> assign;
-    bool running; // a timer runs afterwards
-};
-
-TEST_F(StoreTest, EveryAssignmentRestartsTheTimerEvenWithTheSameValue)
+TEST_F(StoreTest, EveryAssignmentRestartsTheTimerWithTheChosenPeriodEvenWithTheSameValue)
 {
     auto store = start();
     QSignalSpy enabledChanged(store.get(), &LinkStore::autoBackupEnabledChanged);
     QSignalSpy intervalChanged(store.get(), &LinkStore::autoBackupIntervalOptionChanged);
-    const std::vector<Assignment> steps = {
-        {"same enabled", [](LinkStore &s) { s.setAutoBackupEnabled(true); }, true},
-        {"same interval",
-         [](LinkStore &s) { s.setAutoBackupIntervalOption(AutoBackupInterval::fifteenMinutes); }, true},
-        {"other interval", [](LinkStore &s) { s.setAutoBackupIntervalOption(AutoBackupInterval::oneHour); },
-         true},
-        {"off", [](LinkStore &s) { s.setAutoBackupEnabled(false); }, false},
-        {"interval while off",
-         [](LinkStore &s) { s.setAutoBackupIntervalOption(AutoBackupInterval::oneDay); }, false},
-        {"on again", [](LinkStore &s) { s.setAutoBackupEnabled(true); }, true},
+    using I = AutoBackupInterval;
+    struct Step
+    {
+        const char *name;
+        std::function<void(LinkStore &)> assign;
+        int periodMs; // 0: no timer runs afterwards
     };
-    for (const Assignment &step : steps) {
+    const std::vector<Step> steps = {
+        {"same enabled", [](LinkStore &s) { s.setAutoBackupEnabled(true); }, 900'000},
+        {"same interval", [](LinkStore &s) { s.setAutoBackupIntervalOption(I::fifteenMinutes); }, 900'000},
+        {"other interval", [](LinkStore &s) { s.setAutoBackupIntervalOption(I::oneHour); }, 3'600'000},
+        {"off", [](LinkStore &s) { s.setAutoBackupEnabled(false); }, 0},
+        {"interval while off", [](LinkStore &s) { s.setAutoBackupIntervalOption(I::oneDay); }, 0},
+        {"on again", [](LinkStore &s) { s.setAutoBackupEnabled(true); }, 86'400'000},
+        {"five minutes", [](LinkStore &s) { s.setAutoBackupIntervalOption(I::fiveMinutes); }, 300'000},
+    };
+    for (const Step &step : steps) {
+        SCOPED_TRACE(step.name);
         const QPointer<QTimer> before = store->autoBackupTimer();
         step.assign(*store);
-        EXPECT_TRUE(before.isNull()) << step.name << ": the previous timer must be gone";
-        EXPECT_EQ(store->autoBackupTimer() != nullptr, step.running) << step.name;
-        if (store->autoBackupTimer()) {
-            EXPECT_TRUE(store->autoBackupTimer()->isActive()) << step.name;
+        EXPECT_TRUE(before.isNull()) << "the previous timer must be gone";
+        QTimer *timer = store->autoBackupTimer();
+        ASSERT_EQ(timer != nullptr, step.periodMs != 0);
+        if (timer) {
+            EXPECT_TRUE(timer->isActive());
+            EXPECT_FALSE(timer->isSingleShot());
+            EXPECT_EQ(timer->interval(), step.periodMs);
         }
     }
     EXPECT_EQ(enabledChanged.count(), 3);
-    EXPECT_EQ(intervalChanged.count(), 3);
-    EXPECT_EQ(store->autoBackupTimer()->interval(), 86'400'000);
+    EXPECT_EQ(intervalChanged.count(), 4);
 }
 
 TEST_F(StoreTest, EachFiringQueuesOneBackupOnTheMainThread)
@@ -121,19 +104,15 @@ TEST_F(StoreTest, AutomaticBackupWritesTheDocumentThenSavesRecordsAndPrunes)
     EXPECT_EQ(written, json::encode(SavedData{store->items(), store->categories(), m_clock.now()}).value());
     EXPECT_EQ(store->lastBackupDate(), m_clock.now());
     EXPECT_EQ(json::decodeSavedData(readBytes(dataFile())).value().lastBackupDate, m_clock.now());
-
-    ASSERT_EQ(store->backupHistory().size(), 1);
-    const BackupLog &log = store->backupHistory().first();
-    EXPECT_EQ(log.filePath, file);
-    EXPECT_EQ(log.fileSize, written.size());
-    EXPECT_EQ(log.date, m_clock.now());
+    EXPECT_EQ(store->backupHistory(),
+              (QList<BackupLog>{{store->backupHistory().value(0).id, m_clock.now(), file, written.size()}}));
     EXPECT_EQ(historyChanged.count(), 1);
     EXPECT_EQ(readBytes(historyFile()), json::encode(store->backupHistory()).value());
 }
 
 TEST(AutoBackupFileName, IsTheShortestExactDecimalWithAFraction)
 {
-    const std::vector<std::pair<double, const char *>> exact = {
+    const std::pair<double, const char *> exact[] = {
         {1'735'689'600.0, "AutoBackup-1735689600.0.fivabackup"},
         {1'735'689'600.5, "AutoBackup-1735689600.5.fivabackup"},
         {1'750'000'000.25, "AutoBackup-1750000000.25.fivabackup"},
@@ -151,8 +130,7 @@ TEST(AutoBackupFileName, IsTheShortestExactDecimalWithAFraction)
         EXPECT_FALSE(number.contains('e') || number.contains('E')) << number.constData();
         double back = 0;
         const auto [end, ec] = std::from_chars(number.constData(), number.constData() + number.size(), back);
-        EXPECT_EQ(ec, std::errc());
-        EXPECT_EQ(end, number.constData() + number.size());
+        EXPECT_TRUE(ec == std::errc() && end == number.constData() + number.size()) << number.constData();
         EXPECT_EQ(back, Timestamp::fromUnix(unix).toUnix()) << number.constData();
     }
 }
@@ -160,12 +138,10 @@ TEST(AutoBackupFileName, IsTheShortestExactDecimalWithAFraction)
 TEST_F(StoreTest, PruningKeepsTheTenNewestEntriesWhateverTheyAre)
 {
     auto store = start();
-    QDir().mkpath(autoBackups());
     const QString usersFile = autoBackups() + QStringLiteral("/mes-notes.txt");
-    const QString hidden = autoBackups() + QStringLiteral("/.directory");
     writeBytes(autoBackups() + QStringLiteral("/mon-dossier/dedans.txt"), "à moi aussi");
     writeBytes(usersFile, "à moi");
-    writeBytes(hidden, "[Desktop Entry]");
+    writeBytes(autoBackups() + QStringLiteral("/.directory"), "[Desktop Entry]");
     // File systems stamp creation coarsely; wait for the stamp to move on so the user's file is
     // strictly older than every backup.
     const QString probe = as(QStringLiteral("probe"));
@@ -182,9 +158,7 @@ TEST_F(StoreTest, PruningKeepsTheTenNewestEntriesWhateverTheyAre)
         names << LinkStore::autoBackupFileName(m_clock.now());
         store->performAutoBackup();
     }
-
-    QStringList expected = names.mid(2);
-    expected << QStringLiteral(".directory");
+    QStringList expected = names.mid(2) << QStringLiteral(".directory");
     expected.sort();
     EXPECT_EQ(
         QDir(autoBackups()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name),
@@ -196,58 +170,38 @@ TEST_F(StoreTest, PruningKeepsTheTenNewestEntriesWhateverTheyAre)
     EXPECT_TRUE(QFile::exists(store->backupHistory().at(9).filePath));
 }
 
-TEST_F(StoreTest, BackupFolderThatCannotBeCreatedWritesNothing)
+TEST_F(StoreTest, FailedAutomaticBackupChangesNothing)
 {
-    auto store = startWith({makeItem(QStringLiteral("a"), sansCategorie)}, {sansCategorie});
-    QDir().mkpath(as(QStringLiteral("Fiva")));
-    writeBytes(autoBackups(), "a file where the folder should be");
-    const QByteArray dataBefore = readBytes(dataFile());
+    const QByteArray blocker = "a file where the folder should be";
+    // A file where the backups folder should be; a folder bearing the backup's own name.
+    for (const bool folderBlocked : {true, false}) {
+        SCOPED_TRACE(folderBlocked ? "folder" : "file");
+        QDir(as(QStringLiteral("Fiva"))).removeRecursively();
+        auto store = startWith({makeItem(QStringLiteral("a"), sansCategorie)}, {sansCategorie});
+        if (folderBlocked)
+            writeBytes(autoBackups(), blocker);
+        else
+            QDir().mkpath(autoBackups() + u'/' + LinkStore::autoBackupFileName(m_clock.now()));
+        const QByteArray dataBefore = readBytes(dataFile());
 
-    StdoutCapture capture;
-    store->performAutoBackup();
-    const QString out = capture.finish();
-
-    EXPECT_TRUE(
-        out.startsWith(QStringLiteral("❌ Auto-backup error: ") + autoBackups() + QStringLiteral(": ")))
-        << out.toStdString();
-    EXPECT_EQ(out.count(u'\n'), 1);
-    EXPECT_FALSE(store->lastBackupDate().has_value());
-    EXPECT_TRUE(store->backupHistory().isEmpty());
-    EXPECT_FALSE(QFile::exists(historyFile()));
-    EXPECT_EQ(readBytes(dataFile()), dataBefore);
-    EXPECT_EQ(readBytes(autoBackups()), QByteArray("a file where the folder should be"));
+        StdoutCapture capture;
+        store->performAutoBackup();
+        const QString out = capture.finish();
+        EXPECT_TRUE(out.startsWith(folderBlocked ? autoBackupError + autoBackups() + QStringLiteral(": ")
+                                                 : autoBackupError))
+            << out.toStdString();
+        EXPECT_EQ(out.count(u'\n'), 1);
+        EXPECT_FALSE(store->lastBackupDate().has_value());
+        EXPECT_TRUE(store->backupHistory().isEmpty());
+        EXPECT_FALSE(QFile::exists(historyFile()));
+        EXPECT_EQ(readBytes(dataFile()), dataBefore);
+        if (folderBlocked) {
+            EXPECT_EQ(readBytes(autoBackups()), blocker);
+        }
+    }
 }
 
-TEST_F(StoreTest, BackupFileThatCannotBeWrittenLeavesNothingBehind)
-{
-    auto store = start();
-    // A folder already bearing the backup's name makes the write itself fail.
-    QDir().mkpath(autoBackups() + u'/' + LinkStore::autoBackupFileName(m_clock.now()));
-    StdoutCapture capture;
-    store->performAutoBackup();
-    EXPECT_TRUE(capture.finish().startsWith(QStringLiteral("❌ Auto-backup error: ")));
-    EXPECT_FALSE(store->lastBackupDate().has_value());
-    EXPECT_TRUE(store->backupHistory().isEmpty());
-    EXPECT_FALSE(QFile::exists(dataFile()));
-}
-
-TEST_F(StoreTest, HistoryWriteFailureIsPrintedAndTheEntryKept)
-{
-    auto store = start();
-    QDir().mkpath(historyFile());
-    writeBytes(as(QStringLiteral("manual.fivabackup")), "12345");
-
-    StdoutCapture capture;
-    store->addBackupLog(as(QStringLiteral("manual.fivabackup")));
-    const QString out = capture.finish();
-
-    EXPECT_TRUE(out.startsWith(QStringLiteral("⚠️ Erreur historique : ") + historyFile()))
-        << out.toStdString();
-    ASSERT_EQ(store->backupHistory().size(), 1);
-    EXPECT_EQ(store->backupHistory().first().fileSize, 5);
-}
-
-TEST_F(StoreTest, HistoryEntriesGoInFrontAndMissingFilesHaveSizeZero)
+TEST_F(StoreTest, HistoryEntriesGoInFrontAndAreWrittenEvenWhenTheFileCannotBe)
 {
     auto store = start();
     store->addBackupLog(as(QStringLiteral("nowhere.fivabackup")));
@@ -256,9 +210,21 @@ TEST_F(StoreTest, HistoryEntriesGoInFrontAndMissingFilesHaveSizeZero)
     store->addBackupLog(as(QStringLiteral("b.fivabackup")));
     ASSERT_EQ(store->backupHistory().size(), 2);
     EXPECT_EQ(store->backupHistory()[0].fileSize, 3);
-    EXPECT_EQ(store->backupHistory()[1].fileSize, 0);
+    EXPECT_EQ(store->backupHistory()[1].fileSize, 0) << "a missing file has size zero";
     EXPECT_NE(store->backupHistory()[0].id, store->backupHistory()[1].id);
     EXPECT_EQ(json::decodeBackupHistory(readBytes(historyFile())).value(), store->backupHistory());
+
+    // A write failure is printed and the entry kept.
+    QFile::remove(historyFile());
+    QDir().mkpath(historyFile());
+    writeBytes(as(QStringLiteral("manual.fivabackup")), "12345");
+    StdoutCapture capture;
+    store->addBackupLog(as(QStringLiteral("manual.fivabackup")));
+    const QString out = capture.finish();
+    EXPECT_TRUE(out.startsWith(QStringLiteral("⚠️ Erreur historique : ") + historyFile()))
+        << out.toStdString();
+    ASSERT_EQ(store->backupHistory().size(), 3);
+    EXPECT_EQ(store->backupHistory().first().fileSize, 5);
 }
 
 TEST_F(StoreTest, HistoryIsLoadedAtStartAndABadFileIsIgnoredSilently)
@@ -270,8 +236,7 @@ TEST_F(StoreTest, HistoryIsLoadedAtStartAndABadFileIsIgnoredSilently)
 
     for (const QByteArray &bad : {QByteArray("[{\"id\":1}]"), QByteArray("nope"), QByteArray()}) {
         writeBytes(historyFile(), bad);
-        auto store = start();
-        EXPECT_TRUE(store->backupHistory().isEmpty());
+        EXPECT_TRUE(start()->backupHistory().isEmpty());
         EXPECT_EQ(m_startOutput.count(u'\n'), 1) << "only the missing data file is reported";
         EXPECT_EQ(readBytes(historyFile()), bad);
     }
@@ -284,21 +249,18 @@ TEST_F(StoreTest, OpeningTheBackupsFolderCreatesAndRevealsIt)
     store->openAutoBackupsFolder();
     EXPECT_EQ(capture.finish(), QString());
     EXPECT_TRUE(QFileInfo(autoBackups()).isDir());
-    ASSERT_EQ(m_workspace.calls.size(), 1u);
-    EXPECT_EQ(m_workspace.calls[0], QStringLiteral("revealItem ") + autoBackups());
-}
+    EXPECT_EQ(m_workspace.calls, std::vector<QString>{QStringLiteral("revealItem ") + autoBackups()});
 
-TEST_F(StoreTest, OpeningAFolderThatCannotBeCreatedReportsAndStillAsksTheFileManager)
-{
-    auto store = start();
+    // A folder that cannot be created is reported, and the file manager is still asked.
+    QDir(autoBackups()).removeRecursively();
     writeBytes(autoBackups(), "");
-    StdoutCapture capture;
+    StdoutCapture again;
     store->openAutoBackupsFolder();
-    const QString out = capture.finish();
+    const QString out = again.finish();
     EXPECT_TRUE(
         out.startsWith(QStringLiteral("❌ Impossible de créer le dossier AutoBackups : ") + autoBackups()))
         << out.toStdString();
-    EXPECT_EQ(m_workspace.calls.size(), 1u);
+    EXPECT_EQ(m_workspace.calls.size(), 2u);
 }
 
 } // namespace

@@ -3,18 +3,22 @@
 #include "model/JsonCodec.h"
 #include "model/LinkItem.h"
 #include "platform/Clock.h"
+#include "platform/Dialogs.h"
 #include "platform/Paths.h"
 #include "platform/Workspace.h"
 #include "store/LinkStore.h"
 
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QUuid>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,6 +26,8 @@
 #include <memory>
 #include <ostream>
 #include <vector>
+
+#include "support/FakeDialogs.h"
 
 namespace fiva {
 
@@ -37,26 +43,13 @@ inline void PrintTo(const QStringList &l, std::ostream *os)
 
 namespace test {
 
-// Timers and queued calls need an application object; one per test program.
-inline void ensureApplication()
-{
-    if (QCoreApplication::instance())
-        return;
-    static int argc = 1;
-    static char name[] = "store_tests";
-    static char *argv[] = {name, nullptr};
-    static QCoreApplication app(argc, argv);
-}
-
 // Redirects file descriptor 1 so that what the store prints can be compared line by line.
 class StdoutCapture final
 {
 public:
-    StdoutCapture()
+    StdoutCapture() : m_file(std::tmpfile()), m_saved(::dup(STDOUT_FILENO))
     {
         std::fflush(stdout);
-        m_file = std::tmpfile();
-        m_saved = ::dup(STDOUT_FILENO);
         ::dup2(::fileno(m_file), STDOUT_FILENO);
     }
     ~StdoutCapture() { finish(); }
@@ -73,18 +66,17 @@ public:
         std::rewind(m_file);
         QByteArray bytes;
         char buffer[4096];
-        size_t n;
-        while ((n = std::fread(buffer, 1, sizeof buffer, m_file)) > 0)
-            bytes.append(buffer, static_cast<qsizetype>(n));
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, m_file)) > 0;)
+            bytes.append(buffer, qsizetype(n));
+        m_text = QString::fromUtf8(bytes);
         std::fclose(m_file);
         m_file = nullptr;
-        m_text = QString::fromUtf8(bytes);
         return m_text;
     }
 
 private:
-    std::FILE *m_file = nullptr;
-    int m_saved = -1;
+    std::FILE *m_file;
+    int m_saved;
     QString m_text;
 };
 
@@ -92,35 +84,24 @@ private:
 class RecordingWorkspace final : public Workspace
 {
 public:
-    bool openUrl(const QUrl &url) override
-    {
-        calls.push_back(QStringLiteral("openUrl ") + url.toString());
-        return true;
-    }
-    bool openPath(const QString &path) override
-    {
-        calls.push_back(QStringLiteral("openPath ") + path);
-        return true;
-    }
-    bool showFolder(const QString &folder) override
-    {
-        calls.push_back(QStringLiteral("showFolder ") + folder);
-        return true;
-    }
-    bool revealItem(const QString &path) override
-    {
-        calls.push_back(QStringLiteral("revealItem ") + path);
-        return true;
-    }
+    bool openUrl(const QUrl &url) override { return note(QStringLiteral("openUrl ") + url.toString()); }
+    bool openPath(const QString &path) override { return note(QStringLiteral("openPath ") + path); }
+    bool showFolder(const QString &folder) override { return note(QStringLiteral("showFolder ") + folder); }
+    bool revealItem(const QString &path) override { return note(QStringLiteral("revealItem ") + path); }
     std::vector<QString> calls;
+
+private:
+    bool note(const QString &call)
+    {
+        calls.push_back(call);
+        return true;
+    }
 };
 
 inline QByteArray readBytes(const QString &path)
 {
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return f.readAll();
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 inline void writeBytes(const QString &path, const QByteArray &bytes)
@@ -131,54 +112,197 @@ inline void writeBytes(const QString &path, const QByteArray &bytes)
         qFatal("test fixture: cannot write %s", qPrintable(path));
 }
 
+inline QByteArray sha256Of(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
+}
+
 inline LinkItem makeItem(const QString &title, const QString &category, QList<Attachment> attachments = {})
 {
-    LinkItem item;
-    item.id = QUuid::createUuid();
-    item.title = title;
-    item.path = QStringLiteral("https://example.org/") + title;
-    item.category = category;
-    item.createdAt = Timestamp{700000000.0};
-    item.attachments = std::move(attachments);
-    return item;
+    return {QUuid::createUuid(),
+            title,
+            QStringLiteral("https://example.org/") + title,
+            category,
+            std::nullopt,
+            Timestamp{700000000.0},
+            false,
+            std::move(attachments),
+            LinkKind::url};
 }
 
 // 2025-01-01 00:00:00 UTC.
 inline constexpr Timestamp newYear2025{757382400.0};
+inline const QString sansCategorie = QStringLiteral("Sans catégorie");
 
-// Each test gets its own application-support folder and a clock that only moves when told.
+struct ToolRun
+{
+    int exitCode = -1;
+    QString output;
+};
+
+// Runs one of the outside tools the archives are checked against. A missing tool is a failure
+// of the test run, never a skip.
+inline ToolRun runTool(const QString &program, const QStringList &args, const QString &folder = {})
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setWorkingDirectory(folder);
+    process.start(program, args);
+    if (!process.waitForStarted(10'000)) {
+        ADD_FAILURE() << program.toStdString() << " could not be started; scripts/install-deps installs it";
+        return {};
+    }
+    process.waitForFinished(300'000);
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            QString::fromUtf8(process.readAll())};
+}
+
+// Writes a ZIP with Python's zipfile. Entries: name, content, and whether the entry is a link.
+// `corruptCrcOf` flips the recorded CRC-32 of that entry in both headers.
+struct ZipSpecEntry
+{
+    QString name;
+    QByteArray data;
+    bool link = false;
+};
+
+inline void writeZipWithPython(const QString &path, const std::vector<ZipSpecEntry> &entries,
+                               const QString &corruptCrcOf = {})
+{
+    static const char script[] = R"(
+import base64, json, sys, zipfile
+path, spec, corrupt = sys.argv[1], json.loads(sys.argv[2]), sys.argv[3]
+with zipfile.ZipFile(path, 'w', zipfile.ZIP_STORED) as z:
+    for e in spec:
+        info = zipfile.ZipInfo(e['name'], (2024, 5, 1, 12, 0, 0))
+        info.create_system = 3
+        if e['link']:
+            info.external_attr = 0o120777 << 16
+        elif e['name'].endswith('/'):
+            info.external_attr = (0o40755 << 16) | 0x10
+        else:
+            info.external_attr = 0o100644 << 16
+        z.writestr(info, base64.b64decode(e['data']))
+if corrupt:
+    b = bytearray(open(path, 'rb').read())
+    name = corrupt.encode()
+    for sig, crc_at, name_at in ((b'PK\x03\x04', 14, 30), (b'PK\x01\x02', 16, 46)):
+        i = b.find(sig)
+        while i >= 0:
+            if bytes(b[i + name_at:i + name_at + len(name)]) == name:
+                b[i + crc_at] ^= 0xFF
+            i = b.find(sig, i + 4)
+    open(path, 'wb').write(b)
+)";
+    QStringList json;
+    for (const ZipSpecEntry &e : entries)
+        json << QStringLiteral("{\"name\":\"%1\",\"data\":\"%2\",\"link\":%3}")
+                    .arg(e.name, QString::fromLatin1(e.data.toBase64()),
+                         e.link ? QStringLiteral("true") : QStringLiteral("false"));
+    const ToolRun run =
+        runTool(QStringLiteral("python3"), {QStringLiteral("-c"), QString::fromLatin1(script), path,
+                                            u'[' + json.join(u',') + u']', corruptCrcOf});
+    ASSERT_EQ(run.exitCode, 0) << run.output.toStdString();
+}
+
+// Each test gets its own application-support folder ("as"), temporary folder (so that staging
+// folders left behind show), folder of user files, scripted dialogs and a clock that only moves
+// when told.
 class StoreTest : public ::testing::Test
 {
-protected:
-    StoreTest() { ensureApplication(); }
+public:
+    StoreTest()
+    {
+        if (!QCoreApplication::instance()) { // timers and queued calls need one
+            static int argc = 1;
+            static char name[] = "store_tests";
+            static char *argv[] = {name, nullptr};
+            static QCoreApplication app(argc, argv);
+        }
+        for (const char *folder : {"as", "tmp", "files"})
+            QDir(m_root.path()).mkpath(QString::fromLatin1(folder));
+    }
+    ~StoreTest() override
+    {
+        for (const QString &p : std::as_const(m_locked)) {
+            if (::geteuid() == 0)
+                QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("-i"), p});
+            ::chmod(QFile::encodeName(p).constData(), 0755);
+        }
+    }
 
     std::unique_ptr<LinkStore> start(TimerPeriod period = realTimerPeriod)
     {
         StdoutCapture capture;
         auto store = std::make_unique<LinkStore>(m_paths, m_workspace, m_clock, std::move(period));
+        store->setDialogs(&m_dialogs);
         m_startOutput = capture.finish();
         return store;
     }
 
     // Starts a store from a data file holding these records and categories.
-    std::unique_ptr<LinkStore> startWith(const QList<LinkItem> &items, const QStringList &categories)
+    std::unique_ptr<LinkStore> startWith(const QList<LinkItem> &items, const QStringList &categories,
+                                         std::optional<Timestamp> date = std::nullopt)
     {
-        writeBytes(dataFile(), json::encode(SavedData{items, categories, std::nullopt}).value());
+        writeBytes(dataFile(), json::encode(SavedData{items, categories, date}).value());
         return start();
     }
 
+    QString path(const QString &relative) const { return QDir(m_root.path()).filePath(relative); }
     QString as(const QString &relative = {}) const
     {
-        return relative.isEmpty() ? m_as.path() : m_as.filePath(relative);
+        return path(relative.isEmpty() ? QStringLiteral("as") : QStringLiteral("as/") + relative);
     }
     QString dataFile() const { return as(QStringLiteral("Fiva/FivaData.json")); }
     QString historyFile() const { return as(QStringLiteral("Fiva/BackupHistory.json")); }
     QString autoBackups() const { return as(QStringLiteral("Fiva/AutoBackups")); }
+    QString attachmentsFolder() const { return as(QStringLiteral("Fiva_Attachments")); }
 
-    QTemporaryDir m_as;
-    FixedPaths m_paths{m_as.path(), m_as.path()};
+    // A user's file somewhere on disk, to attach.
+    QString userFile(const QString &relative, const QByteArray &bytes)
+    {
+        writeBytes(path(QStringLiteral("files/") + relative), bytes);
+        return path(QStringLiteral("files/") + relative);
+    }
+    static Attachment attachment(const QString &filePath)
+    {
+        return {QUuid::createUuid(), QFileInfo(filePath).fileName(), filePath};
+    }
+
+    // Staging folders that outlived their operation.
+    QStringList leftovers() const
+    {
+        return QDir(path(QStringLiteral("tmp")))
+            .entryList({QStringLiteral("Fiva*")}, QDir::AllEntries | QDir::Hidden);
+    }
+
+    // Makes a file or folder refuse writes, also for root (which ignores permission bits).
+    void lockAgainstWrites(const QString &p)
+    {
+        ::chmod(QFile::encodeName(p).constData(), QFileInfo(p).isDir() ? 0555 : 0444);
+        if (::geteuid() == 0) {
+            ASSERT_EQ(QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("+i"), p}), 0)
+                << "chattr is needed to make a file read-only for root";
+        }
+        m_locked << p;
+    }
+
+    QString exportArchive(LinkStore &store, const QString &name = QStringLiteral("backup.fivabackup"))
+    {
+        StdoutCapture capture;
+        const auto error = store.writeBackupArchive(path(name));
+        EXPECT_FALSE(error.has_value()) << error.value_or(QString()).toStdString();
+        return path(name);
+    }
+
+    QTemporaryDir m_root;
+    FixedPaths m_paths{path(QStringLiteral("as")), path(QStringLiteral("tmp"))};
     RecordingWorkspace m_workspace;
     ManualClock m_clock{newYear2025};
+    FakeDialogs m_dialogs;
+    QStringList m_locked;
     QString m_startOutput;
 };
 
