@@ -1,60 +1,11 @@
-#include <QCoreApplication>
-#include <QDir>
-#include <QFile>
-#include <QProcess>
-#include <QProcessEnvironment>
-#include <QTemporaryDir>
+#include "CliTestSupport.h"
 
-#include <cstdlib>
-#include <gtest/gtest.h>
-#include <vector>
-
+namespace cli_test {
 namespace {
 
-struct CliRun
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-// Each test drives the real fiva-cli with its own XDG data folder, so the store it opens is the
-// one the application would open there.
-class StoreCli : public ::testing::Test
+class StoreCli : public CliTest
 {
 protected:
-    StoreCli()
-    {
-        if (!QCoreApplication::instance()) {
-            static int argc = 1;
-            static char name[] = "cli_store_tests";
-            static char *argv[] = {name, nullptr};
-            static QCoreApplication app(argc, argv);
-        }
-    }
-
-    CliRun run(const QStringList &args) const
-    {
-        const char *cli = std::getenv("FIVA_CLI");
-        EXPECT_NE(cli, nullptr) << "FIVA_CLI must name the fiva-cli binary";
-        QProcess process;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_DATA_HOME"), m_data.path());
-        process.setProcessEnvironment(env);
-        process.start(QString::fromLocal8Bit(cli ? cli : ""), args);
-        if (!process.waitForFinished(30'000))
-            return {};
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
-    }
-
-    // Arguments separated by "|", so that blanks inside one can be written.
-    CliRun run(const char *line) const
-    {
-        return run(QString::fromUtf8(line).split(u'|', Qt::SkipEmptyParts));
-    }
-
     // Lines printed on stdout that are not the store's own messages.
     static QStringList payload(const CliRun &r)
     {
@@ -65,44 +16,21 @@ protected:
         }
         return lines;
     }
-
-    QString path(const QString &relative) const { return m_data.filePath(relative); }
-    QString dataFile() const { return path(QStringLiteral("Fiva/FivaData.json")); }
-
-    QTemporaryDir m_data;
 };
 
-TEST_F(StoreCli, BadInvocationsPrintUsageAndExitWithTwo)
+TEST_F(StoreCli, BadInvocationsPrintUsageAndExitWithTwoAndHelpAnswers)
 {
-    const char *cases[] = {
-        "",
-        "no-such-command",
-        "add",
-        "add|--title|T",
-        "add|--title|T|--path",
-        "add|--title|T|--path|p|--kind|ftp",
-        "add|--title| \t|--path|p",
-        "add|--title|T|--path|p|--colour|red",
-        "list|extra",
-        "favorite",
-        "favorite|not-a-uuid",
-        "delete|a|b",
-        "categories|rename|only-one",
-        "categories|add-sub|parent",
-        "categories|sort",
-        "backup-now|now",
-        "history|all",
-    };
-    for (const char *line : cases) {
+    for (const char *line :
+         {"", "no-such-command", "add", "add|--title|T", "add|--title|T|--path",
+          "add|--title|T|--path|p|--kind|ftp", "add|--title| \t|--path|p",
+          "add|--title|T|--path|p|--colour|red", "list|extra", "favorite", "favorite|not-a-uuid",
+          "delete|a|b", "categories|rename|only-one", "categories|add-sub|parent", "categories|sort",
+          "backup-now|now", "history|all"}) {
         const CliRun r = run(line);
         EXPECT_EQ(r.exitCode, 2) << line;
         EXPECT_TRUE(r.err.contains(QStringLiteral("usage: fiva-cli"))) << line;
     }
     EXPECT_FALSE(QFile::exists(dataFile())) << "a rejected command must not touch the data";
-}
-
-TEST_F(StoreCli, EveryStoreCommandAnswersHelp)
-{
     for (const char *name : {"add", "list", "favorite", "delete", "categories", "backup-now", "history"}) {
         const CliRun r = run({QLatin1String(name), QStringLiteral("--help")});
         EXPECT_EQ(r.exitCode, 0) << name;
@@ -124,9 +52,7 @@ TEST_F(StoreCli, RecordsCanBeAddedListedFlaggedAndDeleted)
     ASSERT_EQ(second.exitCode, 0);
     const QString id2 = payload(second).value(0);
 
-    QFile stored(dataFile());
-    ASSERT_TRUE(stored.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(stored.readAll().contains("<p>ligne 1<br>ligne 2<\\/p>"));
+    EXPECT_TRUE(read(dataFile()).contains("<p>ligne 1<br>ligne 2<\\/p>"));
     EXPECT_EQ(
         payload(run("list")),
         (QStringList{id + QStringLiteral("\turl\t0\tSans catégorie\tÉté\\tà Paris\thttps://example.org/a"),
@@ -156,30 +82,25 @@ TEST_F(StoreCli, BackupNowWritesABackupAndRecordsItInTheHistory)
     ASSERT_EQ(run("categories|add|X").exitCode, 0);
     const CliRun backup = run("backup-now");
     ASSERT_EQ(backup.exitCode, 0) << backup.out.toStdString();
-    const QStringList files = QDir(path(QStringLiteral("Fiva/AutoBackups"))).entryList(QDir::Files);
+    const QString folder = home() + QStringLiteral("/Fiva/AutoBackups/");
+    const QStringList files = QDir(folder).entryList(QDir::Files);
     ASSERT_EQ(files.size(), 1);
     EXPECT_TRUE(files.first().startsWith(QStringLiteral("AutoBackup-")));
-
-    const QStringList history = payload(run("history"));
-    ASSERT_EQ(history.size(), 1);
-    const QStringList fields = history.first().split(u'\t');
+    const QStringList fields = payload(run("history")).value(0).split(u'\t');
     ASSERT_EQ(fields.size(), 4);
-    EXPECT_EQ(fields[3], path(QStringLiteral("Fiva/AutoBackups/")) + files.first());
+    EXPECT_EQ(fields[3], folder + files.first());
     EXPECT_EQ(fields[2].toLongLong(), QFileInfo(fields[3]).size());
+    EXPECT_EQ(payload(run("history")).size(), 1);
 }
 
 TEST_F(StoreCli, BackupNowFailsWhenTheFolderCannotBeMade)
 {
-    QDir().mkpath(path(QStringLiteral("Fiva")));
-    QFile blocker(path(QStringLiteral("Fiva/AutoBackups")));
-    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
+    const QString blocker = write(home() + QStringLiteral("/Fiva/AutoBackups"), {});
     const CliRun r = run("backup-now");
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_TRUE(
-        r.out.contains(QStringLiteral("❌ Auto-backup error: ") + path(QStringLiteral("Fiva/AutoBackups"))))
-        << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains(QStringLiteral("❌ Auto-backup error: ") + blocker)) << r.out.toStdString();
     EXPECT_TRUE(payload(run("history")).isEmpty());
 }
 
 } // namespace
+} // namespace cli_test

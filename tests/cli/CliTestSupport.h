@@ -1,0 +1,78 @@
+#pragma once
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace cli_test {
+
+struct CliRun
+{
+    int exitCode = -1;
+    QByteArray outBytes;
+    QString out;
+    QString err;
+};
+
+inline QString cliPath()
+{
+    const QByteArray path = qgetenv("FIVA_CLI");
+    EXPECT_FALSE(path.isEmpty()) << "FIVA_CLI must name the fiva-cli binary";
+    return QString::fromLocal8Bit(path);
+}
+
+// Each test drives the real fiva-cli in a folder of its own; `home` is the XDG data folder, so the
+// store it opens is the one the application would open there.
+class CliTest : public ::testing::Test
+{
+protected:
+    QString path(const QString &relative) const { return m_root.filePath(relative); }
+    QString home(int which = 1) const { return path(QStringLiteral("home%1").arg(which)); }
+    QString dataFile(int which = 1) const { return home(which) + QStringLiteral("/Fiva/FivaData.json"); }
+
+    CliRun run(const QStringList &args, int which = 1) const
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_DATA_HOME"), home(which));
+        env.insert(QStringLiteral("TMPDIR"), path(QStringLiteral("tmp")));
+        process.setProcessEnvironment(env);
+        QDir().mkpath(path(QStringLiteral("tmp")));
+        process.start(cliPath(), args);
+        process.closeWriteChannel();
+        if (!process.waitForFinished(120'000))
+            return {};
+        const QByteArray out = process.readAllStandardOutput();
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, out,
+                QString::fromUtf8(out), QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    // Arguments separated by "|", so that blanks inside one can be written.
+    CliRun run(const char *line, int which = 1) const
+    {
+        return run(QString::fromUtf8(line).split(u'|', Qt::SkipEmptyParts), which);
+    }
+
+    static QString write(const QString &file, const QByteArray &bytes)
+    {
+        QDir().mkpath(QFileInfo(file).absolutePath());
+        QFile f(file);
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        EXPECT_EQ(f.write(bytes), bytes.size());
+        return file;
+    }
+    static QByteArray read(const QString &file)
+    {
+        QFile f(file);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+
+    QTemporaryDir m_root;
+};
+
+} // namespace cli_test
