@@ -12,13 +12,13 @@ namespace fiva::symbols {
 
 namespace {
 
-struct SymbolSpec
+struct SymbolEntry
 {
     const char16_t *name;
     const char16_t *themeName; // empty: always ours
 };
 
-constexpr std::array<SymbolSpec, 12> symbolTable{{
+constexpr std::array<SymbolEntry, 12> symbolTable{{
     {u"star", u""},
     {u"star.fill", u""},
     {u"pencil", u"document-edit"},
@@ -33,11 +33,11 @@ constexpr std::array<SymbolSpec, 12> symbolTable{{
     {u"doc", u"text-x-generic"},
 }};
 
-const SymbolSpec *specOf(const QString &name)
+const SymbolEntry *entryOf(const QString &name)
 {
-    for (const SymbolSpec &spec : symbolTable) {
-        if (name == QStringView(spec.name))
-            return &spec;
+    for (const SymbolEntry &entry : symbolTable) {
+        if (name == QStringView(entry.name))
+            return &entry;
     }
     return nullptr;
 }
@@ -91,15 +91,15 @@ QIcon cachedOwnIcon(const QString &name)
 
 QIcon ownIcon(const QString &name)
 {
-    if (!specOf(name))
+    if (!entryOf(name))
         return {};
     return cachedOwnIcon(name);
 }
 
 QString themeIconName(const QString &name)
 {
-    const SymbolSpec *spec = specOf(name);
-    return spec ? QString::fromUtf16(spec->themeName) : QString();
+    const SymbolEntry *entry = entryOf(name);
+    return entry ? QString::fromUtf16(entry->themeName) : QString();
 }
 
 QIcon icon(const QString &name)
@@ -113,8 +113,8 @@ QIcon icon(const QString &name)
 QStringList knownSymbols()
 {
     QStringList names;
-    for (const SymbolSpec &spec : symbolTable)
-        names.append(QString::fromUtf16(spec.name));
+    for (const SymbolEntry &entry : symbolTable)
+        names.append(QString::fromUtf16(entry.name));
     return names;
 }
 
