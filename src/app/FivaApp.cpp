@@ -1,0 +1,183 @@
+#include "app/FivaApp.h"
+
+#include "app/AboutWindow.h"
+#include "app/AppInfo.h"
+#include "app/MainWindow.h"
+#include "app/MainWindowPlaceholder.h"
+#include "app/PdfWindow.h"
+#include "platform/Dialogs.h"
+#include "platform/Workspace.h"
+#include "store/Console.h"
+#include "ui/settings/BackupConfigWindow.h"
+#include "ui/settings/PreferencesView.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QKeySequence>
+#include <QMenu>
+#include <QMenuBar>
+#include <QScreen>
+#include <QSettings>
+
+namespace fiva {
+
+namespace {
+
+std::unique_ptr<QSettings> openWindowState(const QString &file)
+{
+    if (file.isEmpty())
+        return std::make_unique<QSettings>(QStringLiteral("Fiva"), QStringLiteral("Fiva"));
+    return std::make_unique<QSettings>(file, QSettings::IniFormat);
+}
+
+void centre(QWidget *window)
+{
+    if (const QScreen *screen = QGuiApplication::primaryScreen())
+        window->move(screen->availableGeometry().center() - window->rect().center());
+}
+
+void bringForward(QWidget *window)
+{
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+} // namespace
+
+FivaApp::FivaApp(AppServices services, QObject *parent)
+    : QObject(parent), m_services(std::move(services)),
+      m_windowState(openWindowState(m_services.windowStateFile)),
+      m_store(std::make_unique<LinkStore>(m_services.paths, m_services.workspace, m_services.clock,
+                                          m_services.timerPeriod)),
+      m_helpCommands(m_services.resources, m_services.dialogs, m_services.workspace)
+{
+    m_store->setDialogs(&m_services.dialogs);
+    m_mainWindow = std::make_unique<MainWindow>(*m_windowState);
+    m_mainWindow->setWindowIcon(appIcon());
+    m_mainWindow->setCentralWidget(new MainWindowPlaceholder(*m_store, m_services.workspace));
+    buildMenus();
+}
+
+FivaApp::~FivaApp()
+{
+    if (m_mainWindow)
+        m_mainWindow->saveWindowState();
+    // Every window holds the store: they go first.
+    for (const QPointer<PdfWindow> &window : std::as_const(m_licenceWindows))
+        delete window.data();
+    delete m_backupConfigWindow.data();
+    delete m_preferencesWindow.data();
+    delete m_aboutWindow.data();
+    m_mainWindow.reset();
+}
+
+void FivaApp::buildMenus()
+{
+    QMenuBar *bar = m_mainWindow->menuBar();
+
+    QMenu *app = bar->addMenu(QStringLiteral("Fiva"));
+    m_about = app->addAction(QStringLiteral("À propos de Fiva"), this, &FivaApp::showAbout);
+    m_about->setMenuRole(QAction::AboutRole);
+    app->addSeparator();
+    m_preferences = app->addAction(QStringLiteral("Préférences…"), this, &FivaApp::showPreferences);
+    m_preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    m_preferences->setMenuRole(QAction::PreferencesRole);
+    app->addSeparator();
+    m_quit = app->addAction(QStringLiteral("Quitter"), this, [] { QCoreApplication::quit(); });
+    m_quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    m_quit->setMenuRole(QAction::QuitRole);
+
+    QMenu *backup = bar->addMenu(QStringLiteral("Sauvegarde"));
+    m_backupConfig = backup->addAction(QStringLiteral("Configuration sauvegarde…"), this,
+                                       &FivaApp::showBackupConfigWindow);
+
+    QMenu *help = bar->addMenu(QStringLiteral("Aide"));
+    m_help =
+        help->addAction(QStringLiteral("Aide Fiva…"), this, [this] { m_helpCommands.openHelpDocument(); });
+    m_help->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Question));
+    help->addSeparator();
+    help->addAction(QStringLiteral("Infos - Licence…"), this,
+                    [this] { m_helpCommands.openLicenceDocument(); });
+    help->addAction(QStringLiteral("Site web de Fiva"), this,
+                    [this] { m_helpCommands.openWebPage(siteAddress()); });
+    help->addAction(QStringLiteral("Contact"), this,
+                    [this] { m_helpCommands.openWebPage(siteAddress() + QStringLiteral("/contact")); });
+    help->addAction(QStringLiteral("Aide en ligne"), this,
+                    [this] { m_helpCommands.openWebPage(siteAddress() + QStringLiteral("/mini-forum")); });
+}
+
+void FivaApp::showAbout()
+{
+    if (!m_aboutWindow) {
+        // Created once; closing it only hides it, so the next request shows the same window.
+        m_aboutWindow = new AboutWindow;
+        m_aboutWindow->setWindowIcon(appIcon());
+        centre(m_aboutWindow);
+        connect(m_aboutWindow, &AboutWindow::websiteRequested, this,
+                [this] { m_services.workspace.openUrl(QUrl(siteAddress())); });
+        connect(m_aboutWindow, &AboutWindow::licenceRequested, this, &FivaApp::openLicenceWindow);
+    }
+    bringForward(m_aboutWindow);
+}
+
+void FivaApp::showPreferences()
+{
+    if (!m_preferencesWindow) {
+        m_preferencesWindow = new PreferencesView(m_services.settings);
+        m_preferencesWindow->setWindowFlag(Qt::Window);
+        m_preferencesWindow->setWindowIcon(appIcon());
+        centre(m_preferencesWindow);
+    }
+    bringForward(m_preferencesWindow);
+}
+
+void FivaApp::showBackupConfigWindow()
+{
+    BackupConfigWindow *window = BackupConfigWindow::showShared(m_backupConfigWindow, *m_store);
+    window->setWindowIcon(appIcon());
+}
+
+PdfWindow *FivaApp::openLicenceWindow()
+{
+    std::optional<QString> file = m_services.resources.find(QStringLiteral("licence.pdf"));
+    if (!file)
+        file = m_services.resources.find(QStringLiteral("license.pdf"));
+    if (!file)
+        console::print(u"⚠️ Aucun PDF licence/license trouvé.");
+    auto *window = new PdfWindow(QStringLiteral("Licence"), file);
+    window->setWindowIcon(appIcon());
+    centre(window);
+    m_licenceWindows.removeAll(nullptr);
+    m_licenceWindows.append(window);
+    bringForward(window);
+    return window;
+}
+
+AboutWindow *FivaApp::aboutWindow() const
+{
+    return m_aboutWindow;
+}
+
+PreferencesView *FivaApp::preferencesWindow() const
+{
+    return m_preferencesWindow;
+}
+
+BackupConfigWindow *FivaApp::backupConfigWindow() const
+{
+    return m_backupConfigWindow;
+}
+
+QList<PdfWindow *> FivaApp::licenceWindows() const
+{
+    QList<PdfWindow *> open;
+    for (const QPointer<PdfWindow> &window : m_licenceWindows) {
+        if (window)
+            open.append(window);
+    }
+    return open;
+}
+
+} // namespace fiva

@@ -1,0 +1,39 @@
+#include "app/AppInfo.h"
+#include "app/FivaApp.h"
+#include "app/MainWindow.h"
+#include "app/Resources.h"
+#include "platform/Clock.h"
+#include "platform/Paths.h"
+#include "platform/Settings.h"
+#include "platform/Workspace.h"
+#include "ui/common/QtDialogs.h"
+
+#include <QApplication>
+
+int main(int argc, char *argv[])
+{
+    QApplication application(argc, argv);
+    QApplication::setOrganizationName(QStringLiteral("Fiva"));
+    QApplication::setApplicationName(QStringLiteral("Fiva"));
+    QApplication::setApplicationVersion(QStringLiteral("3.0.11.25"));
+    // Lets the desktop match the windows with fiva.desktop and its icon.
+    QGuiApplication::setDesktopFileName(QStringLiteral("fiva"));
+    QApplication::setWindowIcon(fiva::appIcon());
+
+    fiva::DesktopPaths paths;
+    fiva::DesktopWorkspace workspace;
+    fiva::SystemClock clock;
+    fiva::QtDialogs dialogs;
+    fiva::Settings settings;
+    fiva::FivaApp app(fiva::AppServices{
+        paths,
+        workspace,
+        clock,
+        dialogs,
+        settings,
+        fiva::Resources(fiva::Resources::besideProgram(QCoreApplication::applicationDirPath())),
+        {}});
+    dialogs.setParentWindow(app.mainWindow());
+    app.mainWindow()->show();
+    return QApplication::exec();
+}
