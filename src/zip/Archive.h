@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <unordered_set>
 
 namespace fiva::zip {
 
@@ -82,9 +84,12 @@ public:
 
     // Creates the item of one entry at `url` (parent folders included) and returns the CRC-32 of what it
     // extracted; the caller compares it. Links whose target leaves their folder are refused unless allowed.
+    // `knownFolders`, when given, remembers the folders already made so that unpacking many entries does not
+    // look each parent up again.
+    using FolderCache = std::unordered_set<std::string>;
     std::uint32_t extract(const Entry &entry, const std::filesystem::path &url,
                           std::size_t bufferSize = defaultReadChunkSize, bool skipCRC32 = false,
-                          bool allowUncontainedSymlinks = false);
+                          bool allowUncontainedSymlinks = false, FolderCache *knownFolders = nullptr);
 
     // Adds the item at relativeTo/path from the file system.
     void addEntry(std::string_view path, const std::filesystem::path &relativeTo,

@@ -238,35 +238,52 @@ std::string foldSlashes(std::string text)
 } // namespace
 
 std::uint32_t Archive::extract(const Entry &entry, const fs::path &url, std::size_t bufferSize,
-                               bool skipCRC32, bool allowUncontainedSymlinks)
+                               bool skipCRC32, bool allowUncontainedSymlinks, FolderCache *knownFolders)
 {
     if (bufferSize < 1)
         throw ArchiveError(ArchiveError::invalidBufferSize);
     const EntryType type = entry.type();
+    const FileAttributes attributes = entry.fileAttributes();
+    auto makeParent = [&] {
+        const fs::path parent = url.parent_path();
+        if (knownFolders && knownFolders->contains(parent.native()))
+            return;
+        createDirectories(parent);
+        if (knownFolders)
+            knownFolders->insert(parent.native());
+    };
     std::uint32_t checksum = 0;
     switch (type) {
     case EntryType::file: {
-        if (itemExists(url))
-            throw FileSystemError(FileSystemError::fileWriteFileExists, EEXIST, url);
-        createDirectories(url.parent_path());
-        const int fd = ::open(url.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
-        if (fd < 0)
-            throw FileSystemError::fromErrno(errno, url);
+        // O_EXCL is the existence test: whatever is at the target, even a dangling link, makes it fail.
+        makeParent();
+        const int fd = ::open(url.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (fd < 0) {
+            const int error = errno;
+            if (error == EEXIST)
+                throw FileSystemError(FileSystemError::fileWriteFileExists, error, url);
+            throw FileSystemError::fromErrno(error, url);
+        }
         try {
             checksum = extract(
                 entry, [fd](ByteView chunk) { writeAll(fd, chunk); }, bufferSize, skipCRC32);
+            const timespec times[2] = {{0, UTIME_OMIT}, toTimespec(attributes.modificationDate)};
+            if (::fchmod(fd, attributes.posixPermissions) != 0 || ::futimens(fd, times) != 0)
+                throw FileSystemError::fromErrno(errno, url);
         } catch (...) {
             ::close(fd);
             throw;
         }
         if (::close(fd) != 0)
             throw DataError(DataError::unwritableFile);
-        break;
+        return checksum;
     }
     case EntryType::directory:
         checksum = extract(
             entry, [](ByteView) {}, bufferSize, skipCRC32);
         createDirectories(url);
+        if (knownFolders)
+            knownFolders->insert(withoutTrailingSlashes(url.native()));
         break;
     case EntryType::symlink: {
         if (itemExists(url))
@@ -285,14 +302,13 @@ std::uint32_t Archive::extract(const Entry &entry, const fs::path &url, std::siz
             if (!isContained(folder, foldSlashes(resolved)))
                 throw ArchiveError(ArchiveError::uncontainedSymlink);
         }
-        createDirectories(url.parent_path());
+        makeParent();
         if (::symlink(destination.c_str(), url.c_str()) != 0)
             throw FileSystemError::fromErrno(errno, url);
         break;
     }
     }
 
-    const FileAttributes attributes = entry.fileAttributes();
     if (type == EntryType::symlink) {
         // Linux has no lchmod: a link's own mode bits are never consulted, so only its date is restored.
         struct stat status
@@ -362,6 +378,7 @@ void unzipItem(const fs::path &at, const fs::path &to, bool skipCRC32, bool allo
     Archive archive(at, Archive::AccessMode::read, pathEncoding);
     const std::string destination = absoluteText(to);
     PhysicalContainment physical(to);
+    Archive::FolderCache knownFolders;
     for (auto it = archive.begin(); it != archive.end(); ++it) {
         const Entry &entry = *it;
         const std::string path = pathEncoding ? entry.path(*pathEncoding) : entry.path();
@@ -380,7 +397,7 @@ void unzipItem(const fs::path &at, const fs::path &to, bool skipCRC32, bool allo
                 throw FileSystemError(FileSystemError::fileReadInvalidFileName, 0, target);
         }
         const std::uint32_t checksum = archive.extract(entry, fs::path(target), defaultReadChunkSize,
-                                                       skipCRC32, allowUncontainedSymlinks);
+                                                       skipCRC32, allowUncontainedSymlinks, &knownFolders);
         if (!skipCRC32 && checksum != entry.checksum())
             throw ArchiveError(ArchiveError::invalidCRC32);
     }
