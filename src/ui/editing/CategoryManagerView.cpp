@@ -53,7 +53,8 @@ QString quoted(const QString &prefix, const QString &name)
 CategoryManagerView::CategoryManagerView(LinkStore &store, Dialogs &dialogs, QWidget *parent)
     : QDialog(parent), m_store(store), m_dialogs(dialogs)
 {
-    setModal(true);
+    // A sheet: modal to the window that presents it, not to the whole application.
+    setWindowModality(Qt::WindowModal);
     setWindowTitle(QStringLiteral("Gestion des catégories"));
     setMinimumSize(700, 600);
 

@@ -67,7 +67,8 @@ EditLinkView::EditLinkView(LinkStore &store, Dialogs &dialogs, const Clock &cloc
                            QWidget *parent)
     : QDialog(parent), m_store(store), m_dialogs(dialogs), m_clock(clock), m_editing(itemToEdit != nullptr)
 {
-    setModal(true);
+    // A sheet: modal to the window that presents it, not to the whole application.
+    setWindowModality(Qt::WindowModal);
     setWindowTitle(m_editing ? QStringLiteral("Modifier la fiche") : QStringLiteral("Nouvelle fiche"));
     setMinimumSize(520, 650);
 
