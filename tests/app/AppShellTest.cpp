@@ -307,6 +307,24 @@ TEST_F(AppShellTest, PlaceholderOpensTheHistorySheetOnTheSameStore)
     EXPECT_FALSE(sheet->isVisible());
 }
 
+TEST(Resources, AnInstalledProgramLooksInItsPrefixsShareFolderFirst)
+{
+    QTemporaryDir prefix;
+    const QDir root(prefix.path());
+    ASSERT_TRUE(root.mkpath(u"bin/share/fiva"_s) && root.mkpath(u"share/fiva"_s));
+    const QStringList folders = Resources::besideProgram(root.filePath(u"bin"_s));
+    EXPECT_EQ(folders, (QStringList{root.filePath(u"share/fiva"_s), root.filePath(u"bin/share/fiva"_s)}));
+
+    const Resources resources(folders);
+    writeBytes(root.filePath(u"bin/share/fiva/Aide-Fiva.pdf"_s), "built");
+    EXPECT_EQ(resources.find(u"Aide-Fiva.pdf"_s), root.filePath(u"bin/share/fiva/Aide-Fiva.pdf"_s));
+    writeBytes(root.filePath(u"share/fiva/Aide-Fiva.pdf"_s), "installed");
+    EXPECT_EQ(resources.find(u"Aide-Fiva.pdf"_s), root.filePath(u"share/fiva/Aide-Fiva.pdf"_s));
+    // A folder of that name is not the document.
+    ASSERT_TRUE(root.mkpath(u"share/fiva/licence.pdf"_s));
+    EXPECT_FALSE(resources.find(u"licence.pdf"_s).has_value());
+}
+
 TEST(ShippedDocuments, TheBuiltPdfsAreReadableAndTheLicenceIsThere)
 {
     ensureWidgetsApplication();
