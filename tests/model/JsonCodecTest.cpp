@@ -22,12 +22,13 @@ inline void PrintTo(const QString &text, std::ostream *out)
 }
 
 using namespace fiva;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 const char *const goodId = "0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F9";
 const QUuid itemId = QUuid::fromString(QString::fromLatin1(goodId));
-const QUuid attachmentId = QUuid::fromString(QStringLiteral("00000000-0000-0000-0000-000000000001"));
+const QUuid attachmentId = QUuid::fromString(u"00000000-0000-0000-0000-000000000001"_s);
 const double notANumber = std::numeric_limits<double>::quiet_NaN();
 const double infinity = std::numeric_limits<double>::infinity();
 
@@ -107,14 +108,13 @@ std::uint64_t bits(double value)
 LinkItem sampleItem()
 {
     return {itemId,
-            QStringLiteral("Élève « été »"),
-            QStringLiteral("https://exemple.fr/a/b?x=1&y=2"),
-            QStringLiteral("Travail / Projets"),
+            u"Élève « été »"_s,
+            u"https://exemple.fr/a/b?x=1&y=2"_s,
+            u"Travail / Projets"_s,
             std::nullopt,
             Timestamp{757382400},
             true,
-            {Attachment{attachmentId, QStringLiteral("plan.pdf"),
-                        QStringLiteral("/home/u/.local/share/Fiva_Attachments/plan.pdf")}},
+            {Attachment{attachmentId, u"plan.pdf"_s, u"/home/u/.local/share/Fiva_Attachments/plan.pdf"_s}},
             LinkKind::url};
 }
 
@@ -142,10 +142,10 @@ TEST(JsonDecode, FieldDefaultsAndEquivalentForms)
          [](const LinkItem &i) { EXPECT_EQ(i.id, itemId); }},
         {"path",
          {R"("https://exemple.fr")"},
-         [](const LinkItem &i) { EXPECT_EQ(i.path, QStringLiteral("https://exemple.fr")); }},
+         [](const LinkItem &i) { EXPECT_EQ(i.path, u"https://exemple.fr"_s); }},
         {"title",
          {R"("\u00e9t\u00C9 \ud83d\ude00 \"\/\\\b\f\n\r\t")"},
-         [](const LinkItem &i) { EXPECT_EQ(i.title, QStringLiteral("étÉ 😀 \"/\\\b\f\n\r\t")); }},
+         [](const LinkItem &i) { EXPECT_EQ(i.title, u"étÉ 😀 \"/\\\b\f\n\r\t"_s); }},
         {"title", {R"("a\u0000b")"}, [](const LinkItem &i) { EXPECT_EQ(i.title.size(), 3); }},
         {"createdAt",
          {"7.573824e8"},
@@ -154,7 +154,7 @@ TEST(JsonDecode, FieldDefaultsAndEquivalentForms)
         {"createdAt", {"0"}, [](const LinkItem &i) { EXPECT_EQ(i.createdAt, Timestamp{0}); }},
         {"unknownKey",
          {R"({"nested":[1,{"a":null}],"x":"y"})"},
-         [](const LinkItem &i) { EXPECT_EQ(i.title, QStringLiteral("Titre")); }},
+         [](const LinkItem &i) { EXPECT_EQ(i.title, u"Titre"_s); }},
         {"notes", {R"("")"}, [](const LinkItem &i) { EXPECT_EQ(i.notes, QString()); }},
     };
     for (const Case &c : cases) {
@@ -179,7 +179,7 @@ TEST(JsonDecode, FieldDefaultsAndEquivalentForms)
     EXPECT_EQ(empty.value(), SavedData{});
     auto dated = json::decodeSavedData(R"({"lastBackupDate":-0.5,"items":[],"categories":["b","a"]})");
     ASSERT_TRUE(dated.ok());
-    EXPECT_EQ(dated.value(), (SavedData{{}, {QStringLiteral("b"), QStringLiteral("a")}, Timestamp{-0.5}}));
+    EXPECT_EQ(dated.value(), (SavedData{{}, {u"b"_s, u"a"_s}, Timestamp{-0.5}}));
 }
 
 TEST(JsonDecode, RecordRejections)
@@ -233,11 +233,11 @@ TEST(JsonDecode, RecordRejections)
 
     // Several faults at once: the one of the earliest key in reading order is reported.
     Fields record = withField(withField(goodFields(), "kind", "1"), "isFavorite", R"("oui")");
-    EXPECT_EQ(decodeError(documentWith(record)), QStringLiteral("items[1].isFavorite: expected a boolean"));
+    EXPECT_EQ(decodeError(documentWith(record)), u"items[1].isFavorite: expected a boolean"_s);
     record = withField(record, "category", nullptr);
-    EXPECT_EQ(decodeError(documentWith(record)), QStringLiteral("items[1].category: missing"));
+    EXPECT_EQ(decodeError(documentWith(record)), u"items[1].category: missing"_s);
     record = withField(record, "id", R"("bad")");
-    EXPECT_EQ(decodeError(documentWith(record)), QStringLiteral(R"(items[1].id: not a valid UUID: "bad")"));
+    EXPECT_EQ(decodeError(documentWith(record)), uR"(items[1].id: not a valid UUID: "bad")"_s);
 }
 
 TEST(JsonDecode, DocumentRejections)
@@ -279,7 +279,7 @@ TEST(JsonDecode, DocumentRejections)
         SCOPED_TRACE(c.json);
         const QString error = decodeError(QByteArrayView(c.json, qsizetype(std::strlen(c.json))));
         const QString expected = QString::fromUtf8(c.error);
-        if (expected.endsWith(QStringLiteral("...")))
+        if (expected.endsWith(u"..."_s))
             EXPECT_TRUE(error.startsWith(expected.chopped(3))) << error.toStdString();
         else
             EXPECT_EQ(error, expected);
@@ -289,21 +289,21 @@ TEST(JsonDecode, DocumentRejections)
 TEST(JsonDecode, KindIsInferredFromThePathWhenMissing)
 {
     QTemporaryDir temp;
-    const QString folder = temp.filePath(QStringLiteral("Dossier"));
-    const QString file = temp.filePath(QStringLiteral("note.txt"));
+    const QString folder = temp.filePath(u"Dossier"_s);
+    const QString file = temp.filePath(u"note.txt"_s);
     ASSERT_TRUE(QDir().mkpath(folder));
     ASSERT_TRUE(QFile(file).open(QIODevice::WriteOnly));
     const std::pair<QString, LinkKind> cases[] = {
-        {QStringLiteral("https://exemple.fr"), LinkKind::url},
-        {QStringLiteral("HTTP://EXEMPLE.FR"), LinkKind::url},
-        {QStringLiteral("hTtPs://x"), LinkKind::url},
-        {QStringLiteral("httpdocs/relative"), LinkKind::url},
-        {QStringLiteral("ftp://exemple.fr"), LinkKind::file},
-        {QStringLiteral(" http://x"), LinkKind::file},
+        {u"https://exemple.fr"_s, LinkKind::url},
+        {u"HTTP://EXEMPLE.FR"_s, LinkKind::url},
+        {u"hTtPs://x"_s, LinkKind::url},
+        {u"httpdocs/relative"_s, LinkKind::url},
+        {u"ftp://exemple.fr"_s, LinkKind::file},
+        {u" http://x"_s, LinkKind::file},
         {folder, LinkKind::directory},
         {folder + u'/', LinkKind::directory},
         {file, LinkKind::file},
-        {temp.filePath(QStringLiteral("absent")), LinkKind::file},
+        {temp.filePath(u"absent"_s), LinkKind::file},
         {QString(), LinkKind::file},
     };
     for (const auto &[path, kind] : cases) {
@@ -325,9 +325,9 @@ TEST(JsonDecode, BackupHistoryAndBareListOfRecords)
         R"([{"id":"0a1b2c3d-4e5f-6071-8293-a4b5c6d7e8f9","date":1.5,"filePath":"\/b","fileSize":9223372036854775807},)"
         R"({"fileSize":-1,"filePath":"/a","date":0,"id":"00000000-0000-0000-0000-000000000001","extra":1}])");
     ASSERT_TRUE(good.ok()) << good.error().toStdString();
-    EXPECT_EQ(good.value(), (QList<BackupLog>{{itemId, Timestamp{1.5}, QStringLiteral("/b"),
-                                               std::numeric_limits<qint64>::max()},
-                                              {attachmentId, Timestamp{0}, QStringLiteral("/a"), -1}}));
+    EXPECT_EQ(good.value(),
+              (QList<BackupLog>{{itemId, Timestamp{1.5}, u"/b"_s, std::numeric_limits<qint64>::max()},
+                                {attachmentId, Timestamp{0}, u"/a"_s, -1}}));
     EXPECT_TRUE(json::decodeBackupHistory("[]").value().isEmpty());
 
     const std::string entry =
@@ -367,20 +367,19 @@ TEST(JsonDecode, BackupHistoryAndBareListOfRecords)
     ASSERT_TRUE(items.ok()) << items.error().toStdString();
     ASSERT_EQ(items.value().size(), 2);
     EXPECT_EQ(items.value()[1].kind, LinkKind::url);
-    EXPECT_EQ(list(withField(goodFields(), "title", nullptr)).error(), QStringLiteral("[1].title: missing"));
-    EXPECT_EQ(json::decodeLinkItems(R"({"items":[]})").error(),
-              QStringLiteral("document: expected an array"));
+    EXPECT_EQ(list(withField(goodFields(), "title", nullptr)).error(), u"[1].title: missing"_s);
+    EXPECT_EQ(json::decodeLinkItems(R"({"items":[]})").error(), u"document: expected an array"_s);
 }
 
 TEST(JsonDecode, DamagedDocumentsFailCleanly)
 {
     const LinkItem item = decodeOne(goodFields());
-    const QByteArray good = encoded(SavedData{{item, item}, {QStringLiteral("Été / Notes")}, Timestamp{0.5}});
+    const QByteArray good = encoded(SavedData{{item, item}, {u"Été / Notes"_s}, Timestamp{0.5}});
     // Every truncation is malformed; none may crash or yield a partial document.
     for (qsizetype n = 0; n < good.size(); ++n) {
         auto result = json::decodeSavedData(QByteArrayView(good.constData(), n));
         ASSERT_FALSE(result.ok()) << n;
-        EXPECT_TRUE(result.error().startsWith(QStringLiteral("malformed JSON: "))) << n;
+        EXPECT_TRUE(result.error().startsWith(u"malformed JSON: "_s)) << n;
     }
     // Every single-byte replacement either still decodes or fails with a description.
     for (qsizetype i = 0; i < good.size(); ++i) {
@@ -395,9 +394,7 @@ TEST(JsonDecode, DamagedDocumentsFailCleanly)
 
 TEST(JsonEncode, DataFileIsCompactWithEscapedSlashesAndUpperCaseIds)
 {
-    SavedData data{{sampleItem()},
-                   {QStringLiteral("Sans catégorie"), QStringLiteral("Travail / Projets")},
-                   Timestamp{757382400.5}};
+    SavedData data{{sampleItem()}, {u"Sans catégorie"_s, u"Travail / Projets"_s}, Timestamp{757382400.5}};
     EXPECT_EQ(
         encoded(data),
         QByteArray(
@@ -425,15 +422,15 @@ TEST(JsonEncode, DataFileIsCompactWithEscapedSlashesAndUpperCaseIds)
 TEST(JsonEncode, StringEscapes)
 {
     const std::pair<QString, QByteArray> cases[] = {
-        {QStringLiteral("a\"b\\c/d"), R"("a\"b\\c\/d")"},
-        {QStringLiteral("\n\r\t\b\f"), R"("\n\r\t\b\f")"},
+        {u"a\"b\\c/d"_s, R"("a\"b\\c\/d")"},
+        {u"\n\r\t\b\f"_s, R"("\n\r\t\b\f")"},
         {QString(QChar(0)) + QChar(1) + QChar(0x1f), R"("\u0000\u0001\u001f")"},
-        {QStringLiteral("\x7f"), "\"\x7f\""},
-        {QStringLiteral("<html>\n    <head>"), R"("<html>\n    <head>")"},
-        {QStringLiteral("ça €"), "\"\xc3\xa7"
-                                 "a \xe2\x82\xac\""},
+        {u"\x7f"_s, "\"\x7f\""},
+        {u"<html>\n    <head>"_s, R"("<html>\n    <head>")"},
+        {u"ça €"_s, "\"\xc3\xa7"
+                    "a \xe2\x82\xac\""},
         {QString::fromUtf8("\xf0\x9f\x98\x80"), "\"\xf0\x9f\x98\x80\""},
-        {QStringLiteral("\u2028"), "\"\xe2\x80\xa8\""},
+        {u"\u2028"_s, "\"\xe2\x80\xa8\""},
         // A lone surrogate cannot be written as UTF-8: it becomes U+FFFD rather than corrupt bytes.
         {QString(QChar(0xD800)) + u'x', "\"\xef\xbf\xbdx\""},
         {QString(QChar(0xDC00)), "\"\xef\xbf\xbd\""},
@@ -475,8 +472,8 @@ TEST(JsonEncode, DatesAreShortestRoundTripNumbers)
 TEST(JsonEncode, BackupHistoryAndNonFiniteDates)
 {
     const QList<BackupLog> history{
-        {itemId, Timestamp{757382400.25}, QStringLiteral("/tmp/AutoBackup-1.0.fivabackup"), 1234},
-        {attachmentId, Timestamp{-3}, QStringLiteral("/x"), std::numeric_limits<qint64>::min()}};
+        {itemId, Timestamp{757382400.25}, u"/tmp/AutoBackup-1.0.fivabackup"_s, 1234},
+        {attachmentId, Timestamp{-3}, u"/x"_s, std::numeric_limits<qint64>::min()}};
     EXPECT_EQ(json::encode(history).value(),
               QByteArray(R"([{"id":"0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F9","date":757382400.25,)"
                          R"("filePath":"\/tmp\/AutoBackup-1.0.fivabackup","fileSize":1234},)"
@@ -489,33 +486,33 @@ TEST(JsonEncode, BackupHistoryAndNonFiniteDates)
     data.items[1].createdAt = Timestamp{notANumber};
     ASSERT_FALSE(json::encode(data).ok());
     EXPECT_EQ(json::encode(data).error(),
-              QStringLiteral("items[1].createdAt: cannot write a date that is not a finite number"));
+              u"items[1].createdAt: cannot write a date that is not a finite number"_s);
     data.items[1].createdAt = Timestamp{0};
     data.lastBackupDate = Timestamp{-infinity};
     ASSERT_FALSE(json::encode(data).ok());
-    EXPECT_TRUE(json::encode(data).error().startsWith(QStringLiteral("lastBackupDate: ")));
-    const QList<BackupLog> infinite{{itemId, Timestamp{1}, QStringLiteral("/a"), 1},
-                                    {itemId, Timestamp{infinity}, QStringLiteral("/b"), 2}};
+    EXPECT_TRUE(json::encode(data).error().startsWith(u"lastBackupDate: "_s));
+    const QList<BackupLog> infinite{{itemId, Timestamp{1}, u"/a"_s, 1},
+                                    {itemId, Timestamp{infinity}, u"/b"_s, 2}};
     ASSERT_FALSE(json::encode(infinite).ok());
-    EXPECT_TRUE(json::encode(infinite).error().startsWith(QStringLiteral("[1].date: ")));
+    EXPECT_TRUE(json::encode(infinite).error().startsWith(u"[1].date: "_s));
 }
 
 TEST(JsonRoundTrip, RecordsSurviveEncodeAndDecodeUnchanged)
 {
-    SavedData data{{}, {QStringLiteral("Zèbre"), QStringLiteral("a / b"), QString()}, Timestamp{0.1 + 0.2}};
+    SavedData data{{}, {u"Zèbre"_s, u"a / b"_s, QString()}, Timestamp{0.1 + 0.2}};
     for (int i = 0; i < 50; ++i) {
         LinkItem item = sampleItem();
         item.id = QUuid::createUuid();
-        item.title = QStringLiteral("Fiche n°%1 \"quotée\" \\ / \t").arg(i);
+        item.title = u"Fiche n°%1 \"quotée\" \\ / \t"_s.arg(i);
         item.kind = LinkKind(i % 3);
         item.isFavorite = i % 2;
         item.createdAt = Timestamp{i * 1234567.891 - 1e6 / 3};
         if (i % 4)
-            item.notes = QStringLiteral("<html>\n<p>ligne %1<br>&amp; 😀</p>").arg(i);
+            item.notes = u"<html>\n<p>ligne %1<br>&amp; 😀</p>"_s.arg(i);
         item.attachments.clear();
         for (int a = 0; a < i % 3; ++a)
-            item.attachments.append(Attachment{QUuid::createUuid(), QStringLiteral("f%1.txt").arg(a),
-                                               QStringLiteral("/p/f%1.txt").arg(a)});
+            item.attachments.append(
+                Attachment{QUuid::createUuid(), u"f%1.txt"_s.arg(a), u"/p/f%1.txt"_s.arg(a)});
         data.items.append(item);
     }
     const QByteArray bytes = encoded(data);
@@ -535,7 +532,8 @@ TEST(AutoBackupInterval, CasesInOrderWithSecondsAndLabels)
         EXPECT_EQ(label(allAutoBackupIntervals[i]), QString::fromUtf8(expected[i].second));
         EXPECT_EQ(autoBackupIntervalFromRawValue(expected[i].first), allAutoBackupIntervals[i]);
     }
-    for (double seconds : {0.0, -300.0, 299.0, 300.5, 600.0, 900.0000001, 7200.0, 86399.0, infinity, notANumber})
+    for (double seconds :
+         {0.0, -300.0, 299.0, 300.5, 600.0, 900.0000001, 7200.0, 86399.0, infinity, notANumber})
         EXPECT_FALSE(autoBackupIntervalFromRawValue(seconds).has_value()) << seconds;
 }
 
@@ -543,7 +541,7 @@ TEST(LinkKind, NamesRoundTripAndUnknownNamesAreRejected)
 {
     for (LinkKind kind : {LinkKind::url, LinkKind::file, LinkKind::directory})
         EXPECT_EQ(linkKindFromName(linkKindName(kind)), kind);
-    EXPECT_EQ(linkKindName(LinkKind::directory), QStringLiteral("directory"));
+    EXPECT_EQ(linkKindName(LinkKind::directory), u"directory"_s);
     for (const char *name : {"", "URL", "File", "dir", "folder", "url "})
         EXPECT_FALSE(linkKindFromName(QString::fromUtf8(name)).has_value()) << name;
 }
