@@ -16,7 +16,7 @@
 namespace fiva::test {
 namespace {
 
-const QString autoBackupError = QStringLiteral("❌ Auto-backup error: ");
+const QString autoBackupError = u"❌ Auto-backup error: "_s;
 
 // What the file system reports as an entry's creation, as the pruning reads it.
 std::optional<std::pair<qint64, quint32>> creation(const QString &path)
@@ -91,7 +91,7 @@ TEST_F(StoreTest, EachFiringQueuesOneBackupOnTheMainThread)
 
 TEST_F(StoreTest, AutomaticBackupWritesTheDocumentThenSavesRecordsAndPrunes)
 {
-    auto store = startWith({makeItem(QStringLiteral("a"), sansCategorie)}, {sansCategorie});
+    auto store = startWith({makeItem(u"a"_s, sansCategorie)}, {sansCategorie});
     m_clock.set(Timestamp::fromUnix(1'750'000'000.25));
     QSignalSpy historyChanged(store.get(), &LinkStore::backupHistoryChanged);
 
@@ -99,7 +99,7 @@ TEST_F(StoreTest, AutomaticBackupWritesTheDocumentThenSavesRecordsAndPrunes)
     store->performAutoBackup();
     EXPECT_EQ(capture.finish(), QString());
 
-    const QString file = autoBackups() + QStringLiteral("/AutoBackup-1750000000.25.fivabackup");
+    const QString file = autoBackups() + u"/AutoBackup-1750000000.25.fivabackup"_s;
     const QByteArray written = readBytes(file);
     EXPECT_EQ(written, json::encode(SavedData{store->items(), store->categories(), m_clock.now()}).value());
     EXPECT_EQ(store->lastBackupDate(), m_clock.now());
@@ -124,8 +124,7 @@ TEST(AutoBackupFileName, IsTheShortestExactDecimalWithAFraction)
     // Values with long fractions: the digits must read back as the very same double.
     for (const double unix : {1'763'873'195.1234567, 1'700'000'000.1, 1'234'567'890.0000002}) {
         const QString name = LinkStore::autoBackupFileName(Timestamp::fromUnix(unix));
-        ASSERT_TRUE(name.startsWith(QStringLiteral("AutoBackup-")) &&
-                    name.endsWith(QStringLiteral(".fivabackup")));
+        ASSERT_TRUE(name.startsWith(u"AutoBackup-"_s) && name.endsWith(u".fivabackup"_s));
         const QByteArray number = name.mid(11, name.size() - 11 - 11).toLatin1();
         EXPECT_FALSE(number.contains('e') || number.contains('E')) << number.constData();
         double back = 0;
@@ -138,13 +137,13 @@ TEST(AutoBackupFileName, IsTheShortestExactDecimalWithAFraction)
 TEST_F(StoreTest, PruningKeepsTheTenNewestEntriesWhateverTheyAre)
 {
     auto store = start();
-    const QString usersFile = autoBackups() + QStringLiteral("/mes-notes.txt");
-    writeBytes(autoBackups() + QStringLiteral("/mon-dossier/dedans.txt"), "à moi aussi");
+    const QString usersFile = autoBackups() + u"/mes-notes.txt"_s;
+    writeBytes(autoBackups() + u"/mon-dossier/dedans.txt"_s, "à moi aussi");
     writeBytes(usersFile, "à moi");
-    writeBytes(autoBackups() + QStringLiteral("/.directory"), "[Desktop Entry]");
+    writeBytes(autoBackups() + u"/.directory"_s, "[Desktop Entry]");
     // File systems stamp creation coarsely; wait for the stamp to move on so the user's file is
     // strictly older than every backup.
-    const QString probe = as(QStringLiteral("probe"));
+    const QString probe = as(u"probe"_s);
     const QDeadlineTimer deadline(5'000);
     do {
         QFile::remove(probe);
@@ -158,7 +157,7 @@ TEST_F(StoreTest, PruningKeepsTheTenNewestEntriesWhateverTheyAre)
         names << LinkStore::autoBackupFileName(m_clock.now());
         store->performAutoBackup();
     }
-    QStringList expected = names.mid(2) << QStringLiteral(".directory");
+    QStringList expected = names.mid(2) << u".directory"_s;
     expected.sort();
     EXPECT_EQ(
         QDir(autoBackups()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name),
@@ -176,8 +175,8 @@ TEST_F(StoreTest, FailedAutomaticBackupChangesNothing)
     // A file where the backups folder should be; a folder bearing the backup's own name.
     for (const bool folderBlocked : {true, false}) {
         SCOPED_TRACE(folderBlocked ? "folder" : "file");
-        QDir(as(QStringLiteral("Fiva"))).removeRecursively();
-        auto store = startWith({makeItem(QStringLiteral("a"), sansCategorie)}, {sansCategorie});
+        QDir(as(u"Fiva"_s)).removeRecursively();
+        auto store = startWith({makeItem(u"a"_s, sansCategorie)}, {sansCategorie});
         if (folderBlocked)
             writeBytes(autoBackups(), blocker);
         else
@@ -187,8 +186,8 @@ TEST_F(StoreTest, FailedAutomaticBackupChangesNothing)
         StdoutCapture capture;
         store->performAutoBackup();
         const QString out = capture.finish();
-        EXPECT_TRUE(out.startsWith(folderBlocked ? autoBackupError + autoBackups() + QStringLiteral(": ")
-                                                 : autoBackupError))
+        EXPECT_TRUE(
+            out.startsWith(folderBlocked ? autoBackupError + autoBackups() + u": "_s : autoBackupError))
             << out.toStdString();
         EXPECT_EQ(out.count(u'\n'), 1);
         EXPECT_FALSE(store->lastBackupDate().has_value());
@@ -204,10 +203,10 @@ TEST_F(StoreTest, FailedAutomaticBackupChangesNothing)
 TEST_F(StoreTest, HistoryEntriesGoInFrontAndAreWrittenEvenWhenTheFileCannotBe)
 {
     auto store = start();
-    store->addBackupLog(as(QStringLiteral("nowhere.fivabackup")));
+    store->addBackupLog(as(u"nowhere.fivabackup"_s));
     m_clock.advance(60);
-    writeBytes(as(QStringLiteral("b.fivabackup")), "abc");
-    store->addBackupLog(as(QStringLiteral("b.fivabackup")));
+    writeBytes(as(u"b.fivabackup"_s), "abc");
+    store->addBackupLog(as(u"b.fivabackup"_s));
     ASSERT_EQ(store->backupHistory().size(), 2);
     EXPECT_EQ(store->backupHistory()[0].fileSize, 3);
     EXPECT_EQ(store->backupHistory()[1].fileSize, 0) << "a missing file has size zero";
@@ -217,20 +216,19 @@ TEST_F(StoreTest, HistoryEntriesGoInFrontAndAreWrittenEvenWhenTheFileCannotBe)
     // A write failure is printed and the entry kept.
     QFile::remove(historyFile());
     QDir().mkpath(historyFile());
-    writeBytes(as(QStringLiteral("manual.fivabackup")), "12345");
+    writeBytes(as(u"manual.fivabackup"_s), "12345");
     StdoutCapture capture;
-    store->addBackupLog(as(QStringLiteral("manual.fivabackup")));
+    store->addBackupLog(as(u"manual.fivabackup"_s));
     const QString out = capture.finish();
-    EXPECT_TRUE(out.startsWith(QStringLiteral("⚠️ Erreur historique : ") + historyFile()))
-        << out.toStdString();
+    EXPECT_TRUE(out.startsWith(u"⚠️ Erreur historique : "_s + historyFile())) << out.toStdString();
     ASSERT_EQ(store->backupHistory().size(), 3);
     EXPECT_EQ(store->backupHistory().first().fileSize, 5);
 }
 
 TEST_F(StoreTest, HistoryIsLoadedAtStartAndABadFileIsIgnoredSilently)
 {
-    const QList<BackupLog> history{{QUuid::createUuid(), Timestamp{2.5}, QStringLiteral("/b"), 2},
-                                   {QUuid::createUuid(), Timestamp{1.0}, QStringLiteral("/a"), 1}};
+    const QList<BackupLog> history{{QUuid::createUuid(), Timestamp{2.5}, u"/b"_s, 2},
+                                   {QUuid::createUuid(), Timestamp{1.0}, u"/a"_s, 1}};
     writeBytes(historyFile(), json::encode(history).value());
     EXPECT_EQ(start()->backupHistory(), history);
 
@@ -249,7 +247,7 @@ TEST_F(StoreTest, OpeningTheBackupsFolderCreatesAndRevealsIt)
     store->openAutoBackupsFolder();
     EXPECT_EQ(capture.finish(), QString());
     EXPECT_TRUE(QFileInfo(autoBackups()).isDir());
-    EXPECT_EQ(m_workspace.calls, std::vector<QString>{QStringLiteral("revealItem ") + autoBackups()});
+    EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"revealItem "_s + autoBackups()});
 
     // A folder that cannot be created is reported, and the file manager is still asked.
     QDir(autoBackups()).removeRecursively();
@@ -257,8 +255,7 @@ TEST_F(StoreTest, OpeningTheBackupsFolderCreatesAndRevealsIt)
     StdoutCapture again;
     store->openAutoBackupsFolder();
     const QString out = again.finish();
-    EXPECT_TRUE(
-        out.startsWith(QStringLiteral("❌ Impossible de créer le dossier AutoBackups : ") + autoBackups()))
+    EXPECT_TRUE(out.startsWith(u"❌ Impossible de créer le dossier AutoBackups : "_s + autoBackups()))
         << out.toStdString();
     EXPECT_EQ(m_workspace.calls.size(), 2u);
 }

@@ -17,8 +17,6 @@
 namespace fiva::test {
 namespace {
 
-const QString restoreError = QStringLiteral("Erreur restauration :");
-
 TEST(BackupNames, CandidatesLastComponentAndOrdinalOrder)
 {
     struct Case
@@ -53,30 +51,23 @@ TEST(BackupNames, CandidatesLastComponentAndOrdinalOrder)
     for (const auto &[in, out] : components)
         EXPECT_EQ(backup::lastComponent(QString::fromUtf8(in)), QString::fromUtf8(out)) << in;
 
-    QStringList names = {QStringLiteral("été"),
-                         QStringLiteral("Zoo"),
-                         QStringLiteral("abc"),
-                         QStringLiteral("Été"),
-                         QStringLiteral("e\u0301t\u00e9 b"),
-                         QStringLiteral("\U0001F600"),
-                         QStringLiteral("\uFB01n")};
+    QStringList names = {u"été"_s,        u"Zoo"_s,    u"abc"_s, u"Été"_s, u"e\u0301t\u00e9 b"_s,
+                         u"\U0001F600"_s, u"\uFB01n"_s};
     std::stable_sort(names.begin(), names.end(), backup::ordinalLess);
     // The decomposed "été b" composes to "été b", so it follows "été"; the emoji (a surrogate
     // pair in UTF-16) sorts after U+FB01 by code point although its first unit is smaller.
-    EXPECT_EQ(names, (QStringList{QStringLiteral("Zoo"), QStringLiteral("abc"), QStringLiteral("Été"),
-                                  QStringLiteral("été"), QStringLiteral("e\u0301t\u00e9 b"),
-                                  QStringLiteral("\uFB01n"), QStringLiteral("\U0001F600")}));
+    EXPECT_EQ(names, (QStringList{u"Zoo"_s, u"abc"_s, u"Été"_s, u"été"_s, u"e\u0301t\u00e9 b"_s, u"\uFB01n"_s,
+                                  u"\U0001F600"_s}));
 }
 
 TEST(BackupNames, IndexRejectsNamesThatLeaveTheFolder)
 {
-    const backup::ArchivedAttachment entry{1, 2, QStringLiteral("/x/a.pdf"), QStringLiteral("a-1.pdf")};
+    const backup::ArchivedAttachment entry{1, 2, u"/x/a.pdf"_s, u"a-1.pdf"_s};
     const auto good = backup::decodeAttachmentIndex(backup::encodeAttachmentIndex({entry}));
     ASSERT_TRUE(good.has_value());
     EXPECT_EQ(good->value(0), entry);
     for (const char *bad : {"../a", "x/a", "..", ""}) {
-        const QByteArray bytes =
-            backup::encodeAttachmentIndex({{0, 0, QStringLiteral("/x"), QString::fromUtf8(bad)}});
+        const QByteArray bytes = backup::encodeAttachmentIndex({{0, 0, u"/x"_s, QString::fromUtf8(bad)}});
         EXPECT_FALSE(backup::decodeAttachmentIndex(bytes).has_value()) << bad;
     }
     for (const char *bad :
@@ -88,29 +79,28 @@ TEST(BackupNames, IndexRejectsNamesThatLeaveTheFolder)
 // The entries of an archive as Python's zipfile reads them: name and compression method.
 QStringList entriesOf(const QString &archive)
 {
-    const ToolRun run = runTool(QStringLiteral("python3"),
-                                {QStringLiteral("-c"),
-                                 QStringLiteral("import sys, zipfile\n"
-                                                "z = zipfile.ZipFile(sys.argv[1])\n"
-                                                "assert z.testzip() is None\n"
-                                                "for i in z.infolist(): print(i.filename, i.compress_type)"),
-                                 archive});
+    const ToolRun run =
+        runTool(u"python3"_s, {u"-c"_s,
+                               QStringLiteral("import sys, zipfile\n"
+                                              "z = zipfile.ZipFile(sys.argv[1])\n"
+                                              "assert z.testzip() is None\n"
+                                              "for i in z.infolist(): print(i.filename, i.compress_type)"),
+                               archive});
     EXPECT_EQ(run.exitCode, 0) << run.output.toStdString();
     return run.output.split(u'\n', Qt::SkipEmptyParts);
 }
 
 TEST_F(StoreTest, ExportWaitsForThePanelAndCallsTheCompletionAfterSuccessAndFailureButNotCancel)
 {
-    auto store =
-        startWith({makeItem(QStringLiteral("a"), QStringLiteral("Travail"))}, {QStringLiteral("Travail")});
+    auto store = startWith({makeItem(u"a"_s, u"Travail"_s)}, {u"Travail"_s});
     const QByteArray before = readBytes(dataFile());
     m_dialogs.holdPanels = true;
     int completions = 0;
     StdoutCapture capture;
     store->exportBackup([&] { ++completions; });
     ASSERT_EQ(m_dialogs.savePanels.size(), 1u);
-    EXPECT_EQ(m_dialogs.savePanels[0], (SavePanelRequest{QStringLiteral("Sauvegarde-Fiva.fivabackup"),
-                                                         {QStringLiteral("fivabackup")}}));
+    EXPECT_EQ(m_dialogs.savePanels[0],
+              (SavePanelRequest{u"Sauvegarde-Fiva.fivabackup"_s, {u"fivabackup"_s}}));
     EXPECT_TRUE(m_dialogs.savePanelPending());
     m_dialogs.finishSavePanel(std::nullopt);
     EXPECT_EQ(capture.finish(), QString());
@@ -119,7 +109,7 @@ TEST_F(StoreTest, ExportWaitsForThePanelAndCallsTheCompletionAfterSuccessAndFail
     EXPECT_EQ(readBytes(dataFile()), before);
     EXPECT_TRUE(store->backupHistory().isEmpty());
 
-    const QString ok = path(QStringLiteral("ok.fivabackup"));
+    const QString ok = path(u"ok.fivabackup"_s);
     store->exportBackup([&] { ++completions; });
     EXPECT_FALSE(QFileInfo::exists(ok));
     m_clock.advance(60);
@@ -141,10 +131,9 @@ TEST_F(StoreTest, ExportWaitsForThePanelAndCallsTheCompletionAfterSuccessAndFail
     m_clock.advance(60);
     store->exportBackup([&] { ++completions; });
     StdoutCapture failing;
-    m_dialogs.finishSavePanel(path(QStringLiteral("missing/ko.fivabackup")));
+    m_dialogs.finishSavePanel(path(u"missing/ko.fivabackup"_s));
     const QString printed = failing.finish();
-    EXPECT_TRUE(printed.startsWith(QStringLiteral("❌ Erreur export : FileSystemError.")) &&
-                printed.endsWith(u'\n'))
+    EXPECT_TRUE(printed.startsWith(u"❌ Erreur export : FileSystemError."_s) && printed.endsWith(u'\n'))
         << printed.toStdString();
     EXPECT_EQ(completions, 2);
     EXPECT_EQ(store->lastBackupDate(), date);
@@ -154,54 +143,47 @@ TEST_F(StoreTest, ExportWaitsForThePanelAndCallsTheCompletionAfterSuccessAndFail
 
 TEST_F(StoreTest, ArchiveHoldsTheDocumentTheAttachmentsFolderAndNumberedCopies)
 {
-    const QString gone = path(QStringLiteral("files/gone.pdf"));
-    auto store =
-        startWith({makeItem(QStringLiteral("x"), QStringLiteral("T"),
-                            {attachment(userFile(QStringLiteral("un/NAME.pdf"), "one")), attachment(gone),
-                             attachment(userFile(QStringLiteral("un/notes"), "n1"))}),
-                   makeItem(QStringLiteral("y"), QStringLiteral("T"),
-                            {attachment(userFile(QStringLiteral("deux/NAME.pdf"), "two")),
-                             attachment(userFile(QStringLiteral("deux/notes"), "n2")),
-                             attachment(userFile(QStringLiteral("trois/NAME.pdf"), "three"))})},
-                  {QStringLiteral("T")});
+    const QString gone = path(u"files/gone.pdf"_s);
+    auto store = startWith({makeItem(u"x"_s, u"T"_s,
+                                     {attachment(userFile(u"un/NAME.pdf"_s, "one")), attachment(gone),
+                                      attachment(userFile(u"un/notes"_s, "n1"))}),
+                            makeItem(u"y"_s, u"T"_s,
+                                     {attachment(userFile(u"deux/NAME.pdf"_s, "two")),
+                                      attachment(userFile(u"deux/notes"_s, "n2")),
+                                      attachment(userFile(u"trois/NAME.pdf"_s, "three"))})},
+                           {u"T"_s});
     const Timestamp written = m_clock.now();
     const QString archive = exportArchive(*store);
 
     const QStringList entries = entriesOf(archive);
     ASSERT_FALSE(entries.isEmpty());
     const QString top = entries.last().section(u' ', 0, 0);
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^FivaExport-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}/$"))
+    EXPECT_TRUE(QRegularExpression(u"^FivaExport-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}/$"_s)
                     .match(top)
                     .hasMatch())
         << top.toStdString();
     QStringList names;
     for (const QString &entry : entries) {
-        EXPECT_TRUE(entry.endsWith(QStringLiteral(" 0")))
-            << "stored, not compressed: " << entry.toStdString();
+        EXPECT_TRUE(entry.endsWith(u" 0"_s)) << "stored, not compressed: " << entry.toStdString();
         names << entry.section(u' ', 0, 0).mid(top.size());
     }
     names.sort();
     EXPECT_EQ(names,
-              (QStringList{QString(), QStringLiteral("FivaAttachments.json"), QStringLiteral("FivaData.json"),
-                           QStringLiteral("attachments/"), QStringLiteral("attachments/NAME-1.pdf"),
-                           QStringLiteral("attachments/NAME-2.pdf"), QStringLiteral("attachments/NAME.pdf"),
-                           QStringLiteral("attachments/notes"), QStringLiteral("attachments/notes-1.")}));
-    EXPECT_EQ(runTool(QStringLiteral("unzip"), {QStringLiteral("-tq"), archive}).exitCode, 0);
-    EXPECT_EQ(runTool(QStringLiteral("bsdtar"), {QStringLiteral("-tf"), archive}).exitCode, 0);
+              (QStringList{QString(), u"FivaAttachments.json"_s, u"FivaData.json"_s, u"attachments/"_s,
+                           u"attachments/NAME-1.pdf"_s, u"attachments/NAME-2.pdf"_s,
+                           u"attachments/NAME.pdf"_s, u"attachments/notes"_s, u"attachments/notes-1."_s}));
+    EXPECT_EQ(runTool(u"unzip"_s, {u"-tq"_s, archive}).exitCode, 0);
+    EXPECT_EQ(runTool(u"bsdtar"_s, {u"-tf"_s, archive}).exitCode, 0);
 
     // Order decides the numbers: "two" (second record) is NAME-1, "three" is NAME-2.
-    const QString unpacked = path(QStringLiteral("unpacked"));
-    ASSERT_EQ(
-        runTool(QStringLiteral("unzip"), {QStringLiteral("-q"), archive, QStringLiteral("-d"), unpacked})
-            .exitCode,
-        0);
+    const QString unpacked = path(u"unpacked"_s);
+    ASSERT_EQ(runTool(u"unzip"_s, {u"-q"_s, archive, u"-d"_s, unpacked}).exitCode, 0);
     const QDir inside(QDir(unpacked).filePath(top));
     const std::pair<const char *, QByteArray> contents[] = {
         {"NAME.pdf", "one"}, {"NAME-1.pdf", "two"}, {"NAME-2.pdf", "three"}, {"notes-1.", "n2"}};
     for (const auto &[name, bytes] : contents)
-        EXPECT_EQ(readBytes(inside.filePath(QStringLiteral("attachments/") + QLatin1String(name))), bytes)
-            << name;
-    const auto document = json::decodeSavedData(readBytes(inside.filePath(QStringLiteral("FivaData.json"))));
+        EXPECT_EQ(readBytes(inside.filePath(u"attachments/"_s + QLatin1String(name))), bytes) << name;
+    const auto document = json::decodeSavedData(readBytes(inside.filePath(u"FivaData.json"_s)));
     ASSERT_TRUE(document.ok());
     EXPECT_EQ(document.value().lastBackupDate, written);
     EXPECT_EQ(document.value().items, store->items()) << "records keep their paths in the archive";
@@ -209,27 +191,24 @@ TEST_F(StoreTest, ArchiveHoldsTheDocumentTheAttachmentsFolderAndNumberedCopies)
 
     // An empty store still gets an attachments folder, and an existing archive is replaced.
     auto empty = startWith({}, {});
-    writeBytes(path(QStringLiteral("old.fivabackup")), "previous archive");
-    const QString replaced = exportArchive(*empty, QStringLiteral("old.fivabackup"));
+    writeBytes(path(u"old.fivabackup"_s), "previous archive");
+    const QString replaced = exportArchive(*empty, u"old.fivabackup"_s);
     names.clear();
     for (const QString &entry : entriesOf(replaced))
         names << entry.section(u' ', 0, 0).section(u'/', 1);
     names.sort();
-    EXPECT_EQ(names, (QStringList{QString(), QStringLiteral("FivaAttachments.json"),
-                                  QStringLiteral("FivaData.json"), QStringLiteral("attachments/")}));
+    EXPECT_EQ(names,
+              (QStringList{QString(), u"FivaAttachments.json"_s, u"FivaData.json"_s, u"attachments/"_s}));
 }
 
 TEST_F(StoreTest, SameNamedAttachmentsComeBackApartEvenWhenOneWasMissingAtExport)
 {
-    const QString missing = path(QStringLiteral("files/z/rapport.pdf"));
+    const QString missing = path(u"files/z/rapport.pdf"_s);
     auto store = startWith(
-        {makeItem(QStringLiteral("1"), QStringLiteral("T"),
-                  {attachment(missing), attachment(userFile(QStringLiteral("a/rapport.pdf"), "A"))}),
-         makeItem(QStringLiteral("2"), QStringLiteral("T"),
-                  {attachment(userFile(QStringLiteral("b/rapport.pdf"), "B"))}),
-         makeItem(QStringLiteral("3"), QStringLiteral("T"),
-                  {attachment(userFile(QStringLiteral("c/rapport.pdf"), "C"))})},
-        {QStringLiteral("T")}, Timestamp{1.5});
+        {makeItem(u"1"_s, u"T"_s, {attachment(missing), attachment(userFile(u"a/rapport.pdf"_s, "A"))}),
+         makeItem(u"2"_s, u"T"_s, {attachment(userFile(u"b/rapport.pdf"_s, "B"))}),
+         makeItem(u"3"_s, u"T"_s, {attachment(userFile(u"c/rapport.pdf"_s, "C"))})},
+        {u"T"_s}, Timestamp{1.5});
     const QString archive = exportArchive(*store);
 
     auto restored = start();
@@ -245,41 +224,38 @@ TEST_F(StoreTest, SameNamedAttachmentsComeBackApartEvenWhenOneWasMissingAtExport
         EXPECT_EQ(readBytes(file), bytes);
         EXPECT_EQ(QFileInfo(file).absolutePath(), attachmentsFolder());
     }
-    EXPECT_EQ(back[1].attachments[0].fileName, QStringLiteral("rapport-1.pdf"));
+    EXPECT_EQ(back[1].attachments[0].fileName, u"rapport-1.pdf"_s);
     EXPECT_TRUE(leftovers().isEmpty());
 }
 
 TEST_F(StoreTest, RestoreReplacesDataSortsOrdinallySavesAndRenamesOnSecondRun)
 {
-    LinkItem item = makeItem(QStringLiteral("1"), QStringLiteral("été"),
-                             {attachment(userFile(QStringLiteral("a/rapport.v2.pdf"), "v2")),
-                              attachment(userFile(QStringLiteral("a/LISEZMOI"), "lisez"))});
-    auto source = startWith({item}, {QStringLiteral("été"), QStringLiteral("Zoo"), QStringLiteral("abc")},
-                            Timestamp{42.25});
+    LinkItem item = makeItem(
+        u"1"_s, u"été"_s,
+        {attachment(userFile(u"a/rapport.v2.pdf"_s, "v2")), attachment(userFile(u"a/LISEZMOI"_s, "lisez"))});
+    auto source = startWith({item}, {u"été"_s, u"Zoo"_s, u"abc"_s}, Timestamp{42.25});
     m_clock.set(Timestamp{777.0});
     const QString archive = exportArchive(*source);
 
-    QDir(m_root.path()).rename(QStringLiteral("as"), QStringLiteral("as-source"));
-    auto store = startWith({makeItem(QStringLiteral("old"), QStringLiteral("x"))}, {QStringLiteral("x")},
-                           Timestamp{5});
+    QDir(m_root.path()).rename(u"as"_s, u"as-source"_s);
+    auto store = startWith({makeItem(u"old"_s, u"x"_s)}, {u"x"_s}, Timestamp{5});
     QSignalSpy items(store.get(), &LinkStore::itemsChanged);
     ASSERT_TRUE(store->restoreBackup(archive));
     EXPECT_EQ(items.count(), 1);
-    EXPECT_EQ(store->categories(),
-              (QStringList{QStringLiteral("Zoo"), QStringLiteral("abc"), QStringLiteral("été")}));
+    EXPECT_EQ(store->categories(), (QStringList{u"Zoo"_s, u"abc"_s, u"été"_s}));
     EXPECT_EQ(store->lastBackupDate(), Timestamp{777.0}) << "the date written in the archive";
     ASSERT_EQ(store->items().size(), 1);
     const auto onDisk = json::decodeSavedData(readBytes(dataFile()));
     ASSERT_TRUE(onDisk.ok());
     EXPECT_EQ(onDisk.value(), (SavedData{store->items(), store->categories(), store->lastBackupDate()}));
-    EXPECT_EQ(store->items()[0].attachments[0].fileName, QStringLiteral("rapport.v2.pdf"));
+    EXPECT_EQ(store->items()[0].attachments[0].fileName, u"rapport.v2.pdf"_s);
 
     ASSERT_TRUE(store->restoreBackup(archive));
     ASSERT_TRUE(store->restoreBackup(archive));
     ASSERT_EQ(store->items().size(), 1);
     const QList<Attachment> &third = store->items()[0].attachments;
-    EXPECT_EQ(third[0].fileName, QStringLiteral("rapportv2-2.pdf"));
-    EXPECT_EQ(third[1].fileName, QStringLiteral("-2."));
+    EXPECT_EQ(third[0].fileName, u"rapportv2-2.pdf"_s);
+    EXPECT_EQ(third[1].fileName, u"-2."_s);
     EXPECT_EQ(readBytes(third[0].filePath), "v2");
     EXPECT_EQ(readBytes(third[1].filePath), "lisez");
     EXPECT_EQ(QDir(attachmentsFolder()).entryList(QDir::Files).size(), 6);
@@ -289,17 +265,14 @@ TEST_F(StoreTest, ArchivesMadeElsewhereRestore)
 {
     // A bare list of records (the "items" value of the document) and no attachments folder: paths
     // stay unchanged.
-    LinkItem item = makeItem(QStringLiteral("1"), QStringLiteral("Perso"),
-                             {attachment(QStringLiteral("/ailleurs/doc.pdf"))});
-    const QByteArray saved = json::encode(SavedData{{item}, {QStringLiteral("Perso")}, std::nullopt}).value();
+    LinkItem item = makeItem(u"1"_s, u"Perso"_s, {attachment(u"/ailleurs/doc.pdf"_s)});
+    const QByteArray saved = json::encode(SavedData{{item}, {u"Perso"_s}, std::nullopt}).value();
     const QByteArray legacy =
-        QJsonDocument(QJsonDocument::fromJson(saved).object().value(QStringLiteral("items")).toArray())
-            .toJson();
+        QJsonDocument(QJsonDocument::fromJson(saved).object().value(u"items"_s).toArray()).toJson();
     ASSERT_TRUE(json::decodeLinkItems(legacy).ok());
-    const QString archive = path(QStringLiteral("legacy.fivabackup"));
-    writeZipWithPython(archive,
-                       {{QStringLiteral("Vieux/"), {}}, {QStringLiteral("Vieux/FivaData.json"), legacy}});
-    auto store = startWith({}, {QStringLiteral("x")}, Timestamp{5});
+    const QString archive = path(u"legacy.fivabackup"_s);
+    writeZipWithPython(archive, {{u"Vieux/"_s, {}}, {u"Vieux/FivaData.json"_s, legacy}});
+    auto store = startWith({}, {u"x"_s}, Timestamp{5});
     ASSERT_TRUE(store->restoreBackup(archive));
     EXPECT_EQ(store->items(), QList<LinkItem>{item});
     EXPECT_EQ(store->categories(), QStringList{LinkStore::uncategorized()});
@@ -307,68 +280,22 @@ TEST_F(StoreTest, ArchivesMadeElsewhereRestore)
     EXPECT_TRUE(store->isBackupOld());
 
     // Made by Info-ZIP from a folder, without an index: the numbering is replayed.
-    const QList<LinkItem> items = {makeItem(QStringLiteral("1"), QStringLiteral("T"),
-                                            {attachment(userFile(QStringLiteral("a/r.pdf"), "A"))}),
-                                   makeItem(QStringLiteral("2"), QStringLiteral("T"),
-                                            {attachment(userFile(QStringLiteral("b/r.pdf"), "B"))})};
-    const QString top =
-        QStringLiteral("FivaExport-") + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
-    const QDir staging(path(QStringLiteral("hand/") + top));
-    writeBytes(staging.filePath(QStringLiteral("FivaData.json")),
-               json::encode(SavedData{items, {QStringLiteral("T")}, Timestamp{9}}).value());
-    writeBytes(staging.filePath(QStringLiteral("attachments/r.pdf")), "A");
-    writeBytes(staging.filePath(QStringLiteral("attachments/r-1.pdf")), "B");
-    const QString zipped = path(QStringLiteral("hand.fivabackup"));
-    ASSERT_EQ(
-        runTool(QStringLiteral("zip"), {QStringLiteral("-qr"), zipped, top}, path(QStringLiteral("hand")))
-            .exitCode,
-        0);
+    const QList<LinkItem> items = {makeItem(u"1"_s, u"T"_s, {attachment(userFile(u"a/r.pdf"_s, "A"))}),
+                                   makeItem(u"2"_s, u"T"_s, {attachment(userFile(u"b/r.pdf"_s, "B"))})};
+    const QString top = u"FivaExport-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    const QDir staging(path(u"hand/"_s + top));
+    writeBytes(staging.filePath(u"FivaData.json"_s),
+               json::encode(SavedData{items, {u"T"_s}, Timestamp{9}}).value());
+    writeBytes(staging.filePath(u"attachments/r.pdf"_s), "A");
+    writeBytes(staging.filePath(u"attachments/r-1.pdf"_s), "B");
+    const QString zipped = path(u"hand.fivabackup"_s);
+    ASSERT_EQ(runTool(u"zip"_s, {u"-qr"_s, zipped, top}, path(u"hand"_s)).exitCode, 0);
     ASSERT_TRUE(store->restoreBackup(zipped))
         << (m_dialogs.alerts.empty() ? "" : m_dialogs.alerts[0].informativeText.toStdString());
     EXPECT_EQ(readBytes(store->items()[0].attachments[0].filePath), "A");
     EXPECT_EQ(readBytes(store->items()[1].attachments[0].filePath), "B");
     EXPECT_EQ(store->lastBackupDate(), Timestamp{9});
 }
-
-// What a failed restore must leave exactly as it was.
-struct StoreSnapshot
-{
-    QList<LinkItem> items;
-    QStringList categories;
-    std::optional<Timestamp> lastBackupDate;
-    QByteArray dataFile;
-    bool dataFileExists = false;
-    QStringList attachments;
-
-    friend bool operator==(const StoreSnapshot &, const StoreSnapshot &) = default;
-};
-
-struct RestoreFailure
-{
-    const char *name;
-    std::function<QString(StoreTest &)> prepare; // returns the archive to restore
-    const char *title;
-    const char *messageStart;
-};
-
-void PrintTo(const RestoreFailure &c, std::ostream *os)
-{
-    *os << c.name;
-}
-
-class RestoreFailureTest : public StoreTest, public ::testing::WithParamInterface<RestoreFailure>
-{
-public:
-    StoreSnapshot snapshot(const LinkStore &store) const
-    {
-        return {store.items(),
-                store.categories(),
-                store.lastBackupDate(),
-                readBytes(dataFile()),
-                QFileInfo::exists(dataFile()),
-                QDir(attachmentsFolder()).entryList(QDir::Files)};
-    }
-};
 
 // A ZIP written by Python's zipfile in the test's folder.
 QString zipAt(StoreTest &t, const char *name, const std::vector<ZipSpecEntry> &entries,
@@ -379,121 +306,128 @@ QString zipAt(StoreTest &t, const char *name, const std::vector<ZipSpecEntry> &e
     return archive;
 }
 
-// A well-formed archive, or one whose data document is `document`.
-QString goodArchive(StoreTest &t, const QByteArray &document = {})
+TEST_F(StoreTest, FailedRestoreLeavesTheStoreAndItsFilesExactlyAsTheyWereAndNoStagingFolder)
 {
-    const QString top = QStringLiteral("FivaExport-1/");
-    const LinkItem item =
-        makeItem(QStringLiteral("new"), QStringLiteral("N"),
-                 {{QUuid::createUuid(), QStringLiteral("doc.pdf"), QStringLiteral("/x/doc.pdf")}});
-    return zipAt(
-        t, "crafted.fivabackup",
-        {{top, {}},
-         {top + QStringLiteral("FivaData.json"),
-          document.isEmpty() ? json::encode(SavedData{{item}, {QStringLiteral("N")}, Timestamp{1}}).value()
-                             : document},
-         {top + QStringLiteral("attachments/"), {}},
-         {top + QStringLiteral("attachments/doc.pdf"), "pdf"}});
+    const QByteArray undecodable = R"({"items": 3})", emptyDocument = R"({"items":[],"categories":[]})";
+    // A well-formed archive, or one whose data document is `document`.
+    const auto goodArchive = [&](const QByteArray &document = {}) {
+        const QString top = u"FivaExport-1/"_s;
+        const LinkItem item = makeItem(u"new"_s, u"N"_s, {attachment(u"/x/doc.pdf"_s)});
+        return zipAt(*this, "crafted.fivabackup",
+                     {{top, {}},
+                      {top + u"FivaData.json"_s,
+                       document.isEmpty() ? json::encode(SavedData{{item}, {u"N"_s}, Timestamp{1}}).value()
+                                          : document},
+                      {top + u"attachments/"_s, {}},
+                      {top + u"attachments/doc.pdf"_s, "pdf"}});
+    };
+    struct Case
+    {
+        const char *name;
+        std::function<QString()> prepare; // returns the archive to restore
+        QString alert;                    // title, a new line, then the start of the message
+    };
+    const std::vector<Case> cases = {
+        {"not a zip",
+         [&] {
+             writeBytes(path(u"text.fivabackup"_s), "{\"items\":[]}");
+             return path(u"text.fivabackup"_s);
+         },
+         u"Erreur restauration :\nArchiveError.missingEndOfCentralDirectoryRecord"_s},
+        {"missing archive", [&] { return path(u"nowhere.fivabackup"_s); },
+         u"Erreur restauration :\nFileSystemError.fileReadNoSuchFile"_s},
+        {"no data document",
+         [&] {
+             return zipAt(*this, "z.zip", {{u"a/Autre.json"_s, "{}"}});
+         },
+         u"Erreur restauration\nFivaData.json introuvable."_s},
+        {"undecodable in both forms", [&] { return goodArchive(undecodable); },
+         u"Erreur restauration :\n"_s + json::decodeLinkItems(undecodable).error()},
+        {"CRC mismatch",
+         [&] {
+             return zipAt(*this, "crc.zip", {{u"FivaData.json"_s, emptyDocument}}, u"FivaData.json"_s);
+         },
+         u"Erreur restauration :\nArchiveError.invalidCRC32"_s},
+        {"entry escapes the staging folder",
+         [&] {
+             return zipAt(*this, "evil.zip",
+                          {{u"FivaData.json"_s, emptyDocument}, {u"../../as/Fiva/FivaData.json"_s, "[]"}});
+         },
+         u"Erreur restauration :\nFileSystemError.fileReadInvalidFileName"_s},
+        {"link escapes the staging folder",
+         [&] {
+             return zipAt(*this, "link.zip",
+                          {{u"attachments"_s, "/", true}, {u"FivaData.json"_s, emptyDocument}});
+         },
+         u"Erreur restauration :\nArchiveError.uncontainedSymlink"_s},
+        {"attachments folder read-only",
+         [&] {
+             const QString archive = goodArchive();
+             lockAgainstWrites(attachmentsFolder());
+             return archive;
+         },
+         u"Erreur restauration :\n"_s},
+        {"attachments folder is a file",
+         [&] {
+             QDir(attachmentsFolder()).removeRecursively();
+             writeBytes(attachmentsFolder(), "not a folder");
+             return goodArchive();
+         },
+         u"Erreur restauration :\n"_s},
+        {"data file cannot be written",
+         [&] {
+             const QString archive = goodArchive();
+             lockAgainstWrites(dataFile());
+             return archive;
+         },
+         u"Erreur restauration :\n"_s},
+    };
+    // What a failed restore must leave exactly as it was.
+    using Snapshot =
+        std::tuple<QList<LinkItem>, QStringList, std::optional<Timestamp>, QByteArray, bool, QStringList>;
+    const auto snapshot = [&](const LinkStore &s) {
+        return Snapshot{s.items(),
+                        s.categories(),
+                        s.lastBackupDate(),
+                        readBytes(dataFile()),
+                        QFileInfo::exists(dataFile()),
+                        QDir(attachmentsFolder()).entryList(QDir::Files)};
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        unlockAll();
+        QDir(as()).removeRecursively();
+        m_dialogs.alerts.clear();
+        const QString kept = userFile(u"k/garde.txt"_s, "kept");
+        auto store = startWith({makeItem(u"old"_s, u"Vieux"_s, {attachment(kept)})}, {u"Vieux"_s, u"Autre"_s},
+                               Timestamp{123.456});
+        QDir().mkpath(attachmentsFolder());
+        const QString archive = c.prepare();
+        const Snapshot before = snapshot(*store);
+
+        StdoutCapture capture;
+        EXPECT_FALSE(store->restoreBackup(archive));
+        capture.finish();
+        EXPECT_TRUE(snapshot(*store) == before);
+        EXPECT_TRUE(leftovers().isEmpty()) << leftovers().join(u' ').toStdString();
+        ASSERT_EQ(m_dialogs.alerts.size(), 1u);
+        const AlertRequest &alert = m_dialogs.alerts[0];
+        EXPECT_TRUE(QString(alert.message + u'\n' + alert.informativeText).startsWith(c.alert))
+            << alert.message.toStdString() << '\n'
+            << alert.informativeText.toStdString();
+        EXPECT_EQ(alert.style, AlertStyle::warning);
+        EXPECT_EQ(alert.buttons, QStringList{u"OK"_s});
+    }
 }
-
-const QByteArray undecodable = R"({"items": 3})";
-const QByteArray emptyDocument = R"({"items":[],"categories":[]})";
-
-TEST_P(RestoreFailureTest, LeavesTheStoreAndItsFileExactlyAsTheyWereAndNoStagingFolder)
-{
-    const RestoreFailure &c = GetParam();
-    const QString kept = userFile(QStringLiteral("k/garde.txt"), "kept");
-    auto store = startWith({makeItem(QStringLiteral("old"), QStringLiteral("Vieux"), {attachment(kept)})},
-                           {QStringLiteral("Vieux"), QStringLiteral("Autre")}, Timestamp{123.456});
-    QDir().mkpath(attachmentsFolder());
-    const QString archive = c.prepare(*this);
-    const StoreSnapshot before = snapshot(*store);
-
-    StdoutCapture capture;
-    EXPECT_FALSE(store->restoreBackup(archive));
-    capture.finish();
-    EXPECT_EQ(snapshot(*store), before);
-    EXPECT_TRUE(leftovers().isEmpty()) << leftovers().join(u' ').toStdString();
-    ASSERT_EQ(m_dialogs.alerts.size(), 1u);
-    const AlertRequest &alert = m_dialogs.alerts[0];
-    EXPECT_EQ(alert.message, QString::fromUtf8(c.title));
-    EXPECT_TRUE(alert.informativeText.startsWith(QString::fromUtf8(c.messageStart)))
-        << alert.informativeText.toStdString();
-    EXPECT_EQ(alert.style, AlertStyle::warning);
-    EXPECT_EQ(alert.buttons, QStringList{QStringLiteral("OK")});
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Steps, RestoreFailureTest,
-    ::testing::Values(
-        RestoreFailure{"NotAZip",
-                       [](StoreTest &t) {
-                           writeBytes(t.path(QStringLiteral("text.fivabackup")), "{\"items\":[]}");
-                           return t.path(QStringLiteral("text.fivabackup"));
-                       },
-                       "Erreur restauration :", "ArchiveError.missingEndOfCentralDirectoryRecord"},
-        RestoreFailure{"MissingArchive",
-                       [](StoreTest &t) { return t.path(QStringLiteral("nowhere.fivabackup")); },
-                       "Erreur restauration :", "FileSystemError.fileReadNoSuchFile"},
-        RestoreFailure{"NoDataDocument",
-                       [](StoreTest &t) {
-                           return zipAt(t, "z.zip", {{QStringLiteral("a/Autre.json"), "{}"}});
-                       },
-                       "Erreur restauration", "FivaData.json introuvable."},
-        RestoreFailure{
-            "UndecodableInBothForms", [](StoreTest &t) { return goodArchive(t, undecodable); },
-            "Erreur restauration :", json::decodeLinkItems(undecodable).error().toUtf8().constData()},
-        RestoreFailure{"CrcMismatch",
-                       [](StoreTest &t) {
-                           return zipAt(t, "crc.zip", {{QStringLiteral("FivaData.json"), emptyDocument}},
-                                        QStringLiteral("FivaData.json"));
-                       },
-                       "Erreur restauration :", "ArchiveError.invalidCRC32"},
-        RestoreFailure{"EntryEscapesStaging",
-                       [](StoreTest &t) {
-                           return zipAt(t, "evil.zip",
-                                        {{QStringLiteral("FivaData.json"), emptyDocument},
-                                         {QStringLiteral("../../as/Fiva/FivaData.json"), "[]"}});
-                       },
-                       "Erreur restauration :", "FileSystemError.fileReadInvalidFileName"},
-        RestoreFailure{"LinkEscapesStaging",
-                       [](StoreTest &t) {
-                           return zipAt(t, "link.zip",
-                                        {{QStringLiteral("attachments"), "/", true},
-                                         {QStringLiteral("FivaData.json"), emptyDocument}});
-                       },
-                       "Erreur restauration :", "ArchiveError.uncontainedSymlink"},
-        RestoreFailure{"AttachmentsFolderReadOnly",
-                       [](StoreTest &t) {
-                           const QString archive = goodArchive(t);
-                           t.lockAgainstWrites(t.attachmentsFolder());
-                           return archive;
-                       },
-                       "Erreur restauration :", ""},
-        RestoreFailure{"AttachmentsFolderIsAFile",
-                       [](StoreTest &t) {
-                           QDir(t.attachmentsFolder()).removeRecursively();
-                           writeBytes(t.attachmentsFolder(), "not a folder");
-                           return goodArchive(t);
-                       },
-                       "Erreur restauration :", ""},
-        RestoreFailure{"DataFileCannotBeWritten",
-                       [](StoreTest &t) {
-                           const QString archive = goodArchive(t);
-                           t.lockAgainstWrites(t.dataFile());
-                           return archive;
-                       },
-                       "Erreur restauration :", ""}),
-    [](const ::testing::TestParamInfo<RestoreFailure> &info) { return std::string(info.param.name); });
 
 TEST_F(StoreTest, WithoutDialogsTheRestorePrintsItsAlert)
 {
     auto store = start();
     store->setDialogs(nullptr);
-    const QString archive = zipAt(*this, "z.zip", {{QStringLiteral("rien.txt"), "x"}});
+    const QString archive = zipAt(*this, "z.zip", {{u"rien.txt"_s, "x"}});
     StdoutCapture capture;
     EXPECT_FALSE(store->restoreBackup(archive));
-    EXPECT_EQ(capture.finish(), QStringLiteral("Erreur restauration FivaData.json introuvable.\n"));
+    EXPECT_EQ(capture.finish(), u"Erreur restauration FivaData.json introuvable.\n"_s);
 }
 
 // Bytes that differ from one mebibyte to the next, so a copy that repeats or drops a chunk shows.
@@ -518,16 +452,15 @@ TEST_F(StoreTest, TwoThousandRecordsAndFiveHundredAttachmentsComeBackByteForByte
     QList<LinkItem> items;
     QHash<QUuid, QByteArray> digests; // attachment id -> content of the original
     for (int r = 0; r < 2000; ++r) {
-        items.append(
-            makeItem(QStringLiteral("Fiche %1 « été »").arg(r), QStringLiteral("Catégorie %1").arg(r % 17)));
-        items.last().notes = QStringLiteral("<p>note %1</p>").arg(r);
+        items.append(makeItem(u"Fiche %1 « été »"_s.arg(r), u"Catégorie %1"_s.arg(r % 17)));
+        items.last().notes = u"<p>note %1</p>"_s.arg(r);
         items.last().isFavorite = r % 3 == 0;
     }
     // The same name in many folders, non-ASCII, no extension, inner dots, unique names.
     const char *const shapes[] = {"dossier%1/rapport.pdf", "d%1/Résumé — ñ 日本 %2.odt", "d%1/LISEZMOI",
                                   "d%1/photo.v%2.jpeg", "d%1/unique-%1.txt"};
     for (int k = 0; k < 500; ++k) {
-        QString filePath = path(QStringLiteral("files/gros/archive.bin"));
+        QString filePath = path(u"files/gros/archive.bin"_s);
         if (k == 250) {
             writeLargeFile(filePath, 200);
         } else {
@@ -544,13 +477,13 @@ TEST_F(StoreTest, TwoThousandRecordsAndFiveHundredAttachmentsComeBackByteForByte
         digests.insert(a.id, sha256Of(filePath));
         items[(k * 7) % 2000].attachments.append(a);
     }
-    const QStringList categories = {QStringLiteral("Zèbre"), QStringLiteral("abc"), QStringLiteral("Été")};
+    const QStringList categories = {u"Zèbre"_s, u"abc"_s, u"Été"_s};
     auto store = startWith(items, categories, Timestamp{100.0});
     const QString archive = exportArchive(*store);
-    EXPECT_EQ(runTool(QStringLiteral("unzip"), {QStringLiteral("-tq"), archive}).exitCode, 0);
+    EXPECT_EQ(runTool(u"unzip"_s, {u"-tq"_s, archive}).exitCode, 0);
 
     // A fresh machine: the originals are gone from the attachments folder's point of view.
-    ASSERT_TRUE(QDir(m_root.path()).rename(QStringLiteral("as"), QStringLiteral("as-before")));
+    ASSERT_TRUE(QDir(m_root.path()).rename(u"as"_s, u"as-before"_s));
     auto restored = start();
     {
         StdoutCapture capture;

@@ -14,15 +14,15 @@
 namespace fiva::test {
 namespace {
 
-const QString perso = QStringLiteral("Perso");
-const QString travail = QStringLiteral("Travail");
-const QString projets = QStringLiteral("Travail / Projets");
-const QString absent = QStringLiteral("⚠️ Données absentes : ");
+const QString perso = u"Perso"_s;
+const QString travail = u"Travail"_s;
+const QString projets = u"Travail / Projets"_s;
+const QString absent = u"⚠️ Données absentes : "_s;
 
 TEST_F(StoreTest, FirstStartWithoutDataFileKeepsInitialValuesAndWritesNothing)
 {
     auto store = start();
-    EXPECT_EQ(m_startOutput, absent + dataFile() + QStringLiteral(": No such file or directory\n"));
+    EXPECT_EQ(m_startOutput, absent + dataFile() + u": No such file or directory\n"_s);
     EXPECT_TRUE(store->autoBackupEnabled());
     EXPECT_EQ(store->autoBackupIntervalOption(), AutoBackupInterval::fifteenMinutes);
     EXPECT_TRUE(store->items().isEmpty());
@@ -62,8 +62,7 @@ TEST_F(StoreTest, SuccessfulStartRewritesTheFileOnceInFileOrderThenSortsInMemory
     EXPECT_FALSE(store->items().first().id.isNull());
     EXPECT_EQ(store->items().first().createdAt, newYear2025);
     EXPECT_EQ(store->items().first().kind, LinkKind::file);
-    const QStringList fileOrder{QStringLiteral("Zèbre"), QStringLiteral("école"), QStringLiteral("Etude"),
-                                QStringLiteral("abc")};
+    const QStringList fileOrder{u"Zèbre"_s, u"école"_s, u"Etude"_s, u"abc"_s};
     EXPECT_EQ(store->categories(), (QStringList{fileOrder[3], fileOrder[1], fileOrder[2], fileOrder[0]}));
     EXPECT_EQ(readBytes(dataFile()),
               json::encode(SavedData{store->items(), fileOrder, std::nullopt}).value());
@@ -78,10 +77,10 @@ TEST_F(StoreTest, UnreadableDataFileIsMovedAsideBeforeAnySaveAndTheStoreStartsEm
         {R"({"items":[]})", "categories"},
         {QByteArray(), ""},
     };
-    const QString setAside = dataFile() + QStringLiteral(".unreadable-20250101T000000Z");
+    const QString setAside = dataFile() + u".unreadable-20250101T000000Z"_s;
     for (const auto &[content, errorPart] : cases) {
         SCOPED_TRACE(content.toStdString());
-        QDir(as(QStringLiteral("Fiva"))).removeRecursively();
+        QDir(as(u"Fiva"_s)).removeRecursively();
         writeBytes(dataFile(), content);
         auto store = start();
 
@@ -89,12 +88,11 @@ TEST_F(StoreTest, UnreadableDataFileIsMovedAsideBeforeAnySaveAndTheStoreStartsEm
         ASSERT_EQ(lines.size(), 2) << m_startOutput.toStdString();
         EXPECT_TRUE(lines[0].startsWith(absent + dataFile()));
         EXPECT_TRUE(lines[0].contains(QLatin1String(errorPart))) << lines[0].toStdString();
-        EXPECT_EQ(lines[1],
-                  QStringLiteral("⚠️ Fichier de données illisible mis de côté : ") + setAside);
+        EXPECT_EQ(lines[1], u"⚠️ Fichier de données illisible mis de côté : "_s + setAside);
         EXPECT_EQ(store->categories(), QStringList{sansCategorie});
         EXPECT_TRUE(store->items().isEmpty());
         EXPECT_FALSE(QFile::exists(dataFile()));
-        store->addCategory(QStringLiteral("Nouvelle"));
+        store->addCategory(u"Nouvelle"_s);
         EXPECT_TRUE(QFile::exists(dataFile()));
         EXPECT_EQ(readBytes(setAside), content);
     }
@@ -104,7 +102,7 @@ TEST_F(StoreTest, UnreadableDataFileIsMovedAsideBeforeAnySaveAndTheStoreStartsEm
     writeBytes(dataFile(), "newer");
     start();
     EXPECT_EQ(readBytes(setAside), QByteArray("older"));
-    EXPECT_EQ(readBytes(setAside + QStringLiteral("-2")), QByteArray("newer"));
+    EXPECT_EQ(readBytes(setAside + u"-2"_s), QByteArray("newer"));
 }
 
 TEST_F(StoreTest, UnreadableFileThatCannotBeMovedAsideIsNeverOverwritten)
@@ -116,27 +114,26 @@ TEST_F(StoreTest, UnreadableFileThatCannotBeMovedAsideIsNeverOverwritten)
     while (deep.size() < depth)
         deep += QLatin1Char('/') + QString(qMin<qsizetype>(200, depth - deep.size()), u'd');
     const FixedPaths deepPaths{deep, deep};
-    const QString data = deep + QStringLiteral("/Fiva/FivaData.json");
+    const QString data = deep + u"/Fiva/FivaData.json"_s;
     ASSERT_LT(data.size(), 4096);
     writeBytes(data, "corrompu");
 
     StdoutCapture capture;
     LinkStore store(deepPaths, m_workspace, m_clock);
-    store.addCategory(QStringLiteral("Nouvelle"));
+    store.addCategory(u"Nouvelle"_s);
     const QStringList lines = capture.finish().split(u'\n', Qt::SkipEmptyParts);
 
     ASSERT_EQ(lines.size(), 3) << lines.join(u'\n').toStdString();
     EXPECT_TRUE(lines[0].startsWith(absent));
-    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("⚠️ ")) && lines[1].endsWith(data))
-        << lines[1].toStdString();
-    EXPECT_TRUE(lines[2].startsWith(QStringLiteral("❌ Erreur save: ") + data));
+    EXPECT_TRUE(lines[1].startsWith(u"⚠️ "_s) && lines[1].endsWith(data)) << lines[1].toStdString();
+    EXPECT_TRUE(lines[2].startsWith(u"❌ Erreur save: "_s + data));
     EXPECT_EQ(readBytes(data), QByteArray("corrompu"));
-    EXPECT_TRUE(store.categories().contains(QStringLiteral("Nouvelle")));
+    EXPECT_TRUE(store.categories().contains(u"Nouvelle"_s));
 }
 
 TEST_F(StoreTest, FailedSaveIsPrintedAndKeepsMemoryForTheNextTry)
 {
-    auto store = startWith({makeItem(QStringLiteral("a"), sansCategorie)}, {sansCategorie});
+    auto store = startWith({makeItem(u"a"_s, sansCategorie)}, {sansCategorie});
     const QByteArray before = readBytes(dataFile());
     // A folder where the file should be: root cannot write through that either.
     QFile::remove(dataFile());
@@ -146,8 +143,7 @@ TEST_F(StoreTest, FailedSaveIsPrintedAndKeepsMemoryForTheNextTry)
     StdoutCapture capture;
     store->toggleFavorite(store->items().first().id);
     const QString out = capture.finish();
-    EXPECT_TRUE(out.startsWith(QStringLiteral("❌ Erreur save: ") + dataFile() + QStringLiteral(": ")))
-        << out.toStdString();
+    EXPECT_TRUE(out.startsWith(u"❌ Erreur save: "_s + dataFile() + u": "_s)) << out.toStdString();
     EXPECT_TRUE(out.endsWith(u'\n') && out.count(u'\n') == 1) << out.toStdString();
     EXPECT_EQ(failed.count(), 1);
     EXPECT_TRUE(store->items().first().isFavorite);
@@ -163,102 +159,83 @@ TEST_F(StoreTest, WithoutApplicationSupportFolderNothingIsWrittenAnywhere)
     FixedPaths nowhere{QString(), QString()};
     StdoutCapture capture;
     LinkStore store(nowhere, m_workspace, m_clock);
-    store.addCategory(QStringLiteral("x"));
+    store.addCategory(u"x"_s);
     store.performAutoBackup();
     store.openAutoBackupsFolder();
     const QStringList lines = capture.finish().split(u'\n', Qt::SkipEmptyParts);
     ASSERT_EQ(lines.size(), 4);
     EXPECT_TRUE(lines[0].startsWith(absent));
-    EXPECT_TRUE(lines[1].startsWith(QStringLiteral("❌ Erreur save: ")));
-    EXPECT_TRUE(lines[2].startsWith(QStringLiteral("❌ Auto-backup error: ")));
-    EXPECT_EQ(lines[3], QStringLiteral("⚠️ Impossible de trouver Application Support"));
+    EXPECT_TRUE(lines[1].startsWith(u"❌ Erreur save: "_s));
+    EXPECT_TRUE(lines[2].startsWith(u"❌ Auto-backup error: "_s));
+    EXPECT_EQ(lines[3], u"⚠️ Impossible de trouver Application Support"_s);
     EXPECT_TRUE(m_workspace.calls.empty());
 }
 
 TEST_F(StoreTest, CategoryOperationsChangeListRecordsAndFileAsExpected)
 {
-    const QStringList initialList{perso, sansCategorie, travail, projets};
-    const QStringList initialItems{travail, projets, perso};
-    const QString loisirs = QStringLiteral("Loisirs");
+    // Lists are written joined by "|"; an empty one means "unchanged".
+    const QString initialList = u"Perso|Sans catégorie|Travail|Travail / Projets"_s;
+    const QString initialItems = u"Travail|Travail / Projets|Perso"_s;
     struct Case
     {
         std::function<void(LinkStore &)> operation;
-        QStringList categories;     // afterwards, in memory
-        QStringList itemCategories; // of the records "a", "b", "c", in order
+        const char *categories;     // afterwards, in memory
+        const char *itemCategories; // of the records "a", "b", "c", in order
         bool saves;                 // whether the data file is written again
     };
     const std::vector<Case> cases = {
-        {[](LinkStore &s) { s.addCategory(QStringLiteral(" \tLoisirs  ")); },
-         {loisirs, perso, sansCategorie, travail, projets},
-         initialItems,
-         true},
-        {[](LinkStore &s) { s.addCategory(QStringLiteral("\u00A0Loisirs\u3000")); },
-         {loisirs, perso, sansCategorie, travail, projets},
-         initialItems,
-         true},
-        {[](LinkStore &s) { s.addCategory(QStringLiteral("Zut\n")); },
-         {perso, sansCategorie, travail, projets, QStringLiteral("Zut\n")},
-         initialItems,
-         true},
-        {[](LinkStore &s) { s.addCategory(QStringLiteral(" Perso ")); }, initialList, initialItems, false},
-        {[](LinkStore &s) { s.addCategory(QStringLiteral(" \t ")); }, initialList, initialItems, false},
-        {[](LinkStore &s) { s.addSubCategory(QStringLiteral("Perso "), QStringLiteral(" Sport")); },
-         {perso, QStringLiteral("Perso  / Sport"), sansCategorie, travail, projets},
-         initialItems,
-         true},
-        {[](LinkStore &s) { s.addSubCategory(travail, QStringLiteral("Projets\t")); }, initialList,
-         initialItems, false},
-        {[](LinkStore &s) { s.addSubCategory(travail, QStringLiteral(" ")); }, initialList, initialItems,
-         false},
+        {[](LinkStore &s) { s.addCategory(u" \tLoisirs  "_s); },
+         "Loisirs|Perso|Sans catégorie|Travail|Travail / Projets", "", true},
+        {[](LinkStore &s) { s.addCategory(u"\u00A0Loisirs\u3000"_s); },
+         "Loisirs|Perso|Sans catégorie|Travail|Travail / Projets", "", true},
+        {[](LinkStore &s) { s.addCategory(u"Zut\n"_s); },
+         "Perso|Sans catégorie|Travail|Travail / Projets|Zut\n", "", true},
+        {[](LinkStore &s) { s.addCategory(u" Perso "_s); }, "", "", false},
+        {[](LinkStore &s) { s.addCategory(u" \t "_s); }, "", "", false},
+        {[](LinkStore &s) { s.addSubCategory(u"Perso "_s, u" Sport"_s); },
+         "Perso|Perso  / Sport|Sans catégorie|Travail|Travail / Projets", "", true},
+        {[](LinkStore &s) { s.addSubCategory(travail, u"Projets\t"_s); }, "", "", false},
+        {[](LinkStore &s) { s.addSubCategory(travail, u" "_s); }, "", "", false},
         // Renaming a parent leaves its sub-categories alone.
-        {[](LinkStore &s) { s.renameCategory(travail, QStringLiteral(" Boulot ")); },
-         {QStringLiteral("Boulot"), perso, sansCategorie, projets},
-         {QStringLiteral("Boulot"), projets, perso},
-         true},
-        {[](LinkStore &s) { s.renameCategory(travail, QStringLiteral("  ")); }, initialList, initialItems,
-         false},
+        {[](LinkStore &s) { s.renameCategory(travail, u" Boulot "_s); },
+         "Boulot|Perso|Sans catégorie|Travail / Projets", "Boulot|Travail / Projets|Perso", true},
+        {[](LinkStore &s) { s.renameCategory(travail, u"  "_s); }, "", "", false},
         {[](LinkStore &s) { s.renameCategory(travail, perso); },
-         {perso, perso, sansCategorie, projets},
-         {perso, projets, perso},
-         true},
+         "Perso|Perso|Sans catégorie|Travail / Projets", "Perso|Travail / Projets|Perso", true},
         // An unlisted name still relabels its records and saves.
         {[](LinkStore &s) {
              s.deleteCategory(perso);
              s.deleteCategory(sansCategorie);
-             s.renameCategory(sansCategorie, QStringLiteral("Divers"));
+             s.renameCategory(sansCategorie, u"Divers"_s);
          },
-         {travail, projets},
-         {travail, projets, QStringLiteral("Divers")},
-         true},
-        {[](LinkStore &s) { s.deleteCategory(travail); },
-         {perso, sansCategorie, projets},
-         {sansCategorie, projets, perso},
-         true},
+         "Travail|Travail / Projets", "Travail|Travail / Projets|Divers", true},
+        {[](LinkStore &s) { s.deleteCategory(travail); }, "Perso|Sans catégorie|Travail / Projets",
+         "Sans catégorie|Travail / Projets|Perso", true},
         // Records fall back to the default even when it is no longer listed.
         {[](LinkStore &s) {
              s.deleteCategory(sansCategorie);
              s.deleteCategory(perso);
          },
-         {travail, projets},
-         {travail, projets, sansCategorie},
-         true},
+         "Travail|Travail / Projets", "Travail|Travail / Projets|Sans catégorie", true},
     };
     for (std::size_t i = 0; i < cases.size(); ++i) {
         SCOPED_TRACE(i);
         const Case &c = cases[i];
-        auto store = startWith({makeItem(QStringLiteral("a"), travail),
-                                makeItem(QStringLiteral("b"), projets), makeItem(QStringLiteral("c"), perso)},
-                               {sansCategorie, perso, travail, projets});
+        auto store =
+            startWith({makeItem(u"a"_s, travail), makeItem(u"b"_s, projets), makeItem(u"c"_s, perso)},
+                      {sansCategorie, perso, travail, projets});
         QFile::remove(dataFile());
         StdoutCapture capture;
         c.operation(*store);
         EXPECT_EQ(capture.finish(), QString());
 
-        EXPECT_EQ(store->categories(), c.categories);
+        EXPECT_EQ(store->categories().join(u'|'),
+                  *c.categories ? QString::fromUtf8(c.categories) : initialList);
         QStringList itemCategories;
         for (const LinkItem &item : store->items())
             itemCategories << item.category;
-        EXPECT_EQ(itemCategories, c.itemCategories);
+        EXPECT_EQ(itemCategories.join(u'|'),
+                  *c.itemCategories ? QString::fromUtf8(c.itemCategories) : initialItems);
         ASSERT_EQ(QFile::exists(dataFile()), c.saves);
         if (c.saves) {
             EXPECT_EQ(json::decodeSavedData(readBytes(dataFile())).value(),
@@ -271,11 +248,10 @@ TEST_F(StoreTest, SortingIsStableAndFollowsTheUsersLocale)
 {
     QLocale::setDefault(QLocale(QLocale::French, QLocale::France));
     auto store = start();
-    store->setCategories({QStringLiteral("Zèbre"), QStringLiteral("Élan"), QStringLiteral("eau")});
-    store->addCategory(QStringLiteral("école"));
+    store->setCategories({u"Zèbre"_s, u"Élan"_s, u"eau"_s});
+    store->addCategory(u"école"_s);
     QLocale::setDefault(QLocale::c());
-    EXPECT_EQ(store->categories(), (QStringList{QStringLiteral("eau"), QStringLiteral("école"),
-                                                QStringLiteral("Élan"), QStringLiteral("Zèbre")}));
+    EXPECT_EQ(store->categories(), (QStringList{u"eau"_s, u"école"_s, u"Élan"_s, u"Zèbre"_s}));
 }
 
 TEST_F(StoreTest, RecordOperationsWriteOnlyWhenTheyShould)
@@ -290,13 +266,13 @@ TEST_F(StoreTest, RecordOperationsWriteOnlyWhenTheyShould)
     for (const Case c : {Case{true, true, true}, Case{true, false, false}, Case{false, true, true},
                          Case{false, false, true}}) {
         SCOPED_TRACE(testing::Message() << "toggle " << c.toggle << ", known " << c.knownId);
-        QDir().mkpath(attachmentsFolder() + QStringLiteral("/folder"));
-        writeBytes(attachmentsFolder() + QStringLiteral("/present.pdf"), "pdf");
-        const QList<Attachment> attachments{attachment(attachmentsFolder() + QStringLiteral("/gone.txt")),
-                                            attachment(attachmentsFolder() + QStringLiteral("/present.pdf")),
-                                            attachment(attachmentsFolder() + QStringLiteral("/folder"))};
-        const LinkItem a = makeItem(QStringLiteral("a"), sansCategorie);
-        const LinkItem b = makeItem(QStringLiteral("b"), sansCategorie, attachments);
+        QDir().mkpath(attachmentsFolder() + u"/folder"_s);
+        writeBytes(attachmentsFolder() + u"/present.pdf"_s, "pdf");
+        const QList<Attachment> attachments{attachment(attachmentsFolder() + u"/gone.txt"_s),
+                                            attachment(attachmentsFolder() + u"/present.pdf"_s),
+                                            attachment(attachmentsFolder() + u"/folder"_s)};
+        const LinkItem a = makeItem(u"a"_s, sansCategorie);
+        const LinkItem b = makeItem(u"b"_s, sansCategorie, attachments);
         auto store = startWith({a, b, a}, {sansCategorie});
         QFile::remove(dataFile());
         const QUuid id = c.knownId ? b.id : QUuid::createUuid();
@@ -318,14 +294,13 @@ TEST_F(StoreTest, RecordOperationsWriteOnlyWhenTheyShould)
     }
 
     // Delete removes every record with the id, but only the first one's attachments.
-    LinkItem first =
-        makeItem(QStringLiteral("a"), sansCategorie, {attachment(userFile(QStringLiteral("one"), "1"))});
+    LinkItem first = makeItem(u"a"_s, sansCategorie, {attachment(userFile(u"one"_s, "1"))});
     LinkItem twin = first;
-    twin.attachments = {attachment(userFile(QStringLiteral("two"), "2"))};
-    auto store = startWith({first, makeItem(QStringLiteral("b"), sansCategorie), twin}, {sansCategorie});
+    twin.attachments = {attachment(userFile(u"two"_s, "2"))};
+    auto store = startWith({first, makeItem(u"b"_s, sansCategorie), twin}, {sansCategorie});
     store->deleteItem(first.id);
     ASSERT_EQ(store->items().size(), 1);
-    EXPECT_EQ(store->items().first().title, QStringLiteral("b"));
+    EXPECT_EQ(store->items().first().title, u"b"_s);
     EXPECT_FALSE(QFile::exists(first.attachments[0].filePath));
     EXPECT_TRUE(QFile::exists(twin.attachments[0].filePath));
 }
@@ -347,24 +322,20 @@ TEST_F(StoreTest, ItemMutatorsSignalButLeaveSavingToTheCaller)
 {
     auto store = start();
     QSignalSpy changed(store.get(), &LinkStore::itemsChanged);
-    const LinkItem a = makeItem(QStringLiteral("a"), sansCategorie);
+    const LinkItem a = makeItem(u"a"_s, sansCategorie);
     store->appendItem(a);
-    EXPECT_TRUE(store->updateItem(a.id, [](LinkItem &i) { i.title = QStringLiteral("A"); }));
-    EXPECT_FALSE(store->updateItem(QUuid::createUuid(), [](LinkItem &i) { i.title = QStringLiteral("X"); }));
+    EXPECT_TRUE(store->updateItem(a.id, [](LinkItem &i) { i.title = u"A"_s; }));
+    EXPECT_FALSE(store->updateItem(QUuid::createUuid(), [](LinkItem &i) { i.title = u"X"_s; }));
     EXPECT_EQ(changed.count(), 2);
-    EXPECT_EQ(store->items().first().title, QStringLiteral("A"));
+    EXPECT_EQ(store->items().first().title, u"A"_s);
     EXPECT_FALSE(QFile::exists(dataFile()));
 }
 
 TEST(Trimming, RemovesHorizontalSpaceOnly)
 {
     const std::pair<QString, QString> cases[] = {
-        {QStringLiteral("  a b  "), QStringLiteral("a b")},
-        {QStringLiteral("\ta\t"), QStringLiteral("a")},
-        {QStringLiteral("\u00A0\u2003a\u202F"), QStringLiteral("a")},
-        {QStringLiteral("\na\n"), QStringLiteral("\na\n")},
-        {QStringLiteral(" \r\n "), QStringLiteral("\r\n")},
-        {QStringLiteral(" \t "), QString()},
+        {u"  a b  "_s, u"a b"_s}, {u"\ta\t"_s, u"a"_s},     {u"\u00A0\u2003a\u202F"_s, u"a"_s},
+        {u"\na\n"_s, u"\na\n"_s}, {u" \r\n "_s, u"\r\n"_s}, {u" \t "_s, QString()},
         {QString(), QString()},
     };
     for (const auto &[in, out] : cases)
@@ -375,37 +346,35 @@ TEST(StoredNotes, WrapsTextAndReadsItBack)
 {
     const QString empty = notesHTML(QString());
     EXPECT_EQ(empty.size(), 83 + 24);
-    EXPECT_TRUE(empty.startsWith(QStringLiteral("<html>\n    <head>\n        <meta charset=\"UTF-8\">")));
-    EXPECT_TRUE(empty.endsWith(QStringLiteral("<p></p>\n    </body>\n</html>")));
+    EXPECT_TRUE(empty.startsWith(u"<html>\n    <head>\n        <meta charset=\"UTF-8\">"_s));
+    EXPECT_TRUE(empty.endsWith(u"<p></p>\n    </body>\n</html>"_s));
     const std::pair<QString, QString> roundTrips[] = {
-        {QStringLiteral("un\ndeux"), QStringLiteral("un\ndeux")},
-        {QStringLiteral("a & <b>gras</b>"), QStringLiteral("a & <b>gras</b>")},
-        {QStringLiteral("  bords \n"), QStringLiteral("bords")},
+        {u"un\ndeux"_s, u"un\ndeux"_s},
+        {u"a & <b>gras</b>"_s, u"a & <b>gras</b>"_s},
+        {u"  bords \n"_s, u"bords"_s},
         {QString(), QString()},
     };
     for (const auto &[typed, shown] : roundTrips)
         EXPECT_EQ(notesPlainText(notesHTML(typed)), shown) << typed.toStdString();
-    EXPECT_EQ(notesHTML(QStringLiteral("un\ndeux")),
-              empty.left(83) + QStringLiteral("un<br>deux") + empty.mid(83));
-    EXPECT_EQ(notesPlainText(QStringLiteral(" plain<br>text ")), QStringLiteral("plain\ntext"));
-    EXPECT_EQ(notesPlainText(QStringLiteral("</p>x<p>")), QStringLiteral("</p>x<p>"));
+    EXPECT_EQ(notesHTML(u"un\ndeux"_s), empty.left(83) + u"un<br>deux"_s + empty.mid(83));
+    EXPECT_EQ(notesPlainText(u" plain<br>text "_s), u"plain\ntext"_s);
+    EXPECT_EQ(notesPlainText(u"</p>x<p>"_s), u"</p>x<p>"_s);
 }
 
 TEST_F(StoreTest, FileWritesReplaceInPlaceAndFailuresNameThePath)
 {
     using namespace fileio;
-    const QString file = path(QStringLiteral("data.json"));
+    const QString file = path(u"data.json"_s);
     ASSERT_FALSE(writeWholeFile(file, QByteArray(1000, 'a')).has_value());
     ASSERT_FALSE(writeWholeFile(file, "short").has_value());
     ASSERT_TRUE(readWholeFile(file).ok());
     EXPECT_EQ(readWholeFile(file).value(), QByteArray("short"));
-    EXPECT_FALSE(readWholeFile(path(QStringLiteral("absent"))).ok());
+    EXPECT_FALSE(readWholeFile(path(u"absent"_s)).ok());
     // /dev/full accepts the open and fails the write: the short-write and flush path.
-    for (const QString &target : {QStringLiteral("/dev/full"), path(QStringLiteral("files")),
-                                  path(QStringLiteral("missing/parent/file.json"))}) {
+    for (const QString &target : {u"/dev/full"_s, path(u"files"_s), path(u"missing/parent/file.json"_s)}) {
         const auto error = writeWholeFile(target, QByteArray(256 * 1024, 'x'));
         ASSERT_TRUE(error.has_value()) << target.toStdString();
-        EXPECT_TRUE(error->startsWith(target + QStringLiteral(": "))) << error->toStdString();
+        EXPECT_TRUE(error->startsWith(target + u": "_s)) << error->toStdString();
     }
 }
 

@@ -25,6 +25,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <ostream>
+#include <utility>
 #include <vector>
 
 #include "support/FakeDialogs.h"
@@ -42,6 +43,8 @@ inline void PrintTo(const QStringList &l, std::ostream *os)
 }
 
 namespace test {
+
+using namespace Qt::StringLiterals;
 
 // Redirects file descriptor 1 so that what the store prints can be compared line by line.
 class StdoutCapture final
@@ -84,10 +87,10 @@ private:
 class RecordingWorkspace final : public Workspace
 {
 public:
-    bool openUrl(const QUrl &url) override { return note(QStringLiteral("openUrl ") + url.toString()); }
-    bool openPath(const QString &path) override { return note(QStringLiteral("openPath ") + path); }
-    bool showFolder(const QString &folder) override { return note(QStringLiteral("showFolder ") + folder); }
-    bool revealItem(const QString &path) override { return note(QStringLiteral("revealItem ") + path); }
+    bool openUrl(const QUrl &url) override { return note(u"openUrl "_s + url.toString()); }
+    bool openPath(const QString &path) override { return note(u"openPath "_s + path); }
+    bool showFolder(const QString &folder) override { return note(u"showFolder "_s + folder); }
+    bool revealItem(const QString &path) override { return note(u"revealItem "_s + path); }
     std::vector<QString> calls;
 
 private:
@@ -123,7 +126,7 @@ inline LinkItem makeItem(const QString &title, const QString &category, QList<At
 {
     return {QUuid::createUuid(),
             title,
-            QStringLiteral("https://example.org/") + title,
+            u"https://example.org/"_s + title,
             category,
             std::nullopt,
             Timestamp{700000000.0},
@@ -134,7 +137,7 @@ inline LinkItem makeItem(const QString &title, const QString &category, QList<At
 
 // 2025-01-01 00:00:00 UTC.
 inline constexpr Timestamp newYear2025{757382400.0};
-inline const QString sansCategorie = QStringLiteral("Sans catégorie");
+inline const QString sansCategorie = u"Sans catégorie"_s;
 
 struct ToolRun
 {
@@ -172,38 +175,27 @@ inline void writeZipWithPython(const QString &path, const std::vector<ZipSpecEnt
                                const QString &corruptCrcOf = {})
 {
     static const char script[] = R"(
-import base64, json, sys, zipfile
-path, spec, corrupt = sys.argv[1], json.loads(sys.argv[2]), sys.argv[3]
+import base64, sys, zipfile
+path, corrupt, spec = sys.argv[1], sys.argv[2].encode(), sys.argv[3:]
 with zipfile.ZipFile(path, 'w', zipfile.ZIP_STORED) as z:
-    for e in spec:
-        info = zipfile.ZipInfo(e['name'], (2024, 5, 1, 12, 0, 0))
+    for name, data, link in zip(spec[0::3], spec[1::3], spec[2::3]):
+        info = zipfile.ZipInfo(name, (2024, 5, 1, 12, 0, 0))
         info.create_system = 3
-        if e['link']:
-            info.external_attr = 0o120777 << 16
-        elif e['name'].endswith('/'):
-            info.external_attr = (0o40755 << 16) | 0x10
-        else:
-            info.external_attr = 0o100644 << 16
-        z.writestr(info, base64.b64decode(e['data']))
-if corrupt:
-    b = bytearray(open(path, 'rb').read())
-    name = corrupt.encode()
-    for sig, crc_at, name_at in ((b'PK\x03\x04', 14, 30), (b'PK\x01\x02', 16, 46)):
-        i = b.find(sig)
-        while i >= 0:
-            if bytes(b[i + name_at:i + name_at + len(name)]) == name:
-                b[i + crc_at] ^= 0xFF
-            i = b.find(sig, i + 4)
-    open(path, 'wb').write(b)
+        info.external_attr = (0o120777 << 16 if link == '1' else
+                              (0o40755 << 16) | 0x10 if name.endswith('/') else 0o100644 << 16)
+        z.writestr(info, base64.b64decode(data))
+b = bytearray(open(path, 'rb').read())
+for sig, crc_at, name_at in ((b'PK\x03\x04', 14, 30), (b'PK\x01\x02', 16, 46)) if corrupt else ():
+    i = b.find(sig)
+    while i >= 0:
+        if b[i + name_at:i + name_at + len(corrupt)] == corrupt: b[i + crc_at] ^= 0xFF
+        i = b.find(sig, i + 4)
+open(path, 'wb').write(b)
 )";
-    QStringList json;
+    QStringList args{u"-c"_s, QString::fromLatin1(script), path, corruptCrcOf};
     for (const ZipSpecEntry &e : entries)
-        json << QStringLiteral("{\"name\":\"%1\",\"data\":\"%2\",\"link\":%3}")
-                    .arg(e.name, QString::fromLatin1(e.data.toBase64()),
-                         e.link ? QStringLiteral("true") : QStringLiteral("false"));
-    const ToolRun run =
-        runTool(QStringLiteral("python3"), {QStringLiteral("-c"), QString::fromLatin1(script), path,
-                                            u'[' + json.join(u',') + u']', corruptCrcOf});
+        args << e.name << QString::fromLatin1(e.data.toBase64()) << QString::number(e.link);
+    const ToolRun run = runTool(u"python3"_s, args);
     ASSERT_EQ(run.exitCode, 0) << run.output.toStdString();
 }
 
@@ -224,11 +216,12 @@ public:
         for (const char *folder : {"as", "tmp", "files"})
             QDir(m_root.path()).mkpath(QString::fromLatin1(folder));
     }
-    ~StoreTest() override
+    ~StoreTest() override { unlockAll(); }
+    void unlockAll()
     {
-        for (const QString &p : std::as_const(m_locked)) {
+        for (const QString &p : std::exchange(m_locked, {})) {
             if (::geteuid() == 0)
-                QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("-i"), p});
+                QProcess::execute(u"chattr"_s, {u"-i"_s, p});
             ::chmod(QFile::encodeName(p).constData(), 0755);
         }
     }
@@ -253,18 +246,18 @@ public:
     QString path(const QString &relative) const { return QDir(m_root.path()).filePath(relative); }
     QString as(const QString &relative = {}) const
     {
-        return path(relative.isEmpty() ? QStringLiteral("as") : QStringLiteral("as/") + relative);
+        return path(relative.isEmpty() ? u"as"_s : u"as/"_s + relative);
     }
-    QString dataFile() const { return as(QStringLiteral("Fiva/FivaData.json")); }
-    QString historyFile() const { return as(QStringLiteral("Fiva/BackupHistory.json")); }
-    QString autoBackups() const { return as(QStringLiteral("Fiva/AutoBackups")); }
-    QString attachmentsFolder() const { return as(QStringLiteral("Fiva_Attachments")); }
+    QString dataFile() const { return as(u"Fiva/FivaData.json"_s); }
+    QString historyFile() const { return as(u"Fiva/BackupHistory.json"_s); }
+    QString autoBackups() const { return as(u"Fiva/AutoBackups"_s); }
+    QString attachmentsFolder() const { return as(u"Fiva_Attachments"_s); }
 
     // A user's file somewhere on disk, to attach.
     QString userFile(const QString &relative, const QByteArray &bytes)
     {
-        writeBytes(path(QStringLiteral("files/") + relative), bytes);
-        return path(QStringLiteral("files/") + relative);
+        writeBytes(path(u"files/"_s + relative), bytes);
+        return path(u"files/"_s + relative);
     }
     static Attachment attachment(const QString &filePath)
     {
@@ -274,8 +267,7 @@ public:
     // Staging folders that outlived their operation.
     QStringList leftovers() const
     {
-        return QDir(path(QStringLiteral("tmp")))
-            .entryList({QStringLiteral("Fiva*")}, QDir::AllEntries | QDir::Hidden);
+        return QDir(path(u"tmp"_s)).entryList({u"Fiva*"_s}, QDir::AllEntries | QDir::Hidden);
     }
 
     // Makes a file or folder refuse writes, also for root (which ignores permission bits).
@@ -283,13 +275,13 @@ public:
     {
         ::chmod(QFile::encodeName(p).constData(), QFileInfo(p).isDir() ? 0555 : 0444);
         if (::geteuid() == 0) {
-            ASSERT_EQ(QProcess::execute(QStringLiteral("chattr"), {QStringLiteral("+i"), p}), 0)
+            ASSERT_EQ(QProcess::execute(u"chattr"_s, {u"+i"_s, p}), 0)
                 << "chattr is needed to make a file read-only for root";
         }
         m_locked << p;
     }
 
-    QString exportArchive(LinkStore &store, const QString &name = QStringLiteral("backup.fivabackup"))
+    QString exportArchive(LinkStore &store, const QString &name = u"backup.fivabackup"_s)
     {
         StdoutCapture capture;
         const auto error = store.writeBackupArchive(path(name));
@@ -298,7 +290,7 @@ public:
     }
 
     QTemporaryDir m_root;
-    FixedPaths m_paths{path(QStringLiteral("as")), path(QStringLiteral("tmp"))};
+    FixedPaths m_paths{path(u"as"_s), path(u"tmp"_s)};
     RecordingWorkspace m_workspace;
     ManualClock m_clock{newYear2025};
     FakeDialogs m_dialogs;
