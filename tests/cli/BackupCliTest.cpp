@@ -15,7 +15,7 @@ namespace {
 class BackupCli : public CliTest
 {
 protected:
-    QString attached() const { return path(QStringLiteral("files/dossier été/rapport.pdf")); }
+    QString attached() const { return path(u"files/dossier été/rapport.pdf"_s); }
 
     // Home 1 holds one record with one attachment of the given size.
     void storeWithAttachment(qint64 size)
@@ -43,7 +43,7 @@ protected:
     QString exported(const QString &name)
     {
         storeWithAttachment(10);
-        EXPECT_EQ(run({QStringLiteral("export"), path(name)}).exitCode, 0);
+        EXPECT_EQ(run({u"export"_s, path(name)}).exitCode, 0);
         return path(name);
     }
 };
@@ -58,35 +58,34 @@ QByteArray digest(const QString &file)
 TEST_F(BackupCli, ExportPrintsPathAndSizeAndRestoreWithYesBringsEverythingBack)
 {
     storeWithAttachment(5000);
-    const QString archive =
-        write(path(QStringLiteral("sauvegarde.fivabackup")), "an older archive is replaced");
-    const CliRun out = run({QStringLiteral("export"), archive});
+    const QString archive = write(path(u"sauvegarde.fivabackup"_s), "an older archive is replaced");
+    const CliRun out = run({u"export"_s, archive});
     ASSERT_EQ(out.exitCode, 0) << out.err.toStdString();
     EXPECT_EQ(out.out.split(u'\n', Qt::SkipEmptyParts).last(),
               archive + u'\t' + QString::number(QFileInfo(archive).size()));
-    EXPECT_EQ(run({QStringLiteral("history")}).out.count(archive), 1);
+    EXPECT_EQ(run({u"history"_s}).out.count(archive), 1);
 
-    const CliRun restored = run({QStringLiteral("restore"), archive, QStringLiteral("--yes")}, 2);
+    const CliRun restored = run({u"restore"_s, archive, u"--yes"_s}, 2);
     ASSERT_EQ(restored.exitCode, 0) << restored.err.toStdString();
-    EXPECT_EQ(run({QStringLiteral("list")}, 2).out, run({QStringLiteral("list")}, 1).out);
-    EXPECT_EQ(digest(home(2) + QStringLiteral("/Fiva_Attachments/rapport.pdf")), digest(attached()));
-    EXPECT_TRUE(QDir(path(QStringLiteral("tmp"))).entryList({QStringLiteral("Fiva*")}).isEmpty());
+    EXPECT_EQ(run({u"list"_s}, 2).out, run({u"list"_s}, 1).out);
+    EXPECT_EQ(digest(home(2) + u"/Fiva_Attachments/rapport.pdf"_s), digest(attached()));
+    EXPECT_TRUE(QDir(path(u"tmp"_s)).entryList({u"Fiva*"_s}).isEmpty());
 }
 
 TEST_F(BackupCli, RestoreWithoutYesRefusesWhenNoTerminalCanAsk)
 {
-    const QString archive = exported(QStringLiteral("a.fivabackup"));
+    const QString archive = exported(u"a.fivabackup"_s);
     const QByteArray kept = R"({"items":[],"categories":["Garder"]})";
     write(dataFile(2), kept);
-    const CliRun refused = run({QStringLiteral("restore"), archive}, 2);
+    const CliRun refused = run({u"restore"_s, archive}, 2);
     EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_TRUE(refused.err.contains(QStringLiteral("--yes"))) << refused.err.toStdString();
+    EXPECT_TRUE(refused.err.contains(u"--yes"_s)) << refused.err.toStdString();
     EXPECT_EQ(read(dataFile(2)), kept);
 }
 
 TEST_F(BackupCli, OnATerminalOnlyOuiRestores)
 {
-    const QString archive = exported(QStringLiteral("t.fivabackup"));
+    const QString archive = exported(u"t.fivabackup"_s);
     // Python's pty gives the command a real terminal; the answer is typed once the question shows.
     static const char script[] = R"(
 import os, pty, sys
@@ -112,8 +111,8 @@ sys.exit(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))
     for (const auto &[typed, exitCode, restored] : answers) {
         SCOPED_TRACE(typed);
         QProcess python;
-        python.start(QStringLiteral("python3"), {QStringLiteral("-c"), QString::fromLatin1(script), cliPath(),
-                                                 home(2), archive, QString::fromLatin1(typed)});
+        python.start(u"python3"_s, {u"-c"_s, QString::fromLatin1(script), cliPath(), home(2), archive,
+                                    QString::fromLatin1(typed)});
         ASSERT_TRUE(python.waitForFinished(60'000));
         const QString shown = QString::fromUtf8(python.readAllStandardOutput());
         EXPECT_TRUE(shown.contains(QStringLiteral(
@@ -127,26 +126,25 @@ sys.exit(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))
 TEST_F(BackupCli, FailedRestorePrintsTheAlertOnStderrAndExitsOne)
 {
     ASSERT_EQ(QProcess::execute(
-                  QStringLiteral("python3"),
-                  {QStringLiteral("-c"),
+                  u"python3"_s,
+                  {u"-c"_s,
                    QStringLiteral(
                        "import sys, zipfile\nzipfile.ZipFile(sys.argv[1], 'w').writestr('x/y.txt', 'y')"),
-                   path(QStringLiteral("vide.fivabackup"))}),
+                   path(u"vide.fivabackup"_s)}),
               0);
     const std::pair<QString, const char *> cases[] = {
-        {write(path(QStringLiteral("texte.fivabackup")), "pas une archive"),
+        {write(path(u"texte.fivabackup"_s), "pas une archive"),
          "Erreur restauration :\nArchiveError.missingEndOfCentralDirectoryRecord\n"},
-        {path(QStringLiteral("vide.fivabackup")), "Erreur restauration\nFivaData.json introuvable.\n"}};
+        {path(u"vide.fivabackup"_s), "Erreur restauration\nFivaData.json introuvable.\n"}};
     for (const auto &[archive, alert] : cases) {
-        const CliRun r = run({QStringLiteral("restore"), archive, QStringLiteral("--yes")}, 2);
+        const CliRun r = run({u"restore"_s, archive, u"--yes"_s}, 2);
         EXPECT_EQ(r.exitCode, 1);
         EXPECT_TRUE(r.err.endsWith(QString::fromUtf8(alert))) << r.err.toStdString();
         EXPECT_FALSE(QFile::exists(dataFile(2)));
     }
-    const CliRun badExport = run({QStringLiteral("export"), path(QStringLiteral("absent/x.fivabackup"))}, 2);
+    const CliRun badExport = run({u"export"_s, path(u"absent/x.fivabackup"_s)}, 2);
     EXPECT_EQ(badExport.exitCode, 1);
-    EXPECT_TRUE(badExport.err.startsWith(QStringLiteral("❌ Erreur export : ")))
-        << badExport.err.toStdString();
+    EXPECT_TRUE(badExport.err.startsWith(u"❌ Erreur export : "_s)) << badExport.err.toStdString();
 }
 
 // Peak resident memory of one fiva-cli run, in KiB, measured on that child alone.
@@ -183,9 +181,9 @@ TEST_F(BackupCli, PeakMemoryStaysFlatAsAttachmentsGrow)
         QDir(home(1)).removeRecursively();
         QDir(home(2)).removeRecursively();
         storeWithAttachment(sizes[i]);
-        const QString archive = path(QStringLiteral("m%1.fivabackup").arg(i));
-        peaks[i][0] = peakKiB(home(1), {QStringLiteral("export"), archive});
-        peaks[i][1] = peakKiB(home(2), {QStringLiteral("restore"), archive, QStringLiteral("--yes")});
+        const QString archive = path(u"m%1.fivabackup"_s.arg(i));
+        peaks[i][0] = peakKiB(home(1), {u"export"_s, archive});
+        peaks[i][1] = peakKiB(home(2), {u"restore"_s, archive, u"--yes"_s});
         ASSERT_GT(peaks[i][0], 0);
         ASSERT_GT(peaks[i][1], 0);
         QFile::remove(archive);

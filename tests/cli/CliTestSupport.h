@@ -11,6 +11,8 @@
 
 namespace cli_test {
 
+using namespace Qt::StringLiterals;
+
 struct CliRun
 {
     int exitCode = -1;
@@ -32,17 +34,17 @@ class CliTest : public ::testing::Test
 {
 protected:
     QString path(const QString &relative) const { return m_root.filePath(relative); }
-    QString home(int which = 1) const { return path(QStringLiteral("home%1").arg(which)); }
-    QString dataFile(int which = 1) const { return home(which) + QStringLiteral("/Fiva/FivaData.json"); }
+    QString home(int which = 1) const { return path(u"home%1"_s.arg(which)); }
+    QString dataFile(int which = 1) const { return home(which) + u"/Fiva/FivaData.json"_s; }
 
     CliRun run(const QStringList &args, int which = 1) const
     {
         QProcess process;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_DATA_HOME"), home(which));
-        env.insert(QStringLiteral("TMPDIR"), path(QStringLiteral("tmp")));
+        env.insert(u"XDG_DATA_HOME"_s, home(which));
+        env.insert(u"TMPDIR"_s, path(u"tmp"_s));
         process.setProcessEnvironment(env);
-        QDir().mkpath(path(QStringLiteral("tmp")));
+        QDir().mkpath(path(u"tmp"_s));
         process.start(cliPath(), args);
         process.closeWriteChannel();
         if (!process.waitForFinished(120'000))

@@ -24,16 +24,16 @@ TEST_F(DataCli, DecodeDataAndHistoryPrintTheCanonicalForm)
         R"("categories":["Sans catégorie","A \/ B"],"lastBackupDate":757382400})";
     // The canonical form is a fixed point.
     for (const QByteArray &input : {loose, canonical}) {
-        const CliRun r = run({QStringLiteral("decode-data"), write(path(QStringLiteral("d.json")), input)});
+        const CliRun r = run({u"decode-data"_s, write(path(u"d.json"_s), input)});
         EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
         EXPECT_EQ(r.outBytes, canonical);
         EXPECT_TRUE(r.err.isEmpty());
     }
 
     const CliRun history = run(
-        {QStringLiteral("decode-history"),
+        {u"decode-history"_s,
          write(
-             path(QStringLiteral("h.json")),
+             path(u"h.json"_s),
              R"([ {"fileSize": 10, "filePath": "/b/AutoBackup-1.5.fivabackup", "date": 2, "id": "abcdefab-cdef-abcd-efab-cdefabcdefab"} ])")});
     EXPECT_EQ(history.exitCode, 0) << history.err.toStdString();
     EXPECT_EQ(history.outBytes, QByteArray(R"([{"id":"ABCDEFAB-CDEF-ABCD-EFAB-CDEFABCDEFAB","date":2,)"
@@ -44,22 +44,22 @@ TEST_F(DataCli, DecodeDataAgreesWithPythonsEncoder)
 {
     // An independent encoder as oracle: Python's compact form with raw UTF-8, plus "/" escaped.
     const QString file = write(
-        path(QStringLiteral("data.json")),
+        path(u"data.json"_s),
         R"({"items":[{"id":"00000000-0000-0000-0000-000000000001","title":"\u0001\u001f\b\f\n\r\u007f \u2028 \ud83d\ude00 «»",)"
         R"("path":"https:\/\/x.fr\/?a=1&b=<2>","category":"\\ \/ \\\/","notes":"<p>a<br>b<\/p>","createdAt":0.30000000000000004,)"
         R"("isFavorite":true,"attachments":[{"id":"ABCDEFAB-CDEF-ABCD-EFAB-CDEFABCDEFAB","fileName":"f","filePath":"\/f"}],"kind":"url"}],)"
         R"("categories":[],"lastBackupDate":1e-07})");
     QProcess python;
     python.start(
-        QStringLiteral("python3"),
-        {QStringLiteral("-c"),
+        u"python3"_s,
+        {u"-c"_s,
          QStringLiteral("import json,sys; d=json.load(open(sys.argv[1],encoding='utf-8')); "
                         "sys.stdout.buffer.write(json.dumps(d,ensure_ascii=False,separators=(',',':'))"
                         ".replace('/','\\\\/').encode())"),
          file});
     ASSERT_TRUE(python.waitForFinished(30000)) << "python3 is needed as the reference encoder";
     ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
-    const CliRun r = run({QStringLiteral("decode-data"), file});
+    const CliRun r = run({u"decode-data"_s, file});
     EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
     EXPECT_EQ(r.outBytes, python.readAllStandardOutput());
 }
@@ -67,10 +67,10 @@ TEST_F(DataCli, DecodeDataAgreesWithPythonsEncoder)
 TEST_F(DataCli, MissingIdsAndDatesAreFilledAtEveryReading)
 {
     const QString file =
-        write(path(QStringLiteral("bare.json")),
+        write(path(u"bare.json"_s),
               R"({"items":[{"title":"t","path":"http://x","category":"c"}],"categories":[]})");
-    const CliRun a = run({QStringLiteral("decode-data"), file});
-    const CliRun b = run({QStringLiteral("decode-data"), file});
+    const CliRun a = run({u"decode-data"_s, file});
+    const CliRun b = run({u"decode-data"_s, file});
     ASSERT_EQ(a.exitCode, 0) << a.err.toStdString();
     const QRegularExpression form(QStringLiteral(
         R"(^\{"items":\[\{"id":"[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}","title":"t",)"
@@ -83,14 +83,14 @@ TEST_F(DataCli, MissingIdsAndDatesAreFilledAtEveryReading)
 TEST_F(DataCli, FailuresAndUsage)
 {
     const QString badData =
-        write(path(QStringLiteral("bad.json")),
+        write(path(u"bad.json"_s),
               R"({"items":[{"title":"t","path":"p","category":"c","isFavorite":"yes"}],"categories":[]})");
     const QString badHistory =
-        write(path(QStringLiteral("badh.json")),
+        write(path(u"badh.json"_s),
               R"([{"id":"00000000-0000-0000-0000-000000000001","date":1,"filePath":"/a","fileSize":1.5}])");
-    const QString truncated = write(path(QStringLiteral("trunc.json")), R"({"items":[)");
-    const QString absent = path(QStringLiteral("absent.json"));
-    const QString data = QStringLiteral("decode-data"), history = QStringLiteral("decode-history");
+    const QString truncated = write(path(u"trunc.json"_s), R"({"items":[)");
+    const QString absent = path(u"absent.json"_s);
+    const QString data = u"decode-data"_s, history = u"decode-history"_s;
     const std::tuple<QStringList, int, const char *> cases[] = {
         {{data, badData}, 1, "bad.json: items[0].isFavorite: expected a boolean"},
         {{data, truncated}, 1, "trunc.json: malformed JSON: "},
@@ -101,7 +101,7 @@ TEST_F(DataCli, FailuresAndUsage)
         {{history, absent}, 1, "absent.json"},
         {{data}, 2, "usage: fiva-cli decode-data FILE"},
         {{data, badData, badData}, 2, "usage: fiva-cli decode-data FILE"},
-        {{history, QStringLiteral("--bogus")}, 2, "usage: fiva-cli decode-history FILE"},
+        {{history, u"--bogus"_s}, 2, "usage: fiva-cli decode-history FILE"},
     };
     for (const auto &[args, exitCode, stderrPart] : cases) {
         SCOPED_TRACE(args.join(u' ').toStdString());
@@ -111,9 +111,9 @@ TEST_F(DataCli, FailuresAndUsage)
         EXPECT_TRUE(r.err.contains(QString::fromUtf8(stderrPart))) << r.err.toStdString();
     }
     for (const QString &name : {data, history}) {
-        const CliRun help = run({name, QStringLiteral("--help")});
+        const CliRun help = run({name, u"--help"_s});
         EXPECT_EQ(help.exitCode, 0);
-        EXPECT_TRUE(help.out.startsWith(QStringLiteral("usage: fiva-cli ") + name)) << help.out.toStdString();
+        EXPECT_TRUE(help.out.startsWith(u"usage: fiva-cli "_s + name)) << help.out.toStdString();
     }
 }
 

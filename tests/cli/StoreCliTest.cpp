@@ -11,7 +11,7 @@ protected:
     {
         QStringList lines;
         for (const QString &line : r.out.split(u'\n', Qt::SkipEmptyParts)) {
-            if (!line.startsWith(QStringLiteral("⚠️")) && !line.startsWith(QStringLiteral("❌")))
+            if (!line.startsWith(u"⚠️"_s) && !line.startsWith(u"❌"_s))
                 lines << line;
         }
         return lines;
@@ -28,24 +28,22 @@ TEST_F(StoreCli, BadInvocationsPrintUsageAndExitWithTwoAndHelpAnswers)
           "backup-now|now", "history|all"}) {
         const CliRun r = run(line);
         EXPECT_EQ(r.exitCode, 2) << line;
-        EXPECT_TRUE(r.err.contains(QStringLiteral("usage: fiva-cli"))) << line;
+        EXPECT_TRUE(r.err.contains(u"usage: fiva-cli"_s)) << line;
     }
     EXPECT_FALSE(QFile::exists(dataFile())) << "a rejected command must not touch the data";
     for (const char *name : {"add", "list", "favorite", "delete", "categories", "backup-now", "history"}) {
-        const CliRun r = run({QLatin1String(name), QStringLiteral("--help")});
+        const CliRun r = run({QLatin1String(name), u"--help"_s});
         EXPECT_EQ(r.exitCode, 0) << name;
-        EXPECT_TRUE(r.out.startsWith(QStringLiteral("usage: fiva-cli ") + QLatin1String(name))) << name;
+        EXPECT_TRUE(r.out.startsWith(u"usage: fiva-cli "_s + QLatin1String(name))) << name;
     }
 }
 
 TEST_F(StoreCli, RecordsCanBeAddedListedFlaggedAndDeleted)
 {
-    const CliRun first =
-        run({QStringLiteral("add"), QStringLiteral("--title"), QStringLiteral("  Été\tà Paris "),
-             QStringLiteral("--path"), QStringLiteral("https://example.org/a"), QStringLiteral("--notes"),
-             QStringLiteral("ligne 1\nligne 2")});
+    const CliRun first = run({u"add"_s, u"--title"_s, u"  Été\tà Paris "_s, u"--path"_s,
+                              u"https://example.org/a"_s, u"--notes"_s, u"ligne 1\nligne 2"_s});
     ASSERT_EQ(first.exitCode, 0) << first.err.toStdString();
-    EXPECT_TRUE(first.out.startsWith(QStringLiteral("⚠️ Données absentes : ") + dataFile()));
+    EXPECT_TRUE(first.out.startsWith(u"⚠️ Données absentes : "_s + dataFile()));
     const QString id = payload(first).value(0);
     ASSERT_EQ(id.size(), 36);
     const CliRun second = run("add|--title|Dossier|--path|/tmp|--kind|directory|--category|Perso");
@@ -53,16 +51,15 @@ TEST_F(StoreCli, RecordsCanBeAddedListedFlaggedAndDeleted)
     const QString id2 = payload(second).value(0);
 
     EXPECT_TRUE(read(dataFile()).contains("<p>ligne 1<br>ligne 2<\\/p>"));
-    EXPECT_EQ(
-        payload(run("list")),
-        (QStringList{id + QStringLiteral("\turl\t0\tSans catégorie\tÉté\\tà Paris\thttps://example.org/a"),
-                     id2 + QStringLiteral("\tdirectory\t0\tPerso\tDossier\t/tmp")}));
+    EXPECT_EQ(payload(run("list")),
+              (QStringList{id + u"\turl\t0\tSans catégorie\tÉté\\tà Paris\thttps://example.org/a"_s,
+                           id2 + u"\tdirectory\t0\tPerso\tDossier\t/tmp"_s}));
 
-    EXPECT_EQ(run({QStringLiteral("favorite"), id.toLower()}).exitCode, 0);
-    EXPECT_TRUE(payload(run("list")).value(0).startsWith(id + QStringLiteral("\turl\t1\t")));
+    EXPECT_EQ(run({u"favorite"_s, id.toLower()}).exitCode, 0);
+    EXPECT_TRUE(payload(run("list")).value(0).startsWith(id + u"\turl\t1\t"_s));
     EXPECT_EQ(run("favorite|00000000-0000-0000-0000-000000000009").exitCode, 1);
-    EXPECT_EQ(run({QStringLiteral("delete"), id}).exitCode, 0);
-    EXPECT_EQ(run({QStringLiteral("delete"), id}).exitCode, 1);
+    EXPECT_EQ(run({u"delete"_s, id}).exitCode, 0);
+    EXPECT_EQ(run({u"delete"_s, id}).exitCode, 1);
     const QStringList left = payload(run("list"));
     ASSERT_EQ(left.size(), 1);
     EXPECT_TRUE(left.first().startsWith(id2));
@@ -73,8 +70,7 @@ TEST_F(StoreCli, CategoriesFollowTheStoreRules)
     for (const char *change : {"categories|add|  Travail ", "categories|add-sub|Travail| Projets",
                                "categories|rename|Travail|Boulot", "categories|delete|Sans catégorie"})
         EXPECT_EQ(run(change).exitCode, 0) << change;
-    EXPECT_EQ(payload(run("categories")),
-              (QStringList{QStringLiteral("Boulot"), QStringLiteral("Travail / Projets")}));
+    EXPECT_EQ(payload(run("categories")), (QStringList{u"Boulot"_s, u"Travail / Projets"_s}));
 }
 
 TEST_F(StoreCli, BackupNowWritesABackupAndRecordsItInTheHistory)
@@ -82,10 +78,10 @@ TEST_F(StoreCli, BackupNowWritesABackupAndRecordsItInTheHistory)
     ASSERT_EQ(run("categories|add|X").exitCode, 0);
     const CliRun backup = run("backup-now");
     ASSERT_EQ(backup.exitCode, 0) << backup.out.toStdString();
-    const QString folder = home() + QStringLiteral("/Fiva/AutoBackups/");
+    const QString folder = home() + u"/Fiva/AutoBackups/"_s;
     const QStringList files = QDir(folder).entryList(QDir::Files);
     ASSERT_EQ(files.size(), 1);
-    EXPECT_TRUE(files.first().startsWith(QStringLiteral("AutoBackup-")));
+    EXPECT_TRUE(files.first().startsWith(u"AutoBackup-"_s));
     const QStringList fields = payload(run("history")).value(0).split(u'\t');
     ASSERT_EQ(fields.size(), 4);
     EXPECT_EQ(fields[3], folder + files.first());
@@ -95,10 +91,10 @@ TEST_F(StoreCli, BackupNowWritesABackupAndRecordsItInTheHistory)
 
 TEST_F(StoreCli, BackupNowFailsWhenTheFolderCannotBeMade)
 {
-    const QString blocker = write(home() + QStringLiteral("/Fiva/AutoBackups"), {});
+    const QString blocker = write(home() + u"/Fiva/AutoBackups"_s, {});
     const CliRun r = run("backup-now");
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_TRUE(r.out.contains(QStringLiteral("❌ Auto-backup error: ") + blocker)) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains(u"❌ Auto-backup error: "_s + blocker)) << r.out.toStdString();
     EXPECT_TRUE(payload(run("history")).isEmpty());
 }
 
