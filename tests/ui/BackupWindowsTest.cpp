@@ -62,6 +62,7 @@ TEST_F(BackupConfigWindowTest, ShowsTheFourIntervalsAndTheStoresValuesInOrder)
     ASSERT_NE(line, nullptr);
     EXPECT_LT(pickerY, line->y());
     EXPECT_LT(line->y(), button->y());
+    EXPECT_EQ(line->width(), 400 - 2 * 20);
 }
 
 TEST_F(BackupConfigWindowTest, ToggleSwitchesTheTimerOffAndOnAgainWithANewPeriod)
@@ -161,6 +162,9 @@ TEST_F(BackupConfigWindowTest, OneSharedWindowForgottenWhenClosed)
 class BackupHistoryViewTest : public ScreenTest
 {
 protected:
+    // Tests switch the default locale; the next test starts from C again whatever happened.
+    ~BackupHistoryViewTest() override { QLocale::setDefault(QLocale::c()); }
+
     BackupHistoryViewTest() : m_store(start()) {}
 
     // A backup file of `bytes` bytes recorded in the history at the clock's time.
@@ -206,12 +210,33 @@ TEST_F(BackupHistoryViewTest, RowsShowDatePathAndSizeNewestFirstAndFollowTheStor
     EXPECT_EQ(view.list()->model()->index(1, 0).data(Qt::ToolTipRole).toString(), older);
 
     const BackupLog &top = m_store->backupHistory().front();
-    const QDateTime when = QDateTime::fromSecsSinceEpoch(static_cast<qint64>(newYear2025.toUnix()) + 3600);
-    EXPECT_EQ(BackupHistoryView::dateText(top), QLocale().toString(when, QLocale::ShortFormat));
-    EXPECT_EQ(view.list()->model()->index(0, 0).data().toString(), BackupHistoryView::dateText(top));
     EXPECT_EQ(top.fileSize, 2'500'000);
+    EXPECT_EQ(view.list()->model()->index(0, 0).data().toString(), BackupHistoryView::dateText(top));
+}
+
+TEST_F(BackupHistoryViewTest, DatesAreNumericWithoutSecondsInTheUsersLocale)
+{
+    // 2025-01-01 01:02:03 local time.
+    const QDateTime when(QDate(2025, 1, 1), QTime(1, 2, 3));
+    const BackupLog log{QUuid::createUuid(),
+                        Timestamp::fromUnix(static_cast<double>(when.toSecsSinceEpoch())), u"/b"_s, 1};
+    QLocale::setDefault(QLocale(QLocale::French, QLocale::France));
+    EXPECT_EQ(BackupHistoryView::dateText(log), u"01/01/2025 01:02"_s);
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    EXPECT_EQ(BackupHistoryView::dateText(log), u"1/1/25 1:02 AM"_s);
+    QLocale::setDefault(QLocale::c());
+    EXPECT_EQ(BackupHistoryView::dateText(log), u"2025-01-01 01:02"_s);
+}
+
+TEST_F(BackupHistoryViewTest, SizesInDecimalUnitsOfTheUsersLocale)
+{
+    QLocale::setDefault(QLocale::c());
+    EXPECT_EQ(BackupHistoryView::sizeText(0), u"0 bytes"_s);
+    EXPECT_EQ(BackupHistoryView::sizeText(1400), u"1 kB"_s);
     EXPECT_EQ(BackupHistoryView::sizeText(2'500'000), u"2.5 MB"_s);
-    EXPECT_EQ(BackupHistoryView::sizeText(1500), u"1.5 kB"_s);
+    QLocale::setDefault(QLocale(QLocale::French, QLocale::France));
+    EXPECT_EQ(BackupHistoryView::sizeText(2'500'000), u"2,5 Mo"_s);
+    QLocale::setDefault(QLocale::c());
 }
 
 TEST_F(BackupHistoryViewTest, TheLinkRevealsThatRowsFileEvenWhenItIsGone)

@@ -27,11 +27,10 @@ BackupConfigWindow::BackupConfigWindow(LinkStore &store, QWidget *parent) : QWid
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(20, 20, 20, 20);
     layout->setSpacing(16);
-    layout->setAlignment(Qt::AlignLeft | Qt::AlignTop);
 
     m_enabled = new QCheckBox(QStringLiteral("Activer la sauvegarde automatique"), this);
     m_enabled->setObjectName(QStringLiteral("autoBackupEnabled"));
-    layout->addWidget(m_enabled);
+    layout->addWidget(m_enabled, 0, Qt::AlignLeft);
 
     auto *intervalRow = new QHBoxLayout;
     intervalRow->setSpacing(8);
@@ -48,7 +47,7 @@ BackupConfigWindow::BackupConfigWindow(LinkStore &store, QWidget *parent) : QWid
     intervalRow->setContentsMargins(0, 0, 0, 0);
     intervalHolder->setLayout(intervalRow);
     intervalHolder->setFixedWidth(260);
-    layout->addWidget(intervalHolder);
+    layout->addWidget(intervalHolder, 0, Qt::AlignLeft);
 
     auto *divider = new QFrame(this);
     divider->setFrameShape(QFrame::HLine);

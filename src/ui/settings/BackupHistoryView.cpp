@@ -223,13 +223,21 @@ QString BackupHistoryView::dateText(const BackupLog &log)
     if (!std::isfinite(unixSeconds))
         return {};
     const QDateTime when = QDateTime::fromMSecsSinceEpoch(std::llround(unixSeconds * 1000.0));
-    return QLocale().toString(when, QLocale::ShortFormat);
+    const QLocale locale;
+    // The locale's numeric date and its time without seconds; a locale whose short date spells
+    // the month out gets the ISO form instead.
+    QString dateFormat = locale.dateFormat(QLocale::ShortFormat);
+    if (dateFormat.contains(QStringLiteral("MMM")))
+        dateFormat = QStringLiteral("yyyy-MM-dd");
+    QString timeFormat = locale.timeFormat(QLocale::ShortFormat);
+    timeFormat.remove(QStringLiteral(":ss"));
+    return locale.toString(when.date(), dateFormat) + u' ' + locale.toString(when.time(), timeFormat);
 }
 
 QString BackupHistoryView::sizeText(qint64 bytes)
 {
-    // Decimal units, as desktop file managers show file sizes.
-    return QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeSIFormat);
+    // Decimal units, as desktop file managers show file sizes: whole kilobytes, then one decimal.
+    return QLocale().formattedDataSize(bytes, bytes < 1'000'000 ? 0 : 1, QLocale::DataSizeSIFormat);
 }
 
 QRect BackupHistoryView::linkRect(const QStyleOptionViewItem &option)
