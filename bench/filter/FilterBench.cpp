@@ -176,11 +176,16 @@ void BM_ToggleFavourite(benchmark::State &state)
 BENCHMARK(BM_ToggleFavourite)->Unit(benchmark::kMillisecond);
 
 // A record edited: its text and sort key are computed, every other record's are reused, and the
-// sort orders move it to its new place.
+// sort orders move it to its new place (or, for comparison, are sorted again).
 void BM_EditOneTitle(benchmark::State &state)
 {
+    FilterEngine::Tuning tuning;
+    tuning.carryOrdersOverEdits = state.range(0) != 0;
     List &list = sharedList();
+    list.model.engine().setTuning(tuning);
     list.show(u"fac"_s, SortOrder::alphabetical);
+    list.show(u"fac"_s, SortOrder::oldFirst);
+    list.show(u"fac"_s, SortOrder::recentFirst);
     QList<LinkItem> edited = records();
     edited[700].title = u"Titre modifié"_s;
     edited[700].createdAt = Timestamp{0};
@@ -188,8 +193,10 @@ void BM_EditOneTitle(benchmark::State &state)
     for (auto _ : state)
         list.model.setItems(n++ % 2 ? records() : edited);
     list.model.setItems(records());
+    list.model.engine().setTuning({});
+    state.SetLabel(tuning.carryOrdersOverEdits ? "orders carried over" : "orders sorted again");
 }
-BENCHMARK(BM_EditOneTitle)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_EditOneTitle)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
 // A record added at the end, as the edit form does.
 void BM_AddRecord(benchmark::State &state)

@@ -202,7 +202,7 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
     bool textUnchanged = sameIdsInPlace, datesUnchanged = sameIdsInPlace, titlesUnchanged = sameIdsInPlace;
     std::vector<std::uint8_t> textReusable(n, 0);
     for (std::size_t i = 0; i < n; ++i) {
-        const LinkItem &item = m_items[qsizetype(i)];
+        const LinkItem &item = m_items.at(qsizetype(i));
         int before = -1;
         if (qsizetype(i) < old.size() && old[qsizetype(i)].id == item.id) {
             before = int(i);
@@ -234,7 +234,7 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
                 spans[i] = {text.size(), text.size() + (was.end - was.begin), was.wrappedNotes};
                 text.append(m_text, was.begin, was.end - was.begin);
             } else {
-                appendRecordText(m_items[qsizetype(i)], text, spans[i]);
+                appendRecordText(m_items.at(qsizetype(i)), text, spans[i]);
             }
         }
         m_text = std::move(text);
@@ -245,18 +245,26 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
             ++m_byteCounts[static_cast<unsigned char>(m_text[i])];
     }
 
+    // Keys are copied to records that moved first, then moved to those that stayed in place, so that a
+    // duplicated id never reads a key already moved away.
     std::vector<std::optional<QCollatorSortKey>> sortKeys(n);
-    for (std::size_t i = 0; i < n; ++i) {
-        const int before = previous[i];
-        if (before >= 0 && std::size_t(before) < m_sortKeys.size() &&
-            old[before].title == m_items[qsizetype(i)].title)
-            sortKeys[i] = m_sortKeys[std::size_t(before)];
+    for (bool inPlace : {false, true}) {
+        for (std::size_t i = 0; i < n; ++i) {
+            const int before = previous[i];
+            if (before < 0 || std::size_t(before) >= m_sortKeys.size() || (before == int(i)) != inPlace ||
+                old[before].title != m_items.at(qsizetype(i)).title)
+                continue;
+            if (inPlace)
+                sortKeys[i] = std::move(m_sortKeys[std::size_t(before)]);
+            else
+                sortKeys[i] = m_sortKeys[std::size_t(before)];
+        }
     }
     m_sortKeys = std::move(sortKeys);
 
     m_categoryIds.resize(n);
     for (std::size_t i = 0; i < n; ++i)
-        m_categoryIds[i] = categoryId(m_items[qsizetype(i)].category);
+        m_categoryIds[i] = categoryId(m_items.at(qsizetype(i)).category);
 
     if (!datesUnchanged || !titlesUnchanged) {
         std::vector<std::uint8_t> dateKept(n, 0), titleKept(n, 0);
@@ -264,8 +272,8 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
             if (previous[i] < 0)
                 continue;
             const LinkItem &was = old[previous[i]];
-            dateKept[i] = was.createdAt == m_items[qsizetype(i)].createdAt;
-            titleKept[i] = was.title == m_items[qsizetype(i)].title;
+            dateKept[i] = was.createdAt == m_items.at(qsizetype(i)).createdAt;
+            titleKept[i] = was.title == m_items.at(qsizetype(i)).title;
         }
         for (SortOrder byDate : {SortOrder::recentFirst, SortOrder::oldFirst}) {
             if (!datesUnchanged && !updateOrder(byDate, previous, std::size_t(old.size()), dateKept))
@@ -301,7 +309,7 @@ bool FilterEngine::spanContains(const Query &query, const char *begin, const cha
 
 bool FilterEngine::matchesSlowly(const Query &query, int index) const
 {
-    const LinkItem &item = m_items[index];
+    const LinkItem &item = m_items.at(index);
     return containsWholeCharacters(searchKey(item.title), query.key) ||
            containsWholeCharacters(searchKey(item.path), query.key) ||
            (item.notes && containsWholeCharacters(searchKey(*item.notes), query.key));
@@ -459,19 +467,19 @@ bool FilterEngine::before(SortOrder sortOrder, int a, int b)
 {
     switch (sortOrder) {
     case SortOrder::recentFirst:
-        return m_items[a].createdAt > m_items[b].createdAt;
+        return m_items.at(a).createdAt > m_items.at(b).createdAt;
     case SortOrder::oldFirst:
-        return m_items[a].createdAt < m_items[b].createdAt;
+        return m_items.at(a).createdAt < m_items.at(b).createdAt;
     case SortOrder::alphabetical:
         break;
     }
     // Qt compares C-locale strings by UTF-16 code units, but its C sort keys are UTF-8 bytes, which
     // order surrogates differently; there, use the comparison itself.
     if (m_collator.locale() == QLocale::c())
-        return m_collator.compare(m_items[a].title, m_items[b].title) < 0;
+        return m_collator.compare(m_items.at(a).title, m_items.at(b).title) < 0;
     // QCollator puts an empty title before every other, even one made only of characters the
     // collation ignores, whose sort key equals the empty one.
-    const bool aEmpty = m_items[a].title.isEmpty(), bEmpty = m_items[b].title.isEmpty();
+    const bool aEmpty = m_items.at(a).title.isEmpty(), bEmpty = m_items.at(b).title.isEmpty();
     if (aEmpty || bEmpty)
         return aEmpty && !bEmpty;
     return sortKey(a).compare(sortKey(b)) < 0;
@@ -481,7 +489,7 @@ const QCollatorSortKey &FilterEngine::sortKey(int index)
 {
     std::optional<QCollatorSortKey> &key = m_sortKeys[std::size_t(index)];
     if (!key)
-        key = m_collator.sortKey(m_items[index].title);
+        key = m_collator.sortKey(m_items.at(index).title);
     return *key;
 }
 
@@ -505,6 +513,8 @@ bool FilterEngine::updateOrder(SortOrder sortOrder, const std::vector<int> &prev
     std::optional<std::vector<int>> &cached = m_orders[std::size_t(sortOrder)];
     if (!cached)
         return true;
+    if (!m_tuning.carryOrdersOverEdits)
+        return false;
     // A stable sort orders records by (key, position). Records that kept their key and their order
     // relative to each other keep their places; the few others are inserted by binary search.
     constexpr std::size_t mostReinserted = 256;
@@ -547,7 +557,7 @@ std::vector<int> FilterEngine::rows(const FilterState &state)
     const bool anyCategory = category == allCategoriesChoice();
     const int wantedCategory = m_categoryIdByNormalizedName.value(category, -1);
     const auto passesOthers = [&](int i) {
-        const LinkItem &item = m_items[i];
+        const LinkItem &item = m_items.at(i);
         return (anyCategory || m_categoryIds[std::size_t(i)] == wantedCategory) &&
                (!state.showFavoritesOnly || item.isFavorite) &&
                (!state.dateFilterEnabled ||

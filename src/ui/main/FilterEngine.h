@@ -37,6 +37,7 @@ public:
         bool twoThreads = true;
         std::size_t parallelThreshold = 8192; // records below which one thread is faster
         bool keepRecentMatches = true;
+        bool carryOrdersOverEdits = true;
     };
 
     explicit FilterEngine(const QCollator &collator = QCollator());
