@@ -282,3 +282,21 @@ TEST(ArchiveWriting, DeflatedEntriesRoundTripAtChunkBoundaries)
 
 } // namespace
 } // namespace fiva::zip::test
+
+namespace fiva::zip::test {
+namespace {
+
+// The ZIP64 reservation for deflated entries relies on this bound never being below zlib's own.
+TEST(ArchiveWriting, DeflateBoundCoversZlibs)
+{
+    z_stream z{};
+    ASSERT_EQ(deflateInit2(&z, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    for (std::uint64_t size : {0ull, 1ull, 16383ull, 16384ull, 1ull << 20, 0xFF000000ull, 0xFFFFFFFEull}) {
+        EXPECT_GE(deflateBoundFor(size), deflateBound(&z, static_cast<uLong>(size))) << size;
+    }
+    deflateEnd(&z);
+    EXPECT_GE(deflateBoundFor(0xFFFFFFFEull), 0xFFFFFFFFull);
+}
+
+} // namespace
+} // namespace fiva::zip::test
