@@ -287,7 +287,7 @@ TEST_F(StoreTest, ArchivesMadeElsewhereRestore)
 }
 
 // A ZIP written by Python's zipfile in the test's folder.
-QString zipAt(StoreTest &t, const char *name, const std::vector<ZipSpecEntry> &entries,
+QString zipAt(StoreTest &t, const char *name, const std::vector<ZipEntry> &entries,
               const QString &corrupt = {})
 {
     const QString archive = t.path(QString::fromLatin1(name));

@@ -164,21 +164,21 @@ inline ToolRun runTool(const QString &program, const QStringList &args, const QS
 
 // Writes a ZIP with Python's zipfile. Entries: name, content, and whether the entry is a link.
 // `corruptCrcOf` flips the recorded CRC-32 of that entry in both headers.
-struct ZipSpecEntry
+struct ZipEntry
 {
     QString name;
     QByteArray data;
     bool link = false;
 };
 
-inline void writeZipWithPython(const QString &path, const std::vector<ZipSpecEntry> &entries,
+inline void writeZipWithPython(const QString &path, const std::vector<ZipEntry> &entries,
                                const QString &corruptCrcOf = {})
 {
     static const char script[] = R"(
 import base64, sys, zipfile
-path, corrupt, spec = sys.argv[1], sys.argv[2].encode(), sys.argv[3:]
+path, corrupt, entries = sys.argv[1], sys.argv[2].encode(), sys.argv[3:]
 with zipfile.ZipFile(path, 'w', zipfile.ZIP_STORED) as z:
-    for name, data, link in zip(spec[0::3], spec[1::3], spec[2::3]):
+    for name, data, link in zip(entries[0::3], entries[1::3], entries[2::3]):
         info = zipfile.ZipInfo(name, (2024, 5, 1, 12, 0, 0))
         info.create_system = 3
         info.external_attr = (0o120777 << 16 if link == '1' else
@@ -193,7 +193,7 @@ for sig, crc_at, name_at in ((b'PK\x03\x04', 14, 30), (b'PK\x01\x02', 16, 46)) i
 open(path, 'wb').write(b)
 )";
     QStringList args{u"-c"_s, QString::fromLatin1(script), path, corruptCrcOf};
-    for (const ZipSpecEntry &e : entries)
+    for (const ZipEntry &e : entries)
         args << e.name << QString::fromLatin1(e.data.toBase64()) << QString::number(e.link);
     const ToolRun run = runTool(u"python3"_s, args);
     ASSERT_EQ(run.exitCode, 0) << run.output.toStdString();
