@@ -15,6 +15,7 @@
 #include <QPdfDocument>
 #include <QPdfWriter>
 #include <QPushButton>
+#include <QTimer>
 #include <QToolButton>
 
 #include <algorithm>
@@ -286,6 +287,25 @@ TEST_F(AppShellTest, TheMainWindowComesBackWhereItWas)
         app->mainWindow()->show();
         app->mainWindow()->setGeometry(placed);
         app->mainWindow()->close();
+    }
+    auto app = launch();
+    EXPECT_EQ(app->mainWindow()->geometry(), placed);
+}
+
+TEST_F(AppShellTest, QuittingFromTheMenuEndsTheRunAndKeepsTheWindowsPlace)
+{
+    const QRect placed(60, 70, 800, 500);
+    {
+        auto app = launch();
+        app->mainWindow()->show();
+        app->mainWindow()->setGeometry(placed);
+        QTimer::singleShot(0, app->quitAction(), &QAction::trigger);
+        // Only a guard against a broken quit hanging the run; a working one returns at once.
+        QTimer guard;
+        guard.setSingleShot(true);
+        QObject::connect(&guard, &QTimer::timeout, qApp, [] { QCoreApplication::exit(1); });
+        guard.start(20'000);
+        EXPECT_EQ(QApplication::exec(), 0);
     }
     auto app = launch();
     EXPECT_EQ(app->mainWindow()->geometry(), placed);
