@@ -60,8 +60,9 @@ fuzz: deps
 
 # Each screen with demo data, rendered offscreen into $(BUILD)/screenshots/*.png.
 screenshots: configure
-	cmake --build $(BUILD) -j $(JOBS) --target fiva-screenshots
+	cmake --build $(BUILD) -j $(JOBS) --target fiva-screenshots fiva-app-screenshots
 	QT_QPA_PLATFORM=offscreen $(BUILD)/src/ui/tools/fiva-screenshots $(BUILD)/screenshots
+	QT_QPA_PLATFORM=offscreen $(BUILD)/src/app/fiva-app-screenshots $(BUILD)/screenshots
 
 clean:
 	rm -rf $(BUILD) $(NOGUI) $(SANITIZE) $(FUZZBUILD) $(BENCHBUILD)
