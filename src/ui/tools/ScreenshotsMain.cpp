@@ -9,6 +9,7 @@
 #include "ui/editing/CategoryManagerView.h"
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/AttachmentPreviewWindow.h"
+#include "ui/main/ContentView.h"
 #include "ui/main/DetailView.h"
 #include "ui/settings/PreferencesView.h"
 
@@ -146,6 +147,14 @@ int main(int argc, char *argv[])
         ok &= save(view, folder, u"detail"_s, true);
         AttachmentPreviewWindow preview(attachment, workspace);
         ok &= save(preview, folder, u"attachment-preview"_s, true);
+    }
+    {
+        // No old-backup alert: it would wait for a click that never comes.
+        settings.setWarnOldBackup(false);
+        ContentView view(store, dialogs, workspace, settings, clock);
+        view.resize(1100, 700);
+        view.setSelectedItemID(store.items().at(1).id);
+        ok &= save(view, folder, u"content"_s, true);
     }
     return ok ? 0 : 1;
 }

@@ -1,0 +1,694 @@
+#include "ui/main/ContentView.h"
+
+#include "model/LinkItem.h"
+#include "model/Timestamp.h"
+#include "platform/Clock.h"
+#include "platform/Dialogs.h"
+#include "platform/Settings.h"
+#include "store/LinkStore.h"
+#include "ui/common/Symbols.h"
+#include "ui/editing/CategoryManagerView.h"
+#include "ui/editing/EditLinkView.h"
+#include "ui/main/DetailView.h"
+#include "ui/main/FilterState.h"
+#include "ui/main/LinkListModel.h"
+#include "ui/main/SortOrder.h"
+#include "ui/settings/BackupHistoryView.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDateEdit>
+#include <QDateTime>
+#include <QDialog>
+#include <QHBoxLayout>
+#include <QItemSelectionModel>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QLocale>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QShowEvent>
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QStyledItemDelegate>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <cmath>
+
+namespace fiva {
+
+namespace {
+
+// The edit sheet of a new record is always the same sheet, whatever was edited before it.
+const QUuid newItemContextId{QStringLiteral("00000000-0000-0000-0000-000000000001")};
+
+constexpr int rowMargin = 6;
+constexpr int rowLineSpacing = 2;
+constexpr int starSize = 18;
+constexpr int starGap = 8;
+
+std::optional<QDateTime> toDateTime(Timestamp t)
+{
+    const double milliseconds = t.toUnix() * 1000.0;
+    if (!std::isfinite(milliseconds) || std::fabs(milliseconds) > 8.0e15)
+        return std::nullopt;
+    return QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(milliseconds)));
+}
+
+Timestamp toTimestamp(const QDateTime &dateTime)
+{
+    return Timestamp::fromUnix(static_cast<double>(dateTime.toMSecsSinceEpoch()) / 1000.0);
+}
+
+// The date pickers edit the day only: the time of day of the bound stays as it was.
+Timestamp withDay(Timestamp bound, QDate day)
+{
+    QDateTime dateTime = toDateTime(bound).value_or(QDateTime::currentDateTime());
+    dateTime.setDate(day);
+    return toTimestamp(dateTime);
+}
+
+QFont scaled(QFont font, double factor)
+{
+    if (font.pointSizeF() > 0)
+        font.setPointSizeF(font.pointSizeF() * factor);
+    else if (font.pixelSize() > 0)
+        font.setPixelSize(std::max(1, int(std::lround(font.pixelSize() * factor))));
+    return font;
+}
+
+struct RowFonts
+{
+    QFont headline;
+    QFont caption;
+    QFont smallCaption;
+};
+
+RowFonts rowFonts(const QFont &base)
+{
+    RowFonts fonts{base, scaled(base, 0.85), scaled(base, 0.75)};
+    fonts.headline.setBold(true);
+    return fonts;
+}
+
+// The stored notes keep their line breaks and tabs; on a single line they read better as spaces.
+QString oneLine(QString text)
+{
+    for (QChar &c : text) {
+        if (c == u'\n' || c == u'\t' || c == u'\r')
+            c = u' ';
+    }
+    return text;
+}
+
+QRect starRectIn(const QRect &row)
+{
+    return QRect(row.right() - rowMargin - starSize + 1, row.center().y() - starSize / 2, starSize, starSize);
+}
+
+// A row of the record list: title, location and the stored notes on one line each, and the star.
+// Painted rather than built from widgets so that the list stays quick with many thousand records.
+class RecordRowDelegate final : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        QStyleOptionViewItem background(option);
+        initStyleOption(&background, index);
+        background.text.clear();
+        background.icon = QIcon();
+        const QWidget *widget = option.widget;
+        QStyle *style = widget ? widget->style() : QApplication::style();
+        style->drawControl(QStyle::CE_ItemViewItem, &background, painter, widget);
+
+        const bool selected = option.state.testFlag(QStyle::State_Selected);
+        const QColor primary = option.palette.color(selected ? QPalette::HighlightedText : QPalette::Text);
+        const QColor secondary =
+            option.palette.color(selected ? QPalette::HighlightedText : QPalette::PlaceholderText);
+        const RowFonts fonts = rowFonts(option.font);
+        const QRect row = option.rect;
+        const int width = std::max(0, row.width() - 2 * rowMargin - starSize - starGap);
+        int y = row.top() + rowMargin;
+
+        painter->save();
+        const auto line = [&](const QFont &font, const QColor &color, const QString &text) {
+            const QFontMetrics metrics(font);
+            painter->setFont(font);
+            painter->setPen(color);
+            painter->drawText(QRect(row.left() + rowMargin, y, width, metrics.height()),
+                              Qt::AlignLeft | Qt::AlignVCenter,
+                              metrics.elidedText(text, Qt::ElideRight, width));
+            y += metrics.height() + rowLineSpacing;
+        };
+        line(fonts.headline, primary, index.data(LinkListModel::TitleRole).toString());
+        line(fonts.caption, secondary, index.data(LinkListModel::PathRole).toString());
+        const QVariant notes = index.data(LinkListModel::NotesRole);
+        if (notes.isValid())
+            line(fonts.smallCaption, secondary, oneLine(notes.toString()));
+        painter->restore();
+
+        const bool favorite = index.data(LinkListModel::FavoriteRole).toBool();
+        symbols::icon(favorite ? QStringLiteral("star.fill") : QStringLiteral("star"))
+            .paint(painter, starRectIn(row));
+    }
+
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        // Heights only: measuring each record's text would cost too much on a long list.
+        const RowFonts fonts = rowFonts(option.font);
+        int height = 2 * rowMargin + QFontMetrics(fonts.headline).height() + rowLineSpacing +
+                     QFontMetrics(fonts.caption).height();
+        if (index.data(LinkListModel::NotesRole).isValid())
+            height += rowLineSpacing + QFontMetrics(fonts.smallCaption).height();
+        return QSize(option.rect.width() > 0 ? option.rect.width() : 200, height);
+    }
+};
+
+QWidget *labelledPicker(const QString &label, QComboBox *picker, QWidget *parent)
+{
+    auto *row = new QWidget(parent);
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto *text = new QLabel(label, row);
+    text->setBuddy(picker);
+    layout->addWidget(text);
+    layout->addWidget(picker, 1);
+    return row;
+}
+
+void makeSecondary(QLabel *label, double scale)
+{
+    label->setForegroundRole(QPalette::PlaceholderText);
+    label->setFont(scaled(label->font(), scale));
+}
+
+} // namespace
+
+ContentView::ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspace, Settings &settings,
+                         const Clock &clock, QWidget *parent)
+    : QWidget(parent), m_store(store), m_dialogs(dialogs), m_workspace(workspace), m_settings(settings),
+      m_clock(clock)
+{
+    setObjectName(QStringLiteral("contentView"));
+    m_model = new LinkListModel(this);
+    FilterState state =
+        FilterState::initial(toDateTime(m_clock.now()).value_or(QDateTime::currentDateTime()));
+    state.sortOrderRawValue = m_settings.sortOrder();
+    m_model->setFilterState(state);
+    m_model->setItems(m_store.items());
+
+    buildToolBar();
+    auto *split = new QSplitter(Qt::Horizontal, this);
+    split->setObjectName(QStringLiteral("split"));
+    split->setChildrenCollapsible(false);
+    split->addWidget(buildSidebar());
+
+    m_detailColumn = new QStackedWidget(split);
+    m_detailColumn->setObjectName(QStringLiteral("detailColumn"));
+    m_noSelection = new QWidget(m_detailColumn);
+    m_noSelection->setObjectName(QStringLiteral("noSelection"));
+    auto *noSelectionLayout = new QVBoxLayout(m_noSelection);
+    auto *noSelectionText = new QLabel(QStringLiteral("Aucune fiche sélectionnée"), m_noSelection);
+    makeSecondary(noSelectionText, 1.6);
+    noSelectionText->setAlignment(Qt::AlignCenter);
+    noSelectionLayout->addWidget(noSelectionText, 0, Qt::AlignCenter);
+    m_detailColumn->addWidget(m_noSelection);
+    split->addWidget(m_detailColumn);
+    split->setStretchFactor(0, 0);
+    split->setStretchFactor(1, 1);
+    split->setSizes({320, 700});
+
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(m_toolBar);
+    layout->addWidget(split, 1);
+
+    connect(&m_store, &LinkStore::itemsChanged, this, &ContentView::reloadItems);
+    connect(&m_store, &LinkStore::categoriesChanged, this, &ContentView::reloadCategories);
+    connect(&m_store, &LinkStore::lastBackupDateChanged, this, &ContentView::updateLastBackupText);
+    connect(&m_settings, &Settings::changed, this, [this](Settings::Key key) {
+        switch (key) {
+        case Settings::Key::sortOrder:
+            updateFilter([this](FilterState &s) { s.sortOrderRawValue = m_settings.sortOrder(); });
+            reloadSortPicker();
+            break;
+        case Settings::Key::noteFontName:
+        case Settings::Key::noteFontSize:
+            if (m_detail)
+                m_detail->refresh();
+            break;
+        default:
+            break;
+        }
+    });
+
+    reloadCategories();
+    reloadSortPicker();
+    updateLastBackupText();
+    updateDetail();
+}
+
+ContentView::~ContentView() = default;
+
+const FilterState &ContentView::filterState() const
+{
+    return m_model->filterState();
+}
+
+void ContentView::buildToolBar()
+{
+    m_toolBar = new QToolBar(QStringLiteral("Fiva"), this);
+    m_toolBar->setObjectName(QStringLiteral("mainToolBar"));
+    m_toolBar->setMovable(false);
+    m_toolBar->setFloatable(false);
+    m_toolBar->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    // The texts only name the buttons for tooltips and screen readers; the buttons show the symbol.
+    const auto button = [this](const QString &symbol, const QString &name, const QString &objectName) {
+        QAction *action = m_toolBar->addAction(symbols::icon(symbol), name);
+        action->setObjectName(objectName);
+        return action;
+    };
+    m_newItem = button(QStringLiteral("plus"), QStringLiteral("Nouvelle fiche"), QStringLiteral("newItem"));
+    m_categories =
+        button(QStringLiteral("folder"), QStringLiteral("Catégories"), QStringLiteral("showCategories"));
+    m_export = button(QStringLiteral("square.and.arrow.up"), QStringLiteral("Exporter une sauvegarde"),
+                      QStringLiteral("exportBackup"));
+    m_restore = button(QStringLiteral("square.and.arrow.down"), QStringLiteral("Restaurer une sauvegarde"),
+                       QStringLiteral("restoreBackup"));
+    m_backupHistory =
+        button(QStringLiteral("clock.arrow.circlepath"), QStringLiteral("Historique des sauvegardes"),
+               QStringLiteral("showBackupHistory"));
+    connect(m_newItem, &QAction::triggered, this, [this] { showEditSheet(nullptr); });
+    connect(m_categories, &QAction::triggered, this, &ContentView::showCategories);
+    connect(m_export, &QAction::triggered, this, &ContentView::exportBackup);
+    connect(m_restore, &QAction::triggered, this, &ContentView::startRestore);
+    connect(m_backupHistory, &QAction::triggered, this, &ContentView::showBackupHistory);
+
+    auto *spacer = new QWidget(m_toolBar);
+    spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    m_toolBar->addWidget(spacer);
+    m_lastBackup = new QLabel(m_toolBar);
+    m_lastBackup->setObjectName(QStringLiteral("lastBackup"));
+    m_lastBackup->setContentsMargins(8, 0, 8, 0);
+    makeSecondary(m_lastBackup, 0.85);
+    m_toolBar->addWidget(m_lastBackup);
+}
+
+QWidget *ContentView::buildSidebar()
+{
+    auto *sidebar = new QWidget(this);
+    sidebar->setObjectName(QStringLiteral("sidebar"));
+    sidebar->setMinimumWidth(260);
+    auto *layout = new QVBoxLayout(sidebar);
+    layout->setContentsMargins(0, 10, 0, 0);
+    layout->setSpacing(10);
+    auto *controls = new QVBoxLayout;
+    controls->setContentsMargins(12, 0, 12, 0);
+    controls->setSpacing(10);
+    layout->addLayout(controls);
+
+    m_search = new QLineEdit(sidebar);
+    m_search->setObjectName(QStringLiteral("search"));
+    m_search->setPlaceholderText(QStringLiteral("Rechercher…"));
+    m_search->setClearButtonEnabled(true);
+    controls->addWidget(m_search);
+
+    m_categoryPicker = new QComboBox(sidebar);
+    m_categoryPicker->setObjectName(QStringLiteral("categoryPicker"));
+    controls->addWidget(labelledPicker(QStringLiteral("Catégorie"), m_categoryPicker, sidebar));
+
+    m_sortPicker = new QComboBox(sidebar);
+    m_sortPicker->setObjectName(QStringLiteral("sortPicker"));
+    for (SortOrder order : allSortOrders)
+        m_sortPicker->addItem(sortOrderRawValue(order));
+    controls->addWidget(labelledPicker(QStringLiteral("Tri"), m_sortPicker, sidebar));
+
+    m_favoritesOnly = new QCheckBox(QStringLiteral("Favoris uniquement"), sidebar);
+    m_favoritesOnly->setObjectName(QStringLiteral("favoritesOnly"));
+    controls->addWidget(m_favoritesOnly);
+    m_dateFilter = new QCheckBox(QStringLiteral("Filtrer par date"), sidebar);
+    m_dateFilter->setObjectName(QStringLiteral("dateFilter"));
+    controls->addWidget(m_dateFilter);
+
+    m_dateRow = new QWidget(sidebar);
+    m_dateRow->setObjectName(QStringLiteral("dateRow"));
+    auto *dateLayout = new QHBoxLayout(m_dateRow);
+    dateLayout->setContentsMargins(0, 0, 0, 0);
+    const auto datePicker = [this](const QString &label, const QString &objectName, Timestamp bound) {
+        auto *picker = new QDateEdit(m_dateRow);
+        picker->setObjectName(objectName);
+        picker->setCalendarPopup(true);
+        picker->setDisplayFormat(QLocale().dateFormat(QLocale::ShortFormat));
+        if (const auto dateTime = toDateTime(bound))
+            picker->setDate(dateTime->date());
+        auto *text = new QLabel(label, m_dateRow);
+        text->setBuddy(picker);
+        m_dateRow->layout()->addWidget(text);
+        m_dateRow->layout()->addWidget(picker);
+        return picker;
+    };
+    m_dateFrom = datePicker(QStringLiteral("Du"), QStringLiteral("dateFrom"), filterState().dateFrom);
+    m_dateTo = datePicker(QStringLiteral("Au"), QStringLiteral("dateTo"), filterState().dateTo);
+    dateLayout->addStretch(1);
+    m_dateRow->setVisible(false);
+    controls->addWidget(m_dateRow);
+
+    m_list = new QListView(sidebar);
+    m_list->setObjectName(QStringLiteral("recordList"));
+    m_list->setModel(m_model);
+    m_list->setItemDelegate(new RecordRowDelegate(m_list));
+    m_list->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    m_list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_list->setLayoutMode(QListView::Batched);
+    m_list->setBatchSize(500);
+    m_list->setMouseTracking(true);
+    m_list->installEventFilter(this);
+    m_list->viewport()->installEventFilter(this);
+    layout->addWidget(m_list, 1);
+
+    connect(m_search, &QLineEdit::textChanged, this,
+            [this](const QString &text) { updateFilter([&](FilterState &s) { s.searchText = text; }); });
+    connect(m_categoryPicker, &QComboBox::activated, this, [this](int index) {
+        const QString category = m_categoryPicker->itemText(index);
+        updateFilter([&](FilterState &s) { s.selectedCategory = category; });
+    });
+    connect(m_sortPicker, &QComboBox::activated, this, [this](int index) {
+        const QString rawValue = sortOrderRawValue(allSortOrders[std::size_t(index)]);
+        updateFilter([&](FilterState &s) { s.sortOrderRawValue = rawValue; });
+        m_settings.setSortOrder(rawValue);
+    });
+    connect(m_favoritesOnly, &QCheckBox::toggled, this,
+            [this](bool on) { updateFilter([&](FilterState &s) { s.showFavoritesOnly = on; }); });
+    connect(m_dateFilter, &QCheckBox::toggled, this, [this](bool on) {
+        m_dateRow->setVisible(on);
+        updateFilter([&](FilterState &s) { s.dateFilterEnabled = on; });
+    });
+    connect(m_dateFrom, &QDateEdit::dateChanged, this, [this](QDate day) {
+        updateFilter([&](FilterState &s) { s.dateFrom = withDay(s.dateFrom, day); });
+    });
+    connect(m_dateTo, &QDateEdit::dateChanged, this,
+            [this](QDate day) { updateFilter([&](FilterState &s) { s.dateTo = withDay(s.dateTo, day); }); });
+    connect(m_list->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &ContentView::selectionChangedByUser);
+    return sidebar;
+}
+
+void ContentView::reloadCategories()
+{
+    m_categoryPicker->clear();
+    m_categoryPicker->addItem(allCategoriesChoice());
+    m_categoryPicker->addItems(m_store.categories());
+    // A chosen category that was renamed or deleted stays the filter; the picker then shows none.
+    m_categoryPicker->setCurrentIndex(m_categoryPicker->findText(filterState().selectedCategory,
+                                                                 Qt::MatchExactly | Qt::MatchCaseSensitive));
+}
+
+void ContentView::reloadSortPicker()
+{
+    // A value no order knows leaves the picker empty; the list is then ordered newest first.
+    const std::optional<SortOrder> order = sortOrderFromRawValue(filterState().sortOrderRawValue);
+    int index = -1;
+    for (std::size_t i = 0; order && i < allSortOrders.size(); ++i) {
+        if (allSortOrders[i] == *order)
+            index = int(i);
+    }
+    m_sortPicker->setCurrentIndex(index);
+}
+
+void ContentView::updateFilter(const std::function<void(FilterState &)> &change)
+{
+    FilterState state = m_model->filterState();
+    change(state);
+    m_syncingSelection = true;
+    m_model->setFilterState(state);
+    m_syncingSelection = false;
+    showSelectedRow();
+}
+
+void ContentView::reloadItems()
+{
+    m_syncingSelection = true;
+    m_model->setItems(m_store.items());
+    m_syncingSelection = false;
+    showSelectedRow();
+    updateDetail();
+}
+
+void ContentView::selectionChangedByUser()
+{
+    if (m_syncingSelection)
+        return;
+    const QModelIndexList rows = m_list->selectionModel()->selectedRows();
+    if (rows.isEmpty())
+        m_selectedItemID.reset();
+    else
+        m_selectedItemID = m_model->idAt(rows.first().row());
+    updateDetail();
+}
+
+void ContentView::showSelectedRow()
+{
+    QItemSelectionModel *selection = m_list->selectionModel();
+    const int row = m_selectedItemID ? m_model->rowOf(*m_selectedItemID) : -1;
+    const QModelIndexList selected = selection->selectedRows();
+    if (selected.size() == 1 && selected.first().row() == row)
+        return;
+    m_syncingSelection = true;
+    if (row < 0) {
+        // A record hidden by the filters stays selected: the detail keeps showing it.
+        selection->clear();
+    } else {
+        selection->setCurrentIndex(m_model->index(row), QItemSelectionModel::ClearAndSelect);
+    }
+    m_syncingSelection = false;
+}
+
+void ContentView::setSelectedItemID(const std::optional<QUuid> &id)
+{
+    m_selectedItemID = id;
+    showSelectedRow();
+    updateDetail();
+}
+
+void ContentView::updateDetail()
+{
+    const LinkItem *item = nullptr;
+    if (m_selectedItemID) {
+        const QList<LinkItem> &items = m_store.items();
+        const auto found = std::find_if(items.begin(), items.end(),
+                                        [this](const LinkItem &i) { return i.id == *m_selectedItemID; });
+        if (found != items.end())
+            item = &*found;
+    }
+    if (m_detail && item && m_detail->itemId() == item->id)
+        return;
+    if (m_detail) {
+        // The detail may be the one calling us, from its own button: it goes once that call returns.
+        m_detailColumn->removeWidget(m_detail);
+        m_detail->hide();
+        m_detail->deleteLater();
+        m_detail = nullptr;
+    }
+    if (!item) {
+        m_detailColumn->setCurrentWidget(m_noSelection);
+        return;
+    }
+    m_detail = new DetailView(m_store, m_dialogs, m_workspace, m_settings, *item, m_detailColumn);
+    m_detail->setObjectName(QStringLiteral("detail"));
+    m_detail->setOnClose([this] { setSelectedItemID(std::nullopt); });
+    m_detail->setOnEdit([this](const LinkItem &edited) { showEditSheet(&edited); });
+    m_detailColumn->addWidget(m_detail);
+    m_detailColumn->setCurrentWidget(m_detail);
+}
+
+QString ContentView::lastBackupText(const std::optional<Timestamp> &lastBackupDate)
+{
+    if (!lastBackupDate)
+        return QStringLiteral("Aucune sauvegarde");
+    const std::optional<QDateTime> when = toDateTime(*lastBackupDate);
+    return QStringLiteral("Dernière sauvegarde : ") +
+           (when ? QLocale().toString(*when, QLocale::ShortFormat) : QString());
+}
+
+void ContentView::updateLastBackupText()
+{
+    m_lastBackup->setText(lastBackupText(m_store.lastBackupDate()));
+}
+
+void ContentView::deleteRows(std::vector<int> rows)
+{
+    std::sort(rows.begin(), rows.end());
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+    // Ids first: the list shrinks as the records go.
+    std::vector<QUuid> ids;
+    for (int row : rows) {
+        if (const LinkItem *item = m_model->itemAt(row))
+            ids.push_back(item->id);
+    }
+    for (const QUuid &id : ids)
+        m_store.deleteItem(id);
+    setSelectedItemID(std::nullopt);
+}
+
+void ContentView::checkOldBackup()
+{
+    if (!m_settings.warnOldBackup() || !m_store.isBackupOld())
+        return;
+    m_dialogs.runAlert(
+        AlertRequest{QStringLiteral("⚠️ Sauvegarde ancienne"),
+                     QStringLiteral("Votre dernière sauvegarde manuelle date de plus de 3 jours."),
+                     AlertStyle::informational,
+                     {QStringLiteral("OK")},
+                     std::nullopt});
+}
+
+void ContentView::exportBackup()
+{
+    QPointer<ContentView> self(this);
+    m_store.exportBackup([self] {
+        if (!self)
+            return;
+        self->m_dialogs.runAlert(AlertRequest{QStringLiteral("Sauvegarde terminée"),
+                                              QString(),
+                                              AlertStyle::informational,
+                                              {QStringLiteral("OK")},
+                                              std::nullopt});
+    });
+}
+
+void ContentView::startRestore()
+{
+    QPointer<ContentView> self(this);
+    const OpenPanelRequest request{OpenPanelRequest::Kind::files, {QStringLiteral("fivabackup")}, false};
+    m_dialogs.showOpenPanel(request, [self](std::optional<QStringList> chosen) {
+        if (!self || !chosen || chosen->isEmpty())
+            return;
+        const AlertAnswer answer = self->m_dialogs.runAlert(
+            AlertRequest{QStringLiteral("Restaurer les données ?"),
+                         QStringLiteral("Cette opération écrasera toutes les données actuelles."),
+                         AlertStyle::warning,
+                         {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
+                         std::nullopt});
+        if (answer.button == 0)
+            self->m_store.restoreBackup(chosen->first());
+    });
+}
+
+void ContentView::showEditSheet(const LinkItem *item)
+{
+    const QUuid contextId = item ? item->id : newItemContextId;
+    if (m_editSheet && m_editSheetId == contextId) {
+        m_editSheet->raise();
+        m_editSheet->activateWindow();
+        return;
+    }
+    if (m_editSheet) {
+        // Another context: its sheet goes, unsaved, and the new one takes its place.
+        EditLinkView *previous = m_editSheet;
+        m_editSheet = nullptr;
+        previous->reject();
+    }
+    auto *sheet = new EditLinkView(m_store, m_dialogs, m_clock, item, this);
+    m_editSheet = sheet;
+    m_editSheetId = contextId;
+    connect(sheet, &QDialog::finished, this, [this, sheet] {
+        if (m_editSheet == sheet)
+            m_editSheet = nullptr;
+        sheet->deleteLater();
+    });
+    sheet->open();
+}
+
+void ContentView::showCategories()
+{
+    if (m_categoriesSheet) {
+        m_categoriesSheet->raise();
+        return;
+    }
+    auto *sheet = new CategoryManagerView(m_store, m_dialogs, this);
+    m_categoriesSheet = sheet;
+    connect(sheet, &QDialog::finished, sheet, &QObject::deleteLater);
+    sheet->open();
+}
+
+void ContentView::showBackupHistory()
+{
+    if (m_historySheet) {
+        m_historySheet->raise();
+        return;
+    }
+    auto *sheet = new QDialog(this);
+    sheet->setObjectName(QStringLiteral("backupHistorySheet"));
+    sheet->setWindowModality(Qt::WindowModal);
+    auto *layout = new QVBoxLayout(sheet);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto *view = new BackupHistoryView(m_store, m_workspace, sheet);
+    layout->addWidget(view);
+    sheet->setWindowTitle(view->windowTitle());
+    m_historySheet = sheet;
+    connect(view, &BackupHistoryView::dismissRequested, sheet, &QDialog::accept);
+    connect(sheet, &QDialog::finished, sheet, &QObject::deleteLater);
+    sheet->open();
+}
+
+QRect ContentView::starRectOfRow(int row) const
+{
+    return starRectIn(m_list->visualRect(m_model->index(row)));
+}
+
+void ContentView::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    // Each time the window comes up, once it is on screen rather than in the middle of showing it.
+    if (!event->spontaneous())
+        QMetaObject::invokeMethod(this, &ContentView::checkOldBackup, Qt::QueuedConnection);
+}
+
+bool ContentView::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_list && event->type() == QEvent::KeyPress) {
+        if (static_cast<QKeyEvent *>(event)->matches(QKeySequence::Delete)) {
+            std::vector<int> rows;
+            for (const QModelIndex &index : m_list->selectionModel()->selectedRows())
+                rows.push_back(index.row());
+            if (!rows.empty())
+                deleteRows(std::move(rows));
+            return true;
+        }
+        return false;
+    }
+    if (watched != m_list->viewport())
+        return false;
+    const QEvent::Type type = event->type();
+    if (type != QEvent::MouseButtonPress && type != QEvent::MouseButtonRelease &&
+        type != QEvent::MouseButtonDblClick)
+        return false;
+    const auto *mouse = static_cast<QMouseEvent *>(event);
+    const QPoint position = mouse->position().toPoint();
+    const QModelIndex index = m_list->indexAt(position);
+    if (!index.isValid() || mouse->button() != Qt::LeftButton ||
+        !starRectIn(m_list->visualRect(index)).contains(position))
+        return false;
+    // The star is a button of its own: clicking it neither selects the row nor opens anything.
+    if (type == QEvent::MouseButtonPress) {
+        m_pressedStar = m_model->idAt(index.row());
+    } else if (type == QEvent::MouseButtonRelease) {
+        const QUuid id = m_model->idAt(index.row());
+        if (!m_pressedStar.isNull() && id == m_pressedStar)
+            m_store.toggleFavorite(id);
+        m_pressedStar = QUuid();
+    }
+    return true;
+}
+
+} // namespace fiva

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <QPointer>
+#include <QRect>
+#include <QString>
+#include <QUuid>
+#include <QWidget>
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+class QAction;
+class QCheckBox;
+class QComboBox;
+class QDateEdit;
+class QDialog;
+class QLabel;
+class QLineEdit;
+class QListView;
+class QStackedWidget;
+class QToolBar;
+
+namespace fiva {
+
+class Clock;
+class DetailView;
+class Dialogs;
+class EditLinkView;
+class LinkListModel;
+class LinkStore;
+class Settings;
+class Workspace;
+struct FilterState;
+struct LinkItem;
+struct Timestamp;
+
+// The main window's content: the filtered record list with its search and filter controls on the
+// left, the selected record on the right, and the toolbar that opens everything else. It keeps no
+// records of its own; the list, the detail and every sheet read the store.
+class ContentView final : public QWidget
+{
+    Q_OBJECT
+
+public:
+    // Everything passed in must outlive the view.
+    ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspace, Settings &settings,
+                const Clock &clock, QWidget *parent = nullptr);
+    ~ContentView() override;
+
+    // The five buttons and the last-backup text. It sits at the top of the view until a window
+    // takes it with QMainWindow::addToolBar.
+    QToolBar *toolBar() const { return m_toolBar; }
+    QAction *newItemAction() const { return m_newItem; }
+    QAction *categoriesAction() const { return m_categories; }
+    QAction *exportAction() const { return m_export; }
+    QAction *restoreAction() const { return m_restore; }
+    QAction *backupHistoryAction() const { return m_backupHistory; }
+
+    QListView *list() const { return m_list; }
+    LinkListModel &model() const { return *m_model; }
+    const FilterState &filterState() const;
+
+    std::optional<QUuid> selectedItemID() const { return m_selectedItemID; }
+    void setSelectedItemID(const std::optional<QUuid> &id);
+
+    // Deletes the records shown at these rows, without asking, and clears the selection.
+    void deleteRows(std::vector<int> rows);
+    // Raises "⚠️ Sauvegarde ancienne" when the warning is on and the last backup is old or missing.
+    void checkOldBackup();
+    void exportBackup();
+    void startRestore();
+    // The edit sheet for a new record (null) or for `item`.
+    void showEditSheet(const LinkItem *item);
+    void showCategories();
+    void showBackupHistory();
+
+    // The sheets open now, or null.
+    EditLinkView *editSheet() const { return m_editSheet; }
+    QDialog *categoriesSheet() const { return m_categoriesSheet; }
+    QDialog *backupHistorySheet() const { return m_historySheet; }
+    DetailView *detailView() const { return m_detail; }
+
+    static QString lastBackupText(const std::optional<Timestamp> &lastBackupDate);
+    // Where the favourite star of a row is drawn, in viewport coordinates.
+    QRect starRectOfRow(int row) const;
+
+protected:
+    void showEvent(QShowEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void buildToolBar();
+    QWidget *buildSidebar();
+    void reloadCategories();
+    void reloadSortPicker();
+    void updateFilter(const std::function<void(FilterState &)> &change);
+    void reloadItems();
+    void selectionChangedByUser();
+    void showSelectedRow();
+    void updateDetail();
+    void updateLastBackupText();
+
+    LinkStore &m_store;
+    Dialogs &m_dialogs;
+    Workspace &m_workspace;
+    Settings &m_settings;
+    const Clock &m_clock;
+
+    LinkListModel *m_model = nullptr;
+    std::optional<QUuid> m_selectedItemID;
+    // Set while the view itself moves the list's selection, so that only the user's changes count.
+    bool m_syncingSelection = false;
+    // The record whose star the mouse went down on; the click counts only if it comes up there too.
+    QUuid m_pressedStar;
+
+    QToolBar *m_toolBar = nullptr;
+    QAction *m_newItem = nullptr;
+    QAction *m_categories = nullptr;
+    QAction *m_export = nullptr;
+    QAction *m_restore = nullptr;
+    QAction *m_backupHistory = nullptr;
+    QLabel *m_lastBackup = nullptr;
+
+    QLineEdit *m_search = nullptr;
+    QComboBox *m_categoryPicker = nullptr;
+    QComboBox *m_sortPicker = nullptr;
+    QCheckBox *m_favoritesOnly = nullptr;
+    QCheckBox *m_dateFilter = nullptr;
+    QWidget *m_dateRow = nullptr;
+    QDateEdit *m_dateFrom = nullptr;
+    QDateEdit *m_dateTo = nullptr;
+    QListView *m_list = nullptr;
+
+    QStackedWidget *m_detailColumn = nullptr;
+    QWidget *m_noSelection = nullptr;
+    QPointer<DetailView> m_detail;
+
+    QPointer<EditLinkView> m_editSheet;
+    QUuid m_editSheetId;
+    QPointer<QDialog> m_categoriesSheet;
+    QPointer<QDialog> m_historySheet;
+};
+
+} // namespace fiva

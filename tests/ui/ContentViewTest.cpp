@@ -1,0 +1,422 @@
+#include "ui/main/ContentView.h"
+
+#include "ui/editing/EditLinkView.h"
+#include "ui/main/DetailView.h"
+#include "ui/main/LinkListModel.h"
+
+#include <QAbstractItemModelTester>
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDateEdit>
+#include <QDateTime>
+#include <QDialog>
+#include <QLineEdit>
+#include <QListView>
+#include <QToolBar>
+#include <QToolButton>
+
+#include <functional>
+
+#include "ScreensTestSupport.h"
+
+using namespace fiva;
+using namespace fiva::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+LinkItem record(const QString &title, const QString &category, double createdAt, bool favorite = false)
+{
+    LinkItem item = makeItem(title, category);
+    item.createdAt = Timestamp{createdAt};
+    item.isFavorite = favorite;
+    return item;
+}
+
+// Three records, newest first: "Facture" is from the day before the clock's now, within the initial
+// date range; the two others are older.
+QList<LinkItem> threeRecords()
+{
+    return {record(u"Été en Provence"_s, u"Loisirs"_s, 700000000),
+            record(u"Projet Qt"_s, u"Travail"_s, 710000000, true),
+            record(u"Facture"_s, u"Administratif"_s, newYear2025.seconds - 86400)};
+}
+
+// Moves the picker with the keyboard, as a user does, so that it reports the choice as the user's.
+void choose(QComboBox *picker, const QString &text)
+{
+    const int target = picker->findText(text, Qt::MatchExactly | Qt::MatchCaseSensitive);
+    ASSERT_GE(target, 0) << text.toStdString();
+    for (int guard = 0; picker->currentIndex() != target && guard < picker->count() + 1; ++guard)
+        QTest::keyClick(picker, picker->currentIndex() < target ? Qt::Key_Down : Qt::Key_Up);
+    ASSERT_EQ(picker->currentIndex(), target);
+}
+
+QStringList choices(const QComboBox *picker)
+{
+    QStringList texts;
+    for (int i = 0; i < picker->count(); ++i)
+        texts << picker->itemText(i);
+    return texts;
+}
+
+class ContentViewTest : public ScreenTest
+{
+protected:
+    void open(const QList<LinkItem> &items = threeRecords())
+    {
+        m_store = startWith(items, {u"Administratif"_s, u"Loisirs"_s, u"Travail"_s});
+        m_store->setDialogs(&m_dialogs);
+        m_view = std::make_unique<ContentView>(*m_store, m_dialogs, m_workspace, m_settings, m_clock);
+        m_tester = std::make_unique<QAbstractItemModelTester>(
+            &m_view->model(), QAbstractItemModelTester::FailureReportingMode::Fatal);
+        m_view->resize(1000, 640);
+    }
+    // Shown without the old-backup alert, which has tests of its own.
+    void openShown(const QList<LinkItem> &items = threeRecords())
+    {
+        m_settings.setWarnOldBackup(false);
+        open(items);
+        m_view->show();
+        QCoreApplication::processEvents();
+    }
+
+    void close()
+    {
+        m_tester.reset();
+        m_view.reset();
+    }
+
+    QStringList listedTitles() const
+    {
+        QStringList titles;
+        for (int row = 0; row < m_view->model().rowCount(); ++row)
+            titles << m_view->model().index(row).data(LinkListModel::TitleRole).toString();
+        return titles;
+    }
+    int rowOf(const QString &title) const { return int(listedTitles().indexOf(title)); }
+    const LinkItem &stored(const QString &title) const
+    {
+        for (const LinkItem &item : m_store->items()) {
+            if (item.title == title)
+                return item;
+        }
+        ADD_FAILURE() << "no record " << title.toStdString();
+        return m_store->items().first();
+    }
+    void clickRow(int row)
+    {
+        QListView *list = m_view->list();
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                          list->visualRect(m_view->model().index(row)).center());
+    }
+    void flushDeletions() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
+    bool showsNoSelection() { return showsLabel(m_view.get(), u"Aucune fiche sélectionnée"_s); }
+    QStringList alertMessages() const
+    {
+        QStringList messages;
+        for (const AlertRequest &alert : m_dialogs.alerts)
+            messages << alert.message;
+        return messages;
+    }
+    template <typename T> T *find(const QString &name) { return child<T>(m_view.get(), name); }
+
+    Settings m_settings{m_as.filePath(u"Fiva.ini"_s)};
+    std::unique_ptr<LinkStore> m_store;
+    std::unique_ptr<ContentView> m_view;
+    std::unique_ptr<QAbstractItemModelTester> m_tester;
+};
+
+TEST_F(ContentViewTest, SidebarControlsComeInOrderAndTheToolbarHasFiveSymbolButtons)
+{
+    openShown();
+    auto *search = find<QLineEdit>(u"search"_s);
+    EXPECT_EQ(search->placeholderText(), u"Rechercher…"_s);
+    auto *categories = find<QComboBox>(u"categoryPicker"_s);
+    EXPECT_EQ(choices(categories),
+              (QStringList{u"Toutes"_s, u"Administratif"_s, u"Loisirs"_s, u"Travail"_s}));
+    EXPECT_EQ(categories->currentText(), u"Toutes"_s);
+    auto *sort = find<QComboBox>(u"sortPicker"_s);
+    EXPECT_EQ(choices(sort), (QStringList{u"Plus récent d'abord"_s, u"Plus ancien d'abord"_s,
+                                          u"Ordre alphabétique (A → Z)"_s}));
+    EXPECT_EQ(sort->currentIndex(), 0);
+    auto *favorites = find<QCheckBox>(u"favoritesOnly"_s);
+    auto *dateFilter = find<QCheckBox>(u"dateFilter"_s);
+    EXPECT_EQ(favorites->text(), u"Favoris uniquement"_s);
+    EXPECT_EQ(dateFilter->text(), u"Filtrer par date"_s);
+    for (const QString &label : {u"Catégorie"_s, u"Tri"_s, u"Aucune fiche sélectionnée"_s})
+        EXPECT_TRUE(showsLabel(m_view.get(), label)) << label.toStdString();
+
+    auto *dateRow = find<QWidget>(u"dateRow"_s);
+    EXPECT_FALSE(dateRow->isVisible());
+    QTest::keyClick(dateFilter, Qt::Key_Space);
+    EXPECT_TRUE(dateRow->isVisible());
+    EXPECT_TRUE(showsLabel(dateRow, u"Du"_s) && showsLabel(dateRow, u"Au"_s));
+    const QDateTime now = QDateTime::fromSecsSinceEpoch(qint64(newYear2025.toUnix()));
+    EXPECT_EQ(find<QDateEdit>(u"dateTo"_s)->date(), now.date());
+    EXPECT_EQ(find<QDateEdit>(u"dateFrom"_s)->date(), now.addMonths(-1).date());
+
+    const std::vector<QWidget *> column{search,     categories, sort,          favorites,
+                                        dateFilter, dateRow,    m_view->list()};
+    const auto top = [&](QWidget *w) { return w->mapTo(m_view.get(), QPoint(0, 0)).y(); };
+    for (std::size_t i = 1; i < column.size(); ++i)
+        EXPECT_LT(top(column[i - 1]), top(column[i])) << column[i]->objectName().toStdString();
+
+    EXPECT_EQ(m_view->toolBar()->toolButtonStyle(), Qt::ToolButtonIconOnly);
+    const QList<QAction *> buttons{m_view->newItemAction(), m_view->categoriesAction(),
+                                   m_view->exportAction(), m_view->restoreAction(),
+                                   m_view->backupHistoryAction()};
+    EXPECT_EQ(m_view->toolBar()->actions().mid(0, 5), buttons);
+    for (QAction *button : buttons)
+        EXPECT_FALSE(button->icon().isNull());
+}
+
+struct FilterCase
+{
+    const char *name;
+    std::function<void(ContentView &)> act;
+    QStringList expected;
+};
+
+TEST_F(ContentViewTest, EachFilterControlNarrowsTheList)
+{
+    const auto type = [](const QString &text) {
+        return [text](ContentView &v) { QTest::keyClicks(child<QLineEdit>(&v, u"search"_s), text); };
+    };
+    const auto pick = [](const QString &picker, const QString &text) {
+        return [=](ContentView &v) { choose(child<QComboBox>(&v, picker), text); };
+    };
+    const auto tick = [](const QString &toggle) {
+        return [toggle](ContentView &v) { QTest::keyClick(child<QCheckBox>(&v, toggle), Qt::Key_Space); };
+    };
+    const QStringList all{u"Facture"_s, u"Projet Qt"_s, u"Été en Provence"_s};
+    const std::vector<FilterCase> cases{
+        {"nothing", [](ContentView &) {}, all},
+        {"search in upper case", type(u"ÉTÉ"_s), {u"Été en Provence"_s}},
+        {"search without accents", type(u"ete"_s), {}},
+        {"search in two titles", type(u"pro"_s), {u"Projet Qt"_s, u"Été en Provence"_s}},
+        {"category", pick(u"categoryPicker"_s, u"Travail"_s), {u"Projet Qt"_s}},
+        {"favourites only", tick(u"favoritesOnly"_s), {u"Projet Qt"_s}},
+        {"date range of the last month", tick(u"dateFilter"_s), {u"Facture"_s}},
+        {"oldest first",
+         pick(u"sortPicker"_s, u"Plus ancien d'abord"_s),
+         {u"Été en Provence"_s, u"Projet Qt"_s, u"Facture"_s}},
+    };
+    for (const FilterCase &c : cases) {
+        SCOPED_TRACE(c.name);
+        openShown();
+        c.act(*m_view);
+        EXPECT_EQ(listedTitles(), c.expected);
+        close();
+    }
+}
+
+TEST_F(ContentViewTest, SortPickerStoresTheChosenOrder)
+{
+    openShown({record(u"Mouche"_s, u"Loisirs"_s, 700000000), record(u"Abeille"_s, u"Loisirs"_s, 710000000),
+               record(u"Zèbre"_s, u"Loisirs"_s, 720000000)});
+    EXPECT_EQ(listedTitles(), (QStringList{u"Zèbre"_s, u"Abeille"_s, u"Mouche"_s}));
+    choose(find<QComboBox>(u"sortPicker"_s), u"Ordre alphabétique (A → Z)"_s);
+    EXPECT_EQ(m_settings.sortOrder(), u"Ordre alphabétique (A → Z)"_s);
+    EXPECT_EQ(listedTitles(), (QStringList{u"Abeille"_s, u"Mouche"_s, u"Zèbre"_s}));
+}
+
+TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
+{
+    openShown();
+    clickRow(rowOf(u"Projet Qt"_s));
+    ASSERT_NE(m_view->detailView(), nullptr);
+    EXPECT_EQ(m_view->detailView()->itemId(), stored(u"Projet Qt"_s).id);
+    EXPECT_FALSE(showsNoSelection());
+
+    // Hidden by the search, still shown on the right, selected again once listed again.
+    QTest::keyClicks(find<QLineEdit>(u"search"_s), u"facture"_s);
+    EXPECT_EQ(listedTitles(), QStringList{u"Facture"_s});
+    ASSERT_NE(m_view->detailView(), nullptr);
+    EXPECT_EQ(m_view->detailView()->itemId(), stored(u"Projet Qt"_s).id);
+    find<QLineEdit>(u"search"_s)->clear();
+    EXPECT_EQ(m_view->list()->selectionModel()->selectedRows().value(0).row(), rowOf(u"Projet Qt"_s));
+
+    m_store->deleteItem(stored(u"Projet Qt"_s).id);
+    flushDeletions();
+    EXPECT_EQ(m_view->detailView(), nullptr);
+    EXPECT_TRUE(showsNoSelection());
+
+    clickRow(rowOf(u"Facture"_s));
+    ASSERT_NE(m_view->detailView(), nullptr);
+    QTest::mouseClick(buttonWithText(m_view->detailView(), u"Fermer"_s), Qt::LeftButton);
+    flushDeletions();
+    EXPECT_EQ(m_view->selectedItemID(), std::nullopt);
+    EXPECT_TRUE(showsNoSelection());
+}
+
+TEST_F(ContentViewTest, StarTogglesTheFavouriteWithoutSelectingTheRow)
+{
+    openShown();
+    const int row = rowOf(u"Facture"_s);
+    QTest::mouseClick(m_view->list()->viewport(), Qt::LeftButton, {}, m_view->starRectOfRow(row).center());
+    EXPECT_TRUE(onDisk().items.at(2).isFavorite);
+    EXPECT_TRUE(m_view->model().index(row).data(LinkListModel::FavoriteRole).toBool());
+    EXPECT_EQ(m_view->selectedItemID(), std::nullopt);
+    QTest::mouseClick(m_view->list()->viewport(), Qt::LeftButton, {}, m_view->starRectOfRow(row).center());
+    EXPECT_FALSE(stored(u"Facture"_s).isFavorite);
+}
+
+TEST_F(ContentViewTest, DeleteKeyDeletesTheSelectedRecordWithoutAsking)
+{
+    openShown();
+    clickRow(rowOf(u"Projet Qt"_s));
+    QTest::keyClick(m_view->list(), Qt::Key_Delete);
+    flushDeletions();
+    EXPECT_EQ(listedTitles(), (QStringList{u"Facture"_s, u"Été en Provence"_s}));
+    EXPECT_EQ(onDisk().items.size(), 2);
+    EXPECT_TRUE(m_dialogs.alerts.empty());
+    EXPECT_TRUE(showsNoSelection());
+
+    // Rows are read before anything goes, although the list shrinks meanwhile.
+    m_store->appendItem(record(u"Bail"_s, u"Loisirs"_s, 720000000));
+    m_view->deleteRows({1, 0});
+    EXPECT_EQ(listedTitles(), QStringList{u"Été en Provence"_s});
+}
+
+TEST_F(ContentViewTest, ToolbarButtonsOpenTheirSheets)
+{
+    openShown();
+    m_view->newItemAction()->trigger();
+    EditLinkView *sheet = m_view->editSheet();
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_EQ(sheet->windowTitle(), u"Nouvelle fiche"_s);
+    m_view->newItemAction()->trigger();
+    EXPECT_EQ(m_view->editSheet(), sheet);
+
+    // Another context replaces the sheet.
+    clickRow(0);
+    QTest::mouseClick(buttonWithText(m_view->detailView(), u"Modifier"_s), Qt::LeftButton);
+    ASSERT_NE(m_view->editSheet(), nullptr);
+    EXPECT_EQ(m_view->editSheet()->windowTitle(), u"Modifier la fiche"_s);
+    m_view->editSheet()->reject();
+    EXPECT_EQ(m_view->editSheet(), nullptr);
+
+    m_view->categoriesAction()->trigger();
+    ASSERT_NE(m_view->categoriesSheet(), nullptr);
+    EXPECT_EQ(m_view->categoriesSheet()->windowTitle(), u"Gestion des catégories"_s);
+
+    m_view->backupHistoryAction()->trigger();
+    ASSERT_NE(m_view->backupHistorySheet(), nullptr);
+    EXPECT_EQ(m_view->backupHistorySheet()->windowTitle(), u"Historique des sauvegardes"_s);
+    QTest::mouseClick(m_view->backupHistorySheet()->findChild<QToolButton *>(), Qt::LeftButton);
+    flushDeletions();
+    EXPECT_EQ(m_view->backupHistorySheet(), nullptr);
+}
+
+TEST_F(ContentViewTest, ExportShowsSauvegardeTermineeAndTheLastBackupText)
+{
+    openShown();
+    auto *status = find<QLabel>(u"lastBackup"_s);
+    EXPECT_EQ(status->text(), u"Aucune sauvegarde"_s);
+    m_dialogs.saveChoices.push_back(std::nullopt);
+    m_view->exportAction()->trigger();
+    EXPECT_TRUE(m_dialogs.alerts.empty());
+
+    m_dialogs.saveChoices.push_back(m_as.filePath(u"copie.fivabackup"_s));
+    {
+        StdoutCapture quiet;
+        m_view->exportAction()->trigger();
+    }
+    EXPECT_EQ(alertMessages(), QStringList{u"Sauvegarde terminée"_s});
+    EXPECT_EQ(m_dialogs.alerts.back().buttons, QStringList{u"OK"_s});
+    ASSERT_TRUE(m_store->lastBackupDate().has_value());
+    EXPECT_TRUE(status->text().startsWith(u"Dernière sauvegarde : "_s));
+    EXPECT_GT(status->text().size(), u"Dernière sauvegarde : "_s.size());
+    EXPECT_EQ(status->text(), ContentView::lastBackupText(m_store->lastBackupDate()));
+}
+
+TEST_F(ContentViewTest, RestoreAsksAndOnlyRestaurerRestores)
+{
+    openShown();
+    const QString archive = m_as.filePath(u"copie.fivabackup"_s);
+    m_dialogs.saveChoices.push_back(archive);
+    {
+        StdoutCapture quiet;
+        m_view->exportAction()->trigger();
+    }
+    m_store->deleteItem(stored(u"Facture"_s).id);
+    m_dialogs.alerts.clear();
+    const QByteArray before = readBytes(dataFile());
+
+    m_dialogs.openChoices.push_back(QStringList{archive});
+    m_dialogs.alertAnswers.push_back(AlertAnswer{1, {}});
+    m_view->restoreAction()->trigger();
+    EXPECT_EQ(m_dialogs.openPanels.at(0),
+              (OpenPanelRequest{OpenPanelRequest::Kind::files, {u"fivabackup"_s}, false}));
+    ASSERT_EQ(m_dialogs.alerts.size(), 1u);
+    EXPECT_EQ(m_dialogs.alerts[0], (AlertRequest{u"Restaurer les données ?"_s,
+                                                 u"Cette opération écrasera toutes les données actuelles."_s,
+                                                 AlertStyle::warning,
+                                                 {u"Restaurer"_s, u"Annuler"_s},
+                                                 std::nullopt}));
+    EXPECT_EQ(readBytes(dataFile()), before);
+    EXPECT_EQ(listedTitles(), (QStringList{u"Projet Qt"_s, u"Été en Provence"_s}));
+
+    m_dialogs.openChoices.push_back(std::nullopt);
+    m_view->restoreAction()->trigger();
+    EXPECT_EQ(m_dialogs.alerts.size(), 1u);
+
+    m_dialogs.openChoices.push_back(QStringList{archive});
+    m_dialogs.alertAnswers.push_back(AlertAnswer{0, {}});
+    {
+        StdoutCapture quiet;
+        m_view->restoreAction()->trigger();
+    }
+    EXPECT_EQ(listedTitles(), (QStringList{u"Facture"_s, u"Projet Qt"_s, u"Été en Provence"_s}));
+    EXPECT_EQ(onDisk().items.size(), 3);
+}
+
+struct OldBackupCase
+{
+    const char *name;
+    bool warn;
+    std::optional<double> age; // seconds before now; none for no backup at all
+    bool alert;
+};
+
+TEST_F(ContentViewTest, OldBackupAlertFollowsTheSettingAndTheThreeDayLimit)
+{
+    const std::vector<OldBackupCase> cases{
+        {"never backed up", true, std::nullopt, true},
+        {"exactly three days", true, 259200, false},
+        {"three days and a second", true, 259201, true},
+        {"warning off, never backed up", false, std::nullopt, false},
+        {"warning off, old backup", false, 1e6, false},
+    };
+    for (const OldBackupCase &c : cases) {
+        SCOPED_TRACE(c.name);
+        m_settings.setWarnOldBackup(c.warn);
+        open();
+        if (c.age)
+            m_store->setLastBackupDate(Timestamp{newYear2025.seconds - *c.age});
+        m_dialogs.alerts.clear();
+        m_view->checkOldBackup();
+        EXPECT_EQ(alertMessages(), c.alert ? QStringList{u"⚠️ Sauvegarde ancienne"_s} : QStringList());
+        close();
+    }
+}
+
+TEST_F(ContentViewTest, OldBackupAlertComesOnEachAppearance)
+{
+    open();
+    EXPECT_TRUE(m_dialogs.alerts.empty());
+    m_view->show();
+    QCoreApplication::processEvents();
+    ASSERT_EQ(m_dialogs.alerts.size(), 1u);
+    EXPECT_EQ(m_dialogs.alerts[0].informativeText,
+              u"Votre dernière sauvegarde manuelle date de plus de 3 jours."_s);
+    m_view->hide();
+    m_view->show();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(alertMessages(),
+              (QStringList{u"⚠️ Sauvegarde ancienne"_s, u"⚠️ Sauvegarde ancienne"_s}));
+}
+
+} // namespace
