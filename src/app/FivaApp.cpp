@@ -3,11 +3,11 @@
 #include "app/AboutWindow.h"
 #include "app/AppInfo.h"
 #include "app/MainWindow.h"
-#include "app/MainWindowPlaceholder.h"
 #include "app/PdfWindow.h"
 #include "platform/Dialogs.h"
 #include "platform/Workspace.h"
 #include "store/Console.h"
+#include "ui/main/ContentView.h"
 #include "ui/settings/BackupConfigWindow.h"
 #include "ui/settings/PreferencesView.h"
 
@@ -56,7 +56,11 @@ FivaApp::FivaApp(AppServices services, QObject *parent)
     m_store->setDialogs(&m_services.dialogs);
     m_mainWindow = std::make_unique<MainWindow>(*m_windowState);
     m_mainWindow->setWindowIcon(appIcon());
-    m_mainWindow->setCentralWidget(new MainWindowPlaceholder(*m_store, m_services.workspace));
+    auto *content = new ContentView(*m_store, m_services.dialogs, m_services.workspace, m_services.settings,
+                                    m_services.clock);
+    m_mainWindow->setCentralWidget(content);
+    // The window's own toolbar area rather than a bar inside the content.
+    m_mainWindow->addToolBar(Qt::TopToolBarArea, content->toolBar());
     buildMenus();
 }
 

@@ -3,10 +3,12 @@
 #include "app/MainWindow.h"
 #include "app/PdfWindow.h"
 #include "platform/Settings.h"
+#include "ui/main/ContentView.h"
 #include "ui/settings/BackupConfigWindow.h"
 #include "ui/settings/BackupHistoryView.h"
 #include "ui/settings/PreferencesView.h"
 
+#include <QAction>
 #include <QCheckBox>
 #include <QDialog>
 #include <QMenu>
@@ -16,6 +18,7 @@
 #include <QPdfWriter>
 #include <QPushButton>
 #include <QTimer>
+#include <QToolBar>
 #include <QToolButton>
 
 #include <algorithm>
@@ -311,13 +314,18 @@ TEST_F(AppShellTest, QuittingFromTheMenuEndsTheRunAndKeepsTheWindowsPlace)
     EXPECT_EQ(app->mainWindow()->geometry(), placed);
 }
 
-TEST_F(AppShellTest, PlaceholderOpensTheHistorySheetOnTheSameStore)
+TEST_F(AppShellTest, MainWindowShowsTheContentWithItsToolbarOnTheSameStore)
 {
     auto app = launch();
     writeBytes(m_as.filePath(u"b.fivabackup"_s), "12345");
     app->store().addBackupLog(m_as.filePath(u"b.fivabackup"_s));
     app->mainWindow()->show();
-    QTest::mouseClick(child<QPushButton>(app->mainWindow(), u"showBackupHistory"_s), Qt::LeftButton);
+    ASSERT_NE(qobject_cast<ContentView *>(app->mainWindow()->centralWidget()), nullptr);
+    auto *toolBar = child<QToolBar>(app->mainWindow(), u"mainToolBar"_s);
+    ASSERT_NE(toolBar, nullptr);
+    EXPECT_EQ(toolBar->parentWidget(), app->mainWindow());
+    EXPECT_EQ(app->mainWindow()->toolBarArea(toolBar), Qt::TopToolBarArea);
+    child<QAction>(app->mainWindow(), u"showBackupHistory"_s)->trigger();
     auto *sheet = child<QDialog>(app->mainWindow(), u"backupHistorySheet"_s);
     ASSERT_NE(sheet, nullptr);
     auto *view = sheet->findChild<BackupHistoryView *>();

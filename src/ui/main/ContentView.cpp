@@ -264,6 +264,26 @@ const FilterState &ContentView::filterState() const
     return m_model->filterState();
 }
 
+EditLinkView *ContentView::editSheet() const
+{
+    return m_editSheet;
+}
+
+QDialog *ContentView::categoriesSheet() const
+{
+    return m_categoriesSheet;
+}
+
+QDialog *ContentView::backupHistorySheet() const
+{
+    return m_historySheet;
+}
+
+DetailView *ContentView::detailView() const
+{
+    return m_detail;
+}
+
 void ContentView::buildToolBar()
 {
     m_toolBar = new QToolBar(QStringLiteral("Fiva"), this);

@@ -76,10 +76,10 @@ public:
     void showBackupHistory();
 
     // The sheets open now, or null.
-    EditLinkView *editSheet() const { return m_editSheet; }
-    QDialog *categoriesSheet() const { return m_categoriesSheet; }
-    QDialog *backupHistorySheet() const { return m_historySheet; }
-    DetailView *detailView() const { return m_detail; }
+    EditLinkView *editSheet() const;
+    QDialog *categoriesSheet() const;
+    QDialog *backupHistorySheet() const;
+    DetailView *detailView() const;
 
     static QString lastBackupText(const std::optional<Timestamp> &lastBackupDate);
     // Where the favourite star of a row is drawn, in viewport coordinates.
