@@ -22,8 +22,7 @@ build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
 run: build
-	@if [ -x $(BUILD)/src/app/fiva ]; then exec $(BUILD)/src/app/fiva; \
-	else echo "The Fiva window is not built yet; the command-line tool is ready:"; $(BUILD)/src/cli/fiva-cli --help; fi
+	$(BUILD)/src/app/fiva
 
 test: test-main test-nogui test-asan test-fuzz-smoke
 
