@@ -39,6 +39,8 @@ struct OpenPanelRequest
     // Extensions without the dot, for example "fivabackup"; empty allows every file.
     QStringList allowedExtensions;
     bool allowsMultipleSelection = false;
+    // The confirm button's title; empty keeps the desktop's own.
+    QString confirmButtonTitle;
 
     friend bool operator==(const OpenPanelRequest &, const OpenPanelRequest &) = default;
 };

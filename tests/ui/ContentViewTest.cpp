@@ -349,7 +349,7 @@ TEST_F(ContentViewTest, RestoreAsksAndOnlyRestaurerRestores)
     m_dialogs.alertAnswers.push_back(AlertAnswer{1, {}});
     m_view->restoreAction()->trigger();
     EXPECT_EQ(m_dialogs.openPanels.at(0),
-              (OpenPanelRequest{OpenPanelRequest::Kind::files, {u"fivabackup"_s}, false}));
+              (OpenPanelRequest{OpenPanelRequest::Kind::files, {u"fivabackup"_s}, false, {}}));
     ASSERT_EQ(m_dialogs.alerts.size(), 1u);
     EXPECT_EQ(m_dialogs.alerts[0], (AlertRequest{u"Restaurer les données ?"_s,
                                                  u"Cette opération écrasera toutes les données actuelles."_s,

@@ -192,6 +192,7 @@ TEST_F(DetailViewTest, AttachingTheSameNameCountsUpAndKeepsTheDotWithoutExtensio
     EXPECT_EQ(onDisk().items, store->items());
     EXPECT_EQ(m_dialogs.openPanels.front().kind, OpenPanelRequest::Kind::files);
     EXPECT_FALSE(m_dialogs.openPanels.front().allowsMultipleSelection);
+    EXPECT_EQ(m_dialogs.openPanels.front().confirmButtonTitle, u"Choisir");
 }
 
 TEST_F(DetailViewTest, CancelledPanelOrFailedCopyRecordsNothing)

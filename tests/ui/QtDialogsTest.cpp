@@ -99,12 +99,13 @@ TEST_F(QtDialogsTest, OpenPanelAnswersThroughItsCallback)
     const QString file = dir.filePath(u"a.fivabackup"_s);
     writeBytes(file, "x");
     std::vector<std::optional<QStringList>> answers;
-    OpenPanelRequest request{OpenPanelRequest::Kind::files, {u"fivabackup"_s}, false};
+    OpenPanelRequest request{OpenPanelRequest::Kind::files, {u"fivabackup"_s}, false, u"Choisir"_s};
     m_dialogs.showOpenPanel(request, [&](std::optional<QStringList> chosen) { answers.push_back(chosen); });
     auto *panel = m_window.findChild<QFileDialog *>(u"openPanel"_s);
     ASSERT_NE(panel, nullptr);
     EXPECT_EQ(panel->fileMode(), QFileDialog::ExistingFile);
     EXPECT_EQ(panel->nameFilters(), QStringList{u"*.fivabackup"_s});
+    EXPECT_EQ(panel->labelText(QFileDialog::Accept), u"Choisir");
     panel->setDirectory(dir.path());
     panel->selectFile(file);
     static_cast<QDialog *>(panel)->accept();
@@ -112,7 +113,7 @@ TEST_F(QtDialogsTest, OpenPanelAnswersThroughItsCallback)
     ASSERT_TRUE(answers[0]);
     EXPECT_EQ(*answers[0], QStringList{file});
 
-    m_dialogs.showOpenPanel({OpenPanelRequest::Kind::folders, {}, false},
+    m_dialogs.showOpenPanel({OpenPanelRequest::Kind::folders, {}, false, {}},
                             [&](std::optional<QStringList> chosen) { answers.push_back(chosen); });
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     panel = m_window.findChild<QFileDialog *>(u"openPanel"_s);

@@ -111,6 +111,8 @@ void QtDialogs::showOpenPanel(const OpenPanelRequest &request, OpenPanelDone don
     }
     // finished fires once whichever way the panel closes; the shared flag guards against a second
     // call should the dialog be both accepted and closed.
+    if (!request.confirmButtonTitle.isEmpty())
+        panel->setLabelText(QFileDialog::Accept, request.confirmButtonTitle);
     auto callback = std::make_shared<OpenPanelDone>(std::move(done));
     QObject::connect(panel, &QFileDialog::finished, panel, [panel, callback](int result) {
         OpenPanelDone call = std::exchange(*callback, nullptr);

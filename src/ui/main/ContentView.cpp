@@ -589,7 +589,7 @@ void ContentView::exportBackup()
 void ContentView::startRestore()
 {
     QPointer<ContentView> self(this);
-    const OpenPanelRequest request{OpenPanelRequest::Kind::files, {QStringLiteral("fivabackup")}, false};
+    const OpenPanelRequest request{OpenPanelRequest::Kind::files, {QStringLiteral("fivabackup")}, false, {}};
     m_dialogs.showOpenPanel(request, [self](std::optional<QStringList> chosen) {
         if (!self || !chosen || chosen->isEmpty())
             return;

@@ -390,6 +390,7 @@ void DetailView::addAttachment()
     OpenPanelRequest request;
     request.kind = OpenPanelRequest::Kind::files;
     request.allowsMultipleSelection = false;
+    request.confirmButtonTitle = QStringLiteral("Choisir");
     // The panel may answer after the view is gone (the selection changed meanwhile).
     QPointer<DetailView> self(this);
     m_dialogs.showOpenPanel(request, [self](std::optional<QStringList> chosen) {
