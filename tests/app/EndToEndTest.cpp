@@ -1,0 +1,153 @@
+#include "app/FivaApp.h"
+#include "app/MainWindow.h"
+#include "platform/Settings.h"
+#include "store/LinkStore.h"
+#include "ui/editing/EditLinkView.h"
+#include "ui/main/ContentView.h"
+#include "ui/main/DetailView.h"
+#include "ui/main/LinkListModel.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QPlainTextEdit>
+#include <QPushButton>
+
+#include "ScreensTestSupport.h"
+
+using namespace fiva;
+using namespace fiva::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The whole application, as a user drives it: one store, the real main window and its sheets, the
+// scripted dialogs answering the panels and alerts.
+class EndToEndTest : public ScreenTest
+{
+protected:
+    std::unique_ptr<FivaApp> launch()
+    {
+        StdoutCapture quiet;
+        auto app = std::make_unique<FivaApp>(AppServices{m_paths, m_workspace, m_clock, m_dialogs, m_settings,
+                                                         Resources({m_resources.path()}),
+                                                         m_stateDir.filePath(u"window.ini"_s)});
+        app->mainWindow()->show();
+        QCoreApplication::processEvents();
+        return app;
+    }
+    static ContentView *content(FivaApp &app)
+    {
+        auto *view = qobject_cast<ContentView *>(app.mainWindow()->centralWidget());
+        EXPECT_NE(view, nullptr);
+        return view;
+    }
+    static void clickRow(ContentView *view, int row)
+    {
+        QListView *list = view->list();
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                          list->visualRect(view->model().index(row)).center());
+    }
+    QStringList alertMessages() const
+    {
+        QStringList messages;
+        for (const AlertRequest &alert : m_dialogs.alerts)
+            messages << alert.message;
+        return messages;
+    }
+
+    QTemporaryDir m_resources;
+    QTemporaryDir m_stateDir;
+    QTemporaryDir m_userFiles;
+    Settings m_settings{m_stateDir.filePath(u"Fiva.ini"_s)};
+};
+
+TEST_F(EndToEndTest, RecordAndAttachmentSurviveExportDeleteAndRestore)
+{
+    auto app = launch();
+    ContentView *view = content(*app);
+    ASSERT_NE(view, nullptr);
+    // A first start has never been backed up: the warning comes with the window.
+    EXPECT_EQ(alertMessages(), QStringList{u"⚠️ Sauvegarde ancienne"_s});
+    auto *status = child<QLabel>(app->mainWindow(), u"lastBackup"_s);
+    EXPECT_EQ(status->text(), u"Aucune sauvegarde"_s);
+
+    // A new record through the edit sheet.
+    view->newItemAction()->trigger();
+    auto *sheet = app->mainWindow()->findChild<EditLinkView *>();
+    ASSERT_NE(sheet, nullptr);
+    QTest::keyClicks(child<QLineEdit>(sheet, u"title"_s), u"Bail de l'appartement"_s);
+    QTest::keyClicks(child<QLineEdit>(sheet, u"path"_s), u"https://exemple.fr/bail"_s);
+    child<QPlainTextEdit>(sheet, u"notes"_s)->setPlainText(u"À renouveler en juin"_s);
+    QTest::mouseClick(child<QPushButton>(sheet, u"confirm"_s), Qt::LeftButton);
+    ASSERT_EQ(app->store().items().size(), 1);
+    const QUuid id = app->store().items().front().id;
+
+    // Selected, then given an attachment through the detail column.
+    ASSERT_EQ(view->model().rowCount(), 1);
+    clickRow(view, 0);
+    ASSERT_EQ(view->selectedItemID(), id);
+    const QString original = m_userFiles.filePath(u"quittance mars.pdf"_s);
+    writeBytes(original, "%PDF-1.4 quittance de mars");
+    m_dialogs.openChoices.push_back(QStringList{original});
+    auto *detail = view->findChild<DetailView *>();
+    ASSERT_NE(detail, nullptr);
+    QTest::mouseClick(child<QPushButton>(detail, u"addAttachment"_s), Qt::LeftButton);
+    ASSERT_EQ(app->store().items().front().attachments.size(), 1);
+    const Attachment attached = app->store().items().front().attachments.front();
+    EXPECT_TRUE(attached.filePath.startsWith(m_as.filePath(u"Fiva_Attachments/"_s)));
+
+    // Exported from the toolbar.
+    const QString archive = m_userFiles.filePath(u"Sauvegarde-Fiva.fivabackup"_s);
+    m_dialogs.saveChoices.push_back(archive);
+    {
+        StdoutCapture quiet;
+        view->exportAction()->trigger();
+    }
+    EXPECT_EQ(alertMessages().last(), u"Sauvegarde terminée"_s);
+    EXPECT_EQ(status->text(), ContentView::lastBackupText(app->store().lastBackupDate()));
+    EXPECT_TRUE(status->text().startsWith(u"Dernière sauvegarde : "_s));
+    ASSERT_EQ(app->store().backupHistory().size(), 1);
+    EXPECT_EQ(app->store().backupHistory().front().filePath, archive);
+
+    // Deleted with the Delete key: the record and its copy are gone.
+    clickRow(view, 0);
+    QTest::keyClick(view->list(), Qt::Key_Delete);
+    EXPECT_TRUE(app->store().items().isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(attached.filePath));
+    EXPECT_TRUE(showsLabel(view, u"Aucune fiche sélectionnée"_s));
+
+    // Restored after confirmation: the record comes back with its attachment's bytes.
+    m_dialogs.openChoices.push_back(QStringList{archive});
+    m_dialogs.alertAnswers.push_back(AlertAnswer{0, {}});
+    {
+        StdoutCapture quiet;
+        view->restoreAction()->trigger();
+    }
+    EXPECT_EQ(m_dialogs.alerts.back().message, u"Restaurer les données ?"_s);
+    ASSERT_EQ(app->store().items().size(), 1);
+    const LinkItem &back = app->store().items().front();
+    EXPECT_EQ(back.id, id);
+    EXPECT_EQ(back.title, u"Bail de l'appartement"_s);
+    ASSERT_EQ(back.attachments.size(), 1);
+    EXPECT_EQ(readBytes(back.attachments.front().filePath), QByteArray("%PDF-1.4 quittance de mars"));
+    ASSERT_EQ(view->model().rowCount(), 1);
+    EXPECT_EQ(view->model().index(0).data(LinkListModel::TitleRole).toString(), back.title);
+
+    // Three days later the warning stands; a day after a backup it does not.
+    const auto warnings = [this] { return alertMessages().count(u"⚠️ Sauvegarde ancienne"_s); };
+    const auto shownAgain = [&] {
+        app->mainWindow()->hide();
+        app->mainWindow()->show();
+        QCoreApplication::processEvents();
+    };
+    m_clock.advance(86400);
+    shownAgain();
+    EXPECT_EQ(warnings(), 1);
+    m_clock.advance(3 * 86400);
+    shownAgain();
+    EXPECT_EQ(warnings(), 2);
+}
+
+} // namespace
