@@ -1,0 +1,131 @@
+#pragma once
+
+#include "model/LinkItem.h"
+#include "model/Timestamp.h"
+#include "platform/Workspace.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+#include <QUuid>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <ostream>
+#include <utility>
+
+// What the store, screen and application tests share: readable failure output, captured console
+// lines, a recording desktop, and small file and record helpers.
+namespace fiva {
+
+// GoogleTest prints these instead of raw bytes.
+inline void PrintTo(const QString &s, std::ostream *os)
+{
+    *os << '"' << s.toStdString() << '"';
+}
+inline void PrintTo(const QStringList &l, std::ostream *os)
+{
+    *os << '[' << l.join(QStringLiteral(", ")).toStdString() << ']';
+}
+
+namespace test {
+
+using namespace Qt::StringLiterals;
+
+// Redirects file descriptor 1 so that what the store prints can be compared line by line.
+class StdoutCapture final
+{
+public:
+    StdoutCapture() : m_file(std::tmpfile()), m_saved(::dup(STDOUT_FILENO))
+    {
+        std::fflush(stdout);
+        ::dup2(::fileno(m_file), STDOUT_FILENO);
+    }
+    ~StdoutCapture() { finish(); }
+    StdoutCapture(const StdoutCapture &) = delete;
+    StdoutCapture &operator=(const StdoutCapture &) = delete;
+
+    QString finish()
+    {
+        if (!m_file)
+            return m_text;
+        std::fflush(stdout);
+        ::dup2(m_saved, STDOUT_FILENO);
+        ::close(m_saved);
+        std::rewind(m_file);
+        QByteArray bytes;
+        char buffer[4096];
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, m_file)) > 0;)
+            bytes.append(buffer, qsizetype(n));
+        m_text = QString::fromUtf8(bytes);
+        std::fclose(m_file);
+        m_file = nullptr;
+        return m_text;
+    }
+
+private:
+    std::FILE *m_file;
+    int m_saved;
+    QString m_text;
+};
+
+// Records what the store asked of the desktop.
+class RecordingWorkspace final : public Workspace
+{
+public:
+    bool openUrl(const QUrl &url) override { return note(u"openUrl "_s + url.toString()); }
+    bool openPath(const QString &path) override { return note(u"openPath "_s + path); }
+    bool showFolder(const QString &folder) override { return note(u"showFolder "_s + folder); }
+    bool revealItem(const QString &path) override { return note(u"revealItem "_s + path); }
+    std::vector<QString> calls;
+
+private:
+    bool note(const QString &call)
+    {
+        calls.push_back(call);
+        return true;
+    }
+};
+
+inline QByteArray readBytes(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+inline void writeBytes(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate) || f.write(bytes) != bytes.size())
+        qFatal("test fixture: cannot write %s", qPrintable(path));
+}
+
+inline QByteArray sha256Of(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
+}
+
+inline LinkItem makeItem(const QString &title, const QString &category, QList<Attachment> attachments = {})
+{
+    return {QUuid::createUuid(),
+            title,
+            u"https://example.org/"_s + title,
+            category,
+            std::nullopt,
+            Timestamp{700000000.0},
+            false,
+            std::move(attachments),
+            LinkKind::url};
+}
+
+// 2025-01-01 00:00:00 UTC.
+inline constexpr Timestamp newYear2025{757382400.0};
+
+} // namespace test
+} // namespace fiva
