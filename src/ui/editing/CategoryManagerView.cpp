@@ -3,6 +3,7 @@
 #include "platform/Dialogs.h"
 #include "store/LinkStore.h"
 #include "store/Trimming.h"
+#include "ui/common/Labels.h"
 
 #include <QFrame>
 #include <QHBoxLayout>
@@ -17,15 +18,6 @@
 namespace fiva {
 
 namespace {
-
-QLabel *headline(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
-}
 
 QLabel *hint(const QString &text, const QString &objectName, QWidget *parent)
 {
@@ -75,7 +67,7 @@ CategoryManagerView::CategoryManagerView(LinkStore &store, Dialogs &dialogs, QWi
 
     auto *left = new QVBoxLayout;
     left->setSpacing(12);
-    left->addWidget(headline(QStringLiteral("Catégories existantes"), this));
+    left->addWidget(headlineLabel(QStringLiteral("Catégories existantes"), this));
     m_list = new QListWidget(this);
     m_list->setObjectName(QStringLiteral("categoryList"));
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
@@ -96,7 +88,7 @@ CategoryManagerView::CategoryManagerView(LinkStore &store, Dialogs &dialogs, QWi
     auto addSection = [&](const QString &title) {
         auto *section = new QVBoxLayout;
         section->setSpacing(12);
-        section->addWidget(headline(title, sections));
+        section->addWidget(headlineLabel(title, sections));
         sectionsLayout->addLayout(section);
         return section;
     };

@@ -6,6 +6,7 @@
 #include "store/LinkStore.h"
 #include "store/StoredNotes.h"
 #include "store/Trimming.h"
+#include "ui/common/Labels.h"
 
 #include <QButtonGroup>
 #include <QComboBox>
@@ -39,16 +40,12 @@ EditLinkView::LinkType typeOf(LinkKind kind)
     return allLinkTypes[static_cast<std::size_t>(kind)];
 }
 
-QLabel *headline(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
-}
-
 } // namespace
+
+QString EditLinkView::linkKindLabel(LinkKind kind)
+{
+    return linkTypeLabel(typeOf(kind));
+}
 
 QString EditLinkView::linkTypeLabel(LinkType type)
 {
@@ -85,7 +82,7 @@ EditLinkView::EditLinkView(LinkStore &store, Dialogs &dialogs, const Clock &cloc
     layout->addWidget(heading);
 
     auto *titleBlock = new QVBoxLayout;
-    titleBlock->addWidget(headline(QStringLiteral("Titre"), this));
+    titleBlock->addWidget(headlineLabel(QStringLiteral("Titre"), this));
     m_title = new QLineEdit(this);
     m_title->setObjectName(QStringLiteral("title"));
     m_title->setPlaceholderText(QStringLiteral("Titre de la fiche"));
@@ -93,7 +90,7 @@ EditLinkView::EditLinkView(LinkStore &store, Dialogs &dialogs, const Clock &cloc
     layout->addLayout(titleBlock);
 
     auto *typeBlock = new QVBoxLayout;
-    typeBlock->addWidget(headline(QStringLiteral("Type de lien"), this));
+    typeBlock->addWidget(headlineLabel(QStringLiteral("Type de lien"), this));
     auto *segments = new QWidget(this);
     segments->setFixedWidth(320);
     auto *segmentsLayout = new QHBoxLayout(segments);
@@ -114,7 +111,7 @@ EditLinkView::EditLinkView(LinkStore &store, Dialogs &dialogs, const Clock &cloc
 
     // One field serves the three location blocks: switching the kind relabels it and keeps its text.
     auto *locationBlock = new QVBoxLayout;
-    m_locationLabel = headline(QString(), this);
+    m_locationLabel = headlineLabel(QString(), this);
     locationBlock->addWidget(m_locationLabel);
     auto *locationRow = new QHBoxLayout;
     m_path = new QLineEdit(this);
@@ -128,7 +125,7 @@ EditLinkView::EditLinkView(LinkStore &store, Dialogs &dialogs, const Clock &cloc
     layout->addLayout(locationBlock);
 
     auto *categoryBlock = new QVBoxLayout;
-    categoryBlock->addWidget(headline(QStringLiteral("Catégorie"), this));
+    categoryBlock->addWidget(headlineLabel(QStringLiteral("Catégorie"), this));
     m_categoryPicker = new QComboBox(this);
     m_categoryPicker->setObjectName(QStringLiteral("category"));
     m_categoryPicker->setAccessibleName(QStringLiteral("Catégorie"));
@@ -137,7 +134,7 @@ EditLinkView::EditLinkView(LinkStore &store, Dialogs &dialogs, const Clock &cloc
     layout->addLayout(categoryBlock);
 
     auto *notesBlock = new QVBoxLayout;
-    notesBlock->addWidget(headline(QStringLiteral("Notes"), this));
+    notesBlock->addWidget(headlineLabel(QStringLiteral("Notes"), this));
     m_notes = new QPlainTextEdit(this);
     m_notes->setObjectName(QStringLiteral("notes"));
     m_notes->setMinimumHeight(160);

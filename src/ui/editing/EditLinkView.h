@@ -14,6 +14,7 @@ class QPushButton;
 namespace fiva {
 
 class Clock;
+enum class LinkKind;
 class Dialogs;
 class LinkStore;
 struct LinkItem;
@@ -36,6 +37,8 @@ public:
     ~EditLinkView() override;
 
     static QString linkTypeLabel(LinkType type);
+    // The same label for a stored record's kind, as the detail view shows it.
+    static QString linkKindLabel(LinkKind kind);
 
     LinkType linkType() const { return m_linkType; }
     void setLinkType(LinkType type);

@@ -6,7 +6,9 @@
 #include "platform/Workspace.h"
 #include "store/Console.h"
 #include "store/LinkStore.h"
+#include "ui/common/Labels.h"
 #include "ui/common/Symbols.h"
+#include "ui/editing/EditLinkView.h"
 #include "ui/main/AttachmentPreviewWindow.h"
 
 #include <QDateTime>
@@ -32,15 +34,6 @@ namespace fiva {
 
 namespace {
 
-QLabel *headline(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
-}
-
 QLabel *secondary(QWidget *parent, const QString &objectName)
 {
     auto *label = new QLabel(parent);
@@ -55,19 +48,6 @@ void makeDestructive(QPushButton *button)
     QPalette palette = button->palette();
     palette.setColor(QPalette::ButtonText, QColor(0xc0, 0x1c, 0x28));
     button->setPalette(palette);
-}
-
-QString kindLabel(LinkKind kind)
-{
-    switch (kind) {
-    case LinkKind::url:
-        return QStringLiteral("Lien Internet");
-    case LinkKind::file:
-        return QStringLiteral("Fichier local");
-    case LinkKind::directory:
-        return QStringLiteral("Dossier");
-    }
-    return {};
 }
 
 // The size notes are drawn at: the stored one when it is a usable size, else the default.
@@ -140,7 +120,7 @@ void DetailView::build()
     fields->setSpacing(10);
     auto fieldRow = [&](const QString &label, QLabel *value) {
         auto *row = new QHBoxLayout;
-        row->addWidget(headline(label, this));
+        row->addWidget(headlineLabel(label, this));
         row->addWidget(value, 1);
         fields->addLayout(row);
         return row;
@@ -164,7 +144,7 @@ void DetailView::build()
 
     auto *notesBlock = new QVBoxLayout;
     notesBlock->setSpacing(8);
-    notesBlock->addWidget(headline(QStringLiteral("Notes"), this));
+    notesBlock->addWidget(headlineLabel(QStringLiteral("Notes"), this));
     m_notes = new QTextBrowser(this);
     m_notes->setObjectName(QStringLiteral("notes"));
     m_notes->setMinimumHeight(120);
@@ -180,7 +160,7 @@ void DetailView::build()
 
     m_attachmentsLayout = new QVBoxLayout;
     m_attachmentsLayout->setSpacing(8);
-    m_attachmentsLayout->addWidget(headline(QStringLiteral("Pièces jointes"), this));
+    m_attachmentsLayout->addWidget(headlineLabel(QStringLiteral("Pièces jointes"), this));
     m_attachmentRows = new QWidget(this);
     m_attachmentsLayout->addWidget(m_attachmentRows);
     m_attachmentsLayout->addSpacing(4);
@@ -223,7 +203,7 @@ void DetailView::refresh()
     m_path->setText(item.path);
     m_openLink->setText(item.kind == LinkKind::directory ? QStringLiteral("Ouvrir dans le Finder")
                                                          : QStringLiteral("Ouvrir"));
-    m_kind->setText(kindLabel(item.kind));
+    m_kind->setText(EditLinkView::linkKindLabel(item.kind));
     m_category->setText(item.category);
     m_favorite->setPixmap(
         symbols::icon(item.isFavorite ? QStringLiteral("star.fill") : QStringLiteral("star")).pixmap(16, 16));
