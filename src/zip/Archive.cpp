@@ -1,6 +1,7 @@
 #include "zip/Archive.h"
 
 #include "zip/Errors.h"
+#include "zip/FileCopy.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -308,6 +309,21 @@ std::uint32_t Archive::extract(const Entry &entry, const Consumer &consumer, std
     default:
         throw ArchiveError(ArchiveError::invalidCompressionMethod);
     }
+}
+
+std::optional<std::uint32_t> Archive::copyStoredData(const Entry &entry, int fd, bool skipCRC32)
+{
+    // Only a read-only archive has no bytes waiting in the stream's buffer that the file does not hold yet.
+    if (m_accessMode != AccessMode::read || entry.type() != EntryType::file ||
+        entry.localFileHeader.compressionMethod != static_cast<std::uint16_t>(CompressionMethod::none))
+        return std::nullopt;
+    const std::uint64_t size = entry.effectiveUncompressedSize();
+    const std::uint64_t length = fileLength();
+    const std::uint64_t dataOffset = entry.dataOffset();
+    // An entry of one chunk usually sits in the stream's buffer already, read along with its local header.
+    if (size <= defaultReadChunkSize || dataOffset > length || size > length - dataOffset)
+        return std::nullopt;
+    return copyFileRange(::fileno(m_archiveFile), dataOffset, size, fd, skipCRC32);
 }
 
 } // namespace fiva::zip

@@ -127,6 +127,10 @@ private:
     void seek(std::uint64_t offset);
     void write(ByteView bytes);
     Bytes readCentralDirectory();
+    // Copies a stored file entry's data straight from the archive file to `fd` and returns its CRC-32 (0 with
+    // `skipCRC32`); nothing when the entry is small, not stored, or runs past the end of the archive, which
+    // then take the chunked path of `extract` with its errors.
+    std::optional<std::uint32_t> copyStoredData(const Entry &entry, int fd, bool skipCRC32);
     void writeCentralDirectoryAndEndRecords(const Bytes &centralDirectory, const Totals &totals);
 
     std::filesystem::path m_url;

@@ -265,8 +265,11 @@ std::uint32_t Archive::extract(const Entry &entry, const fs::path &url, std::siz
             throw FileSystemError::fromErrno(error, url);
         }
         try {
-            checksum = extract(
-                entry, [fd](ByteView chunk) { writeAll(fd, chunk); }, bufferSize, skipCRC32);
+            if (const auto copied = copyStoredData(entry, fd, skipCRC32))
+                checksum = *copied;
+            else
+                checksum = extract(
+                    entry, [fd](ByteView chunk) { writeAll(fd, chunk); }, bufferSize, skipCRC32);
             const timespec times[2] = {{0, UTIME_OMIT}, toTimespec(attributes.modificationDate)};
             if (::fchmod(fd, attributes.posixPermissions) != 0 || ::futimens(fd, times) != 0)
                 throw FileSystemError::fromErrno(errno, url);

@@ -3,8 +3,6 @@
 #include "zip/Archive.h"
 #include "zip/Errors.h"
 
-#include <functional>
-
 #include "TestSupport.h"
 
 namespace fiva::zip::test {
@@ -17,23 +15,6 @@ std::vector<std::string> entryPaths(const fs::path &archivePath)
     for (const Entry &e : archive)
         names.push_back(e.path());
     return names;
-}
-
-// Runs `action` and returns the name of the error case it threw ("" when it succeeded).
-std::string errorCaseOf(const std::function<void()> &action)
-{
-    try {
-        action();
-    } catch (const ArchiveError &e) {
-        return ArchiveError::caseName(e.errorCase());
-    } catch (const CompressionError &e) {
-        return CompressionError::caseName(e.errorCase());
-    } catch (const DataError &e) {
-        return DataError::caseName(e.errorCase());
-    } catch (const FileSystemError &e) {
-        return FileSystemError::caseName(e.errorCase());
-    }
-    return "";
 }
 
 TEST(FolderZip, PackingOrderWithAndWithoutParent)

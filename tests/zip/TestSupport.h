@@ -1,5 +1,6 @@
 #pragma once
 
+#include "zip/Errors.h"
 #include "zip/Records.h"
 
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <map>
@@ -103,6 +105,23 @@ inline std::string quoted(const fs::path &path)
             out += c;
     }
     return out + "'";
+}
+
+// Runs `action` and returns the name of the error case it threw ("" when it succeeded).
+inline std::string errorCaseOf(const std::function<void()> &action)
+{
+    try {
+        action();
+    } catch (const ArchiveError &e) {
+        return ArchiveError::caseName(e.errorCase());
+    } catch (const CompressionError &e) {
+        return CompressionError::caseName(e.errorCase());
+    } catch (const DataError &e) {
+        return DataError::caseName(e.errorCase());
+    } catch (const FileSystemError &e) {
+        return FileSystemError::caseName(e.errorCase());
+    }
+    return "";
 }
 
 // A description of a tree: for each relative path, its kind and content (or link target), and permissions.

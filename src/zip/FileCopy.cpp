@@ -1,0 +1,131 @@
+#include "zip/FileCopy.h"
+
+#include "zip/DeflateStream.h"
+#include "zip/Errors.h"
+
+#include <errno.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <system_error>
+#include <thread>
+
+namespace fiva::zip {
+
+namespace {
+
+// Large enough that the system calls cost little next to the copying, small enough to stay in the cache
+// between reading, checksumming and writing.
+constexpr std::size_t copyChunkSize = 1024 * 1024;
+// Below this a second thread costs more to start than the checksum it takes off the copying thread.
+constexpr std::uint64_t parallelChecksumMinimum = 8 * 1024 * 1024;
+// The kernel caps one copy_file_range call near 2 GiB anyway.
+constexpr std::uint64_t kernelCopyLimit = std::uint64_t{1} << 30;
+
+// Reads exactly `count` bytes at `offset`; false when the file ends or fails first.
+bool readFullyAt(int fd, std::uint8_t *buffer, std::size_t count, std::uint64_t offset)
+{
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t n = ::pread(fd, buffer + done, count - done, static_cast<off_t>(offset + done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+void writeFully(int fd, const std::uint8_t *bytes, std::size_t count)
+{
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t n = ::write(fd, bytes + done, count - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            throw DataError(DataError::unwritableFile);
+        done += static_cast<std::size_t>(n);
+    }
+}
+
+// Through this process: read, fold into the CRC-32 when `checksum` is given, write.
+void copyThroughBuffer(int from, std::uint64_t offset, std::uint64_t size, int to, std::uint32_t *checksum)
+{
+    Bytes buffer(static_cast<std::size_t>(std::min<std::uint64_t>(size, copyChunkSize)));
+    for (std::uint64_t position = 0; position < size;) {
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - position, buffer.size()));
+        if (!readFullyAt(from, buffer.data(), count, offset + position))
+            throw DataError(DataError::unreadableFile);
+        if (checksum)
+            *checksum = crc32(ByteView(buffer.data(), count), *checksum);
+        writeFully(to, buffer.data(), count);
+        position += count;
+    }
+}
+
+// Inside the kernel as far as it will go; the rest, if it refuses or fails part-way, through a buffer, which
+// then names the side at fault.
+void copyInKernel(int from, std::uint64_t offset, std::uint64_t size, int to)
+{
+    loff_t position = static_cast<loff_t>(offset);
+    std::uint64_t left = size;
+    while (left > 0) {
+        const ssize_t n = ::copy_file_range(from, &position, to, nullptr,
+                                            static_cast<std::size_t>(std::min(left, kernelCopyLimit)), 0);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        left -= static_cast<std::uint64_t>(n);
+    }
+    if (left > 0)
+        copyThroughBuffer(from, offset + (size - left), left, to, nullptr);
+}
+
+} // namespace
+
+std::uint32_t copyFileRange(int from, std::uint64_t offset, std::uint64_t size, int to, bool skipCRC32)
+{
+    if (skipCRC32) {
+        copyInKernel(from, offset, size, to);
+        return 0;
+    }
+    std::uint32_t checksum = 0;
+    if (size < parallelChecksumMinimum) {
+        copyThroughBuffer(from, offset, size, to, &checksum);
+        return checksum;
+    }
+
+    // The checksum thread reads the range on its own; the buffer is made here so that it cannot fail there.
+    Bytes buffer(copyChunkSize);
+    bool readFailed = false;
+    std::jthread worker;
+    try {
+        worker = std::jthread([&](std::stop_token stop) {
+            for (std::uint64_t position = 0; position < size; position += copyChunkSize) {
+                if (stop.stop_requested())
+                    return;
+                const auto count =
+                    static_cast<std::size_t>(std::min<std::uint64_t>(size - position, copyChunkSize));
+                if (!readFullyAt(from, buffer.data(), count, offset + position)) {
+                    readFailed = true;
+                    return;
+                }
+                checksum = crc32(ByteView(buffer.data(), count), checksum);
+            }
+        });
+    } catch (const std::system_error &) {
+        copyThroughBuffer(from, offset, size, to, &checksum);
+        return checksum;
+    }
+    // A failing copy throws from here; the worker's destructor then stops and joins it.
+    copyInKernel(from, offset, size, to);
+    worker.join();
+    if (readFailed)
+        throw DataError(DataError::unreadableFile);
+    return checksum;
+}
+
+} // namespace fiva::zip

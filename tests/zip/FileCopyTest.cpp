@@ -1,0 +1,179 @@
+#include "zip/FileCopy.h"
+
+#include "zip/FolderZip.h"
+
+#include <fcntl.h>
+
+#include <random>
+
+#include "TestSupport.h"
+
+namespace fiva::zip::test {
+namespace {
+
+constexpr std::size_t mebibyte = 1024 * 1024;
+
+std::string randomText(std::size_t size, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::string text(size, '\0');
+    for (auto &c : text)
+        c = static_cast<char>(random());
+    return text;
+}
+
+class Descriptor
+{
+public:
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    ~Descriptor()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+// Ranges below, at and above the sizes where the copy changes its route: one chunk, several chunks, and a
+// checksum computed beside the copy (with a last chunk that is full and one that is not).
+TEST(FileCopy, CopiesEveryRangeIntactAtTheWritePosition)
+{
+    TempDir dir;
+    const std::string source = randomText(9 * mebibyte + 100, 3);
+    writeFile(dir / "source", source);
+    const Descriptor from(::open((dir / "source").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_GE(from.get(), 0);
+    struct Case
+    {
+        std::uint64_t offset;
+        std::uint64_t size;
+    } cases[] = {{0, 0},
+                 {0, 1},
+                 {7, 16384},
+                 {3, mebibyte + 1},
+                 {0, 8 * mebibyte},
+                 {5, 8 * mebibyte},
+                 {100, 9 * mebibyte},
+                 {1, 9 * mebibyte + 99}};
+    for (const Case &c : cases) {
+        for (bool skipCRC32 : {false, true}) {
+            const std::string label = std::to_string(c.offset) + "+" + std::to_string(c.size) +
+                                      (skipCRC32 ? " skipping the checksum" : "");
+            const fs::path target = dir / "target";
+            fs::remove(target);
+            const Descriptor to(::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+            ASSERT_GE(to.get(), 0);
+            ASSERT_EQ(::write(to.get(), "head", 4), 4);
+            const std::string expected = source.substr(c.offset, c.size);
+            const std::uint32_t checksum = copyFileRange(from.get(), c.offset, c.size, to.get(), skipCRC32);
+            EXPECT_EQ(checksum, skipCRC32 ? 0u : zlibCRC(expected)) << label;
+            EXPECT_TRUE(readFile(target) == "head" + expected) << label;
+        }
+    }
+}
+
+TEST(FileCopy, FailuresNameTheSideAtFault)
+{
+    TempDir dir;
+    const std::string source = randomText(9 * mebibyte, 4);
+    writeFile(dir / "source", source);
+    writeFile(dir / "readonly", "");
+    const Descriptor from(::open((dir / "source").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_GE(from.get(), 0);
+    struct Case
+    {
+        const char *label;
+        fs::path target; // opened for writing; empty: a file opened read-only
+        std::uint64_t offset;
+        std::uint64_t size;
+        std::string expectedError;
+    } cases[] = {
+        {"range past the end", dir / "out", 0, 9 * mebibyte + 1, "unreadableFile"},
+        {"short range past the end", dir / "out", 9 * mebibyte - 100, 101, "unreadableFile"},
+        {"offset past the end", dir / "out", 10 * mebibyte, 20000, "unreadableFile"},
+        {"read-only target", {}, 0, 9 * mebibyte, "unwritableFile"},
+        {"short read-only target", {}, 0, 20000, "unwritableFile"},
+        {"full device", "/dev/full", 0, 9 * mebibyte, "unwritableFile"},
+        {"short full device", "/dev/full", 0, 20000, "unwritableFile"},
+    };
+    for (const Case &c : cases) {
+        if (c.target == "/dev/full" && !fs::exists(c.target))
+            continue;
+        for (bool skipCRC32 : {false, true}) {
+            fs::remove(dir / "out");
+            const Descriptor to(c.target.empty()
+                                    ? ::open((dir / "readonly").c_str(), O_RDONLY | O_CLOEXEC)
+                                    : ::open(c.target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+            ASSERT_GE(to.get(), 0) << c.label;
+            EXPECT_EQ(errorCaseOf([&] { copyFileRange(from.get(), c.offset, c.size, to.get(), skipCRC32); }),
+                      c.expectedError)
+                << c.label << (skipCRC32 ? " skipping the checksum" : "");
+            // Whatever was written before the failure is the source's own bytes, in place.
+            if (c.target == dir / "out") {
+                const std::string written = readFile(dir / "out");
+                EXPECT_TRUE(written ==
+                            source.substr(std::min<std::uint64_t>(c.offset, source.size()), written.size()))
+                    << c.label;
+            }
+        }
+    }
+}
+
+// Stored entries large enough to be copied straight from the archive file keep the outcome of the chunked
+// reading: the whole file is written, then a wrong checksum fails, unless checksums are skipped.
+TEST(FolderZip, LargeStoredEntriesUnpackWholeAndTheirChecksumsAreChecked)
+{
+    struct Case
+    {
+        std::size_t size;
+        bool wrongChecksum;
+        bool skipCRC32;
+        const char *expectedError;
+    } cases[] = {
+        {16384, false, false, ""},
+        {16385, false, false, ""},
+        {16385, true, false, "invalidCRC32"},
+        {mebibyte + 5, true, false, "invalidCRC32"},
+        {mebibyte + 5, true, true, ""},
+        {8 * mebibyte + 1, false, false, ""},
+        {8 * mebibyte + 1, true, false, "invalidCRC32"},
+        {8 * mebibyte + 1, true, true, ""},
+    };
+    for (const Case &c : cases) {
+        const std::string label = std::to_string(c.size) + (c.wrongChecksum ? " wrong checksum" : "") +
+                                  (c.skipCRC32 ? " skipped" : "");
+        TempDir dir;
+        const std::string content = randomText(c.size, static_cast<unsigned>(c.size));
+        RawEntry entry{.name = "sub/f", .content = content, .externalAttributes = 0100600u << 16};
+        if (c.wrongChecksum)
+            entry.crc = zlibCRC(content) ^ 1u;
+        writeBytes(dir / "a.zip", buildArchive({entry, {.name = "after", .content = "next"}}));
+        EXPECT_EQ(errorCaseOf([&] { unzipItem(dir / "a.zip", dir / "out", c.skipCRC32); }), c.expectedError)
+            << label;
+        EXPECT_TRUE(readFile(dir / "out/sub/f") == content) << label;
+        EXPECT_EQ(static_cast<unsigned>(fs::status(dir / "out/sub/f").permissions()), 0600u) << label;
+        EXPECT_EQ(fs::exists(dir / "out/after"), std::string(c.expectedError).empty()) << label;
+    }
+}
+
+TEST(FolderZip, StoredEntryRunningPastTheArchiveEndIsUnreadable)
+{
+    for (std::size_t size : {std::size_t{40000}, 9 * mebibyte}) {
+        TempDir dir;
+        const std::string content = randomText(size, 5);
+        // The headers promise `size` bytes; only a tenth of them follow before the directory and the end.
+        writeBytes(
+            dir / "a.zip",
+            buildArchive({{.name = "f", .content = content, .rawData = content.substr(0, size / 10)}}));
+        EXPECT_EQ(errorCaseOf([&] { unzipItem(dir / "a.zip", dir / "out"); }), "unreadableFile") << size;
+        EXPECT_LT(fs::file_size(dir / "out/f"), size) << size;
+    }
+}
+
+} // namespace
+} // namespace fiva::zip::test
