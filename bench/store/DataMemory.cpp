@@ -4,6 +4,7 @@
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Workspace.h"
+#include "store/FileIO.h"
 #include "store/LinkStore.h"
 
 #include <QCoreApplication>
@@ -12,7 +13,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -32,11 +32,17 @@ public:
     bool revealItem(const QString &) override { return false; }
 };
 
+// The high-water mark of this process's own memory. Not getrusage's ru_maxrss: that one carries
+// over from the parent across fork and exec, and the parent holds the generated data.
 long peakKiB()
 {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : status.readAll().split('\n'))
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+    return 0;
 }
 
 long currentKiB()
@@ -48,7 +54,8 @@ long currentKiB()
     return fields.size() > 1 ? fields[1].toLong() * (sysconf(_SC_PAGESIZE) / 1024) : 0;
 }
 
-// Child: "decode" reads and decodes the file; "store" starts a LinkStore on the folder around it.
+// Child: "decode" reads and decodes the file; "store" starts a LinkStore on the folder around it
+// (which rewrites the file); "save" does that and then saves once more after toggleFavorite.
 // Prints "BASELINE_KIB PEAK_KIB".
 int measure(const QString &mode, const QString &asFolder)
 {
@@ -56,11 +63,10 @@ int measure(const QString &mode, const QString &asFolder)
     const QString dataFile = asFolder + QStringLiteral("/Fiva/FivaData.json");
     qsizetype count = -1;
     if (mode == QStringLiteral("decode")) {
-        QFile file(dataFile);
-        if (!file.open(QIODevice::ReadOnly))
+        auto bytes = fileio::readDocument(dataFile);
+        if (!bytes)
             return 1;
-        const QByteArray bytes = file.readAll();
-        auto data = json::decodeSavedData(bytes);
+        auto data = json::decodeSavedData(std::move(bytes).value());
         count = data.ok() ? data.value().items.size() : -1;
     } else {
         FixedPaths paths(asFolder, asFolder + QStringLiteral("/tmp"));
@@ -68,6 +74,9 @@ int measure(const QString &mode, const QString &asFolder)
         SystemClock clock;
         LinkStore store(paths, workspace, clock);
         count = store.items().size();
+        // The save after a change, on top of the start-up and its own save.
+        if (mode == QStringLiteral("save") && count > 0)
+            store.toggleFavorite(store.items().at(count / 2).id);
     }
     std::printf("%ld %ld %lld\n", baseline, peakKiB(), static_cast<long long>(count));
     return 0;
@@ -92,8 +101,10 @@ int main(int argc, char **argv)
         if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
             return 1;
         file.close();
-        for (const QString &mode : {QStringLiteral("decode"), QStringLiteral("store")}) {
+        for (const QString &mode :
+             {QStringLiteral("decode"), QStringLiteral("store"), QStringLiteral("save")}) {
             QProcess child;
+            child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
             child.start(QCoreApplication::applicationFilePath(),
                         {QStringLiteral("--measure"), mode, dir.path()});
             child.waitForFinished(-1);

@@ -37,8 +37,19 @@ JsonWriter::JsonWriter(qsizetype expectedSize)
     m_data = m_buffer.data();
 }
 
+JsonWriter::JsonWriter(qsizetype chunkSize, Flush flush) : JsonWriter(chunkSize)
+{
+    m_flush = std::move(flush);
+}
+
 void JsonWriter::grow(qsizetype extra)
 {
+    if (m_flush && m_size > 0) {
+        m_flush(QByteArrayView(m_data, m_size));
+        m_size = 0;
+        if (m_buffer.size() >= extra)
+            return;
+    }
     qsizetype capacity = m_buffer.size();
     while (capacity - m_size < extra)
         capacity = capacity + capacity / 2 + 64;
@@ -141,6 +152,46 @@ void JsonWriter::integer(qint64 value)
     reserve(24);
     const auto result = std::to_chars(m_data + m_size, m_data + m_size + 24, value);
     m_size = result.ptr - m_data;
+}
+
+void JsonWriter::finish()
+{
+    if (m_flush && m_size > 0)
+        m_flush(QByteArrayView(m_data, m_size));
+    m_size = 0;
+}
+
+qsizetype JsonWriter::stringSize(QStringView text)
+{
+    // Mirrors string() branch for branch.
+    qsizetype size = 2;
+    const char16_t *p = text.utf16();
+    const char16_t *const end = p + text.size();
+    while (p < end) {
+        const char16_t c = *p++;
+        if (c < 0x80) {
+            const char escape = escapeTable[c];
+            size += escape == 0 ? 1 : escape != 'u' ? 2 : 6;
+        } else if (c < 0x800) {
+            size += 2;
+        } else if (c >= 0xD800 && c <= 0xDBFF && p < end && *p >= 0xDC00 && *p <= 0xDFFF) {
+            ++p;
+            size += 4;
+        } else {
+            size += 3;
+        }
+    }
+    return size;
+}
+
+qsizetype JsonWriter::numberSize(double value)
+{
+    if (!std::isfinite(value))
+        return -1;
+    if (value == 0.0 && std::signbit(value))
+        return 4;
+    char text[32];
+    return std::to_chars(text, text + sizeof text, value).ptr - text;
 }
 
 QByteArray JsonWriter::take()

@@ -4,6 +4,7 @@
 #include <QStringView>
 #include <QUuid>
 
+#include <functional>
 #include <string_view>
 
 namespace fiva::json {
@@ -15,6 +16,10 @@ class JsonWriter final
 {
 public:
     explicit JsonWriter(qsizetype expectedSize);
+    using Flush = std::function<void(QByteArrayView)>;
+    // Hands what it has written to `flush` whenever about `chunkSize` bytes have gathered, so that
+    // a large document never sits whole in memory; finish() hands over the rest.
+    JsonWriter(qsizetype chunkSize, Flush flush);
 
     void raw(char c)
     {
@@ -30,6 +35,13 @@ public:
     void boolean(bool value) { raw(value ? std::string_view("true") : std::string_view("false")); }
 
     QByteArray take();
+    void finish();
+
+    // The exact number of bytes string() and number() write for a value; -1 for a number that
+    // has no JSON form.
+    static qsizetype stringSize(QStringView text);
+    static qsizetype numberSize(double value);
+    static constexpr qsizetype uuidSize = 38;
 
 private:
     void reserve(qsizetype extra)
@@ -39,6 +51,7 @@ private:
     }
     void grow(qsizetype extra);
 
+    Flush m_flush;
     QByteArray m_buffer;
     char *m_data = nullptr;
     qsizetype m_size = 0;

@@ -119,11 +119,8 @@ void LinkStore::performAutoBackup()
 
     const Timestamp now = m_clock.now();
     const QString path = QDir(folder).filePath(autoBackupFileName(now));
-    const Result<QByteArray> bytes = json::encode(SavedData{m_items, m_categories, now});
-    if (!bytes)
-        return fail(bytes.error());
     const bool existed = QFileInfo::exists(path);
-    if (const auto error = fileio::writeWholeFile(path, bytes.value())) {
+    if (const auto error = fileio::writeDocument(path, SavedData{m_items, m_categories, now})) {
         // A half-written backup would count toward the ten kept and push out a good one.
         if (!existed)
             QFile::remove(path);

@@ -1,5 +1,7 @@
 #include "store/FileIO.h"
 
+#include "model/JsonCodec.h"
+
 #include <QFile>
 
 #include <errno.h>
@@ -7,9 +9,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <system_error>
+#include <utility>
 
 namespace fiva::fileio {
 
@@ -33,49 +38,175 @@ Result<QByteArray> readWholeFile(const QString &path)
     return bytes;
 }
 
-std::optional<QString> writeWholeFile(const QString &path, const QByteArray &bytes)
+Result<json::InputBuffer> readDocument(const QString &path)
 {
     const auto failure = [&](int error) {
-        return describe(path, QString::fromLocal8Bit(std::strerror(error)));
+        return Result<json::InputBuffer>::failure(
+            describe(path, QString::fromLocal8Bit(std::strerror(error))));
     };
-    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return failure(errno);
-    const auto closeWith = [&](int error) {
-        ::close(fd);
-        return failure(error);
-    };
     struct stat info
     {
     };
-    if (::fstat(fd, &info) != 0)
-        return closeWith(errno);
-    const bool regular = S_ISREG(info.st_mode);
-    const auto size = static_cast<off_t>(bytes.size());
-    // Reserve the room before overwriting anything: on a full disk the old content stays whole.
-    if (regular && size > 0) {
-        const int error = ::posix_fallocate(fd, 0, size);
-        if (error != 0 && error != EOPNOTSUPP && error != EINVAL)
-            return closeWith(error);
+    if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode)) {
+        const int error = S_ISDIR(info.st_mode) ? EISDIR : errno;
+        ::close(fd);
+        return failure(error);
     }
-    const char *data = bytes.constData();
-    qsizetype left = bytes.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, data, static_cast<size_t>(left));
-        if (n < 0) {
-            if (errno == EINTR)
+    try {
+        // The size is only a first guess: the file may change while it is read, and some files
+        // report no size at all.
+        json::InputBuffer buffer(info.st_size > 0 ? std::size_t(info.st_size) : 0);
+        std::size_t filled = 0;
+        for (;;) {
+            // Once the guessed size is filled, a small read tells the end from a file that grew,
+            // without doubling a large buffer for nothing.
+            char probe[4096];
+            const bool full = filled == buffer.size();
+            const ssize_t n = full ? ::read(fd, probe, sizeof probe)
+                                   : ::read(fd, buffer.data() + filled, buffer.size() - filled);
+            if (n < 0 && errno == EINTR)
                 continue;
-            return closeWith(errno);
+            if (n < 0) {
+                const int error = errno;
+                ::close(fd);
+                return failure(error);
+            }
+            if (n == 0)
+                break;
+            if (full) {
+                buffer.resize(std::max<std::size_t>(buffer.size() * 2, 64 * 1024));
+                std::memcpy(buffer.data() + filled, probe, std::size_t(n));
+            }
+            filled += std::size_t(n);
         }
-        data += n;
-        left -= n;
+        ::close(fd);
+        buffer.resize(filled);
+        return buffer;
+    } catch (const std::bad_alloc &) {
+        ::close(fd);
+        return failure(ENOMEM);
     }
-    // The old content may have been longer.
-    if (regular && ::ftruncate(fd, size) != 0)
-        return closeWith(errno);
-    if (::close(fd) != 0)
-        return failure(errno);
-    return std::nullopt;
+}
+
+namespace {
+
+// The file is opened only once the document's size is known, so that a document that cannot be
+// encoded leaves no empty file behind. Regular files get the room for the whole content reserved
+// first, so that a full disk leaves the old content whole, and are then written in place from
+// several threads; anything else (a device, a pipe) gets the bytes in order, in one go.
+class FileOutput final : public json::DocumentOutput
+{
+public:
+    explicit FileOutput(const QString &path) : m_path(path) {}
+    ~FileOutput() override
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+
+    std::optional<QString> reserve(qint64 size) override
+    {
+        m_fd = ::open(QFile::encodeName(m_path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+        if (m_fd < 0)
+            return failure(errno);
+        struct stat info
+        {
+        };
+        if (::fstat(m_fd, &info) != 0)
+            return failure(errno);
+        m_size = size;
+        m_regular = S_ISREG(info.st_mode);
+        if (!m_regular) {
+            m_inOrder.resize(qsizetype(size));
+            return std::nullopt;
+        }
+        if (size > 0) {
+            const int error = ::posix_fallocate(m_fd, 0, off_t(size));
+            if (error != 0 && error != EOPNOTSUPP && error != EINVAL)
+                return failure(error);
+        }
+        return std::nullopt;
+    }
+
+    std::optional<QString> write(qint64 offset, QByteArrayView bytes) override
+    {
+        if (!m_regular) {
+            std::memcpy(m_inOrder.data() + offset, bytes.data(), std::size_t(bytes.size()));
+            return std::nullopt;
+        }
+        const char *data = bytes.data();
+        qsizetype left = bytes.size();
+        while (left > 0) {
+            const ssize_t n = ::pwrite(m_fd, data, std::size_t(left), off_t(offset));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return failure(n < 0 ? errno : EIO);
+            data += n;
+            left -= n;
+            offset += n;
+        }
+        return std::nullopt;
+    }
+
+    std::optional<QString> finish()
+    {
+        if (!m_regular) {
+            const char *data = m_inOrder.constData();
+            qsizetype left = m_inOrder.size();
+            while (left > 0) {
+                const ssize_t n = ::write(m_fd, data, std::size_t(left));
+                if (n < 0 && errno == EINTR)
+                    continue;
+                if (n <= 0)
+                    return failure(n < 0 ? errno : EIO);
+                data += n;
+                left -= n;
+            }
+        } else if (::ftruncate(m_fd, off_t(m_size)) != 0) {
+            // The old content may have been longer.
+            return failure(errno);
+        }
+        const int fd = std::exchange(m_fd, -1);
+        if (::close(fd) != 0)
+            return failure(errno);
+        return std::nullopt;
+    }
+
+private:
+    QString failure(int error) const
+    {
+        return describe(m_path, QString::fromLocal8Bit(std::strerror(error)));
+    }
+
+    QString m_path;
+    int m_fd = -1;
+    qint64 m_size = 0;
+    bool m_regular = true;
+    QByteArray m_inOrder;
+};
+
+} // namespace
+
+std::optional<QString> writeWholeFile(const QString &path, const QByteArray &bytes)
+{
+    FileOutput output(path);
+    if (auto error = output.reserve(bytes.size()))
+        return error;
+    if (auto error = output.write(0, bytes))
+        return error;
+    return output.finish();
+}
+
+std::optional<QString> writeDocument(const QString &path, const SavedData &data)
+{
+    FileOutput output(path);
+    if (auto error = json::encode(data, output))
+        return error;
+    return output.finish();
 }
 
 std::optional<QString> makeFolder(const QString &path)

@@ -159,10 +159,7 @@ bool LinkStore::save()
     const QString path = dataFileURL();
     if (path.isEmpty())
         return fail(QStringLiteral("no application-support folder"));
-    const Result<QByteArray> bytes = json::encode(SavedData{m_items, m_categories, m_lastBackupDate});
-    if (!bytes)
-        return fail(bytes.error());
-    if (const auto error = fileio::writeWholeFile(path, bytes.value()))
+    if (const auto error = fileio::writeDocument(path, SavedData{m_items, m_categories, m_lastBackupDate}))
         return fail(*error);
     return true;
 }
@@ -176,11 +173,11 @@ void LinkStore::load()
     }
     QString error;
     std::optional<SavedData> data;
-    Result<QByteArray> bytes = fileio::readWholeFile(path);
+    Result<json::InputBuffer> bytes = fileio::readDocument(path);
     if (!bytes) {
         error = bytes.error();
     } else {
-        Result<SavedData> decoded = json::decodeSavedData(bytes.value(), m_clock.now());
+        Result<SavedData> decoded = json::decodeSavedData(std::move(bytes).value(), m_clock.now());
         if (decoded)
             data = std::move(decoded).value();
         else

@@ -9,10 +9,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
+#include <random>
+#include <regex>
+#include <simdjson.h>
 #include <vector>
 
 // Lets failing expectations show QStrings as text instead of arrays of UTF-16 units.
@@ -278,6 +282,126 @@ TEST(JsonDecode, DocumentRejections)
     for (const Case &c : cases) {
         SCOPED_TRACE(c.json);
         const QString error = decodeError(QByteArrayView(c.json, qsizetype(std::strlen(c.json))));
+        const QString expected = QString::fromUtf8(c.error);
+        if (expected.endsWith(u"..."_s))
+            EXPECT_TRUE(error.startsWith(expected.chopped(3))) << error.toStdString();
+        else
+            EXPECT_EQ(error, expected);
+    }
+}
+
+TEST(JsonDecode, KeysAreMatchedUnescapedAndTheFirstOfTwinsWins)
+{
+    // "\u0074itle" is "title" once unescaped; a second "title" is ignored, but must still be JSON.
+    const std::string record = objectText(withField(goodFields(), "title", nullptr));
+    const std::string twins = record.substr(0, record.size() - 1) +
+                              R"(,"\u0074itle":"Premier","title":"Second","kind":[1,{"x":[]}]})";
+    const LinkItem item = decodeOne(withField(goodFields(), "title", R"("Premier")"));
+    auto result =
+        json::decodeSavedData(QByteArray::fromStdString(R"({"items":[)" + twins + R"(],"categories":[]})"));
+    ASSERT_TRUE(result.ok()) << result.error().toStdString();
+    EXPECT_EQ(result.value().items.at(0), item);
+
+    const std::string broken = twins.substr(0, twins.size() - 1) + R"(,"title":[1,]})";
+    EXPECT_TRUE(decodeError(QByteArray::fromStdString(R"({"items":[)" + broken + R"(],"categories":[]})"))
+                    .startsWith(u"malformed JSON: "_s));
+}
+
+// The reader only looks at what it needs but must still reject every text that is not JSON. A
+// parser that builds the whole document first is the reference: random damage to a good document
+// must be malformed for both or for neither.
+TEST(JsonDecode, RejectsExactlyTheTextsAFullParserRejects)
+{
+    const LinkItem item = decodeOne(goodFields());
+    QByteArray good = encoded(SavedData{{item, item}, {u"Été / Notes"_s, u"a\"b\\c"_s}, Timestamp{0.5}});
+    good.insert(good.size() - 1, R"(,"extra":{"n":[-1.5e3,true,false,null,"\u00e9\ud83d\ude00"]})");
+    const char alphabet[] = "\"\\{}[],:0-.eE+tfnulrsa \x01\xc3\xa9/u";
+    std::mt19937 random(7);
+    simdjson::dom::parser parser;
+    int malformed = 0;
+    for (int round = 0; round < 20000; ++round) {
+        QByteArray damaged = good;
+        const int edits = 1 + int(random() % 3);
+        for (int e = 0; e < edits; ++e) {
+            const qsizetype at = qsizetype(random() % std::uint32_t(damaged.size()));
+            const char c = alphabet[random() % (sizeof alphabet - 1)];
+            switch (random() % 3) {
+            case 0:
+                damaged[at] = c;
+                break;
+            case 1:
+                damaged.insert(at, c);
+                break;
+            default:
+                damaged.remove(at, 1);
+                break;
+            }
+        }
+        simdjson::dom::element root;
+        const simdjson::padded_string padded(damaged.constData(), std::size_t(damaged.size()));
+        const simdjson::error_code reference = parser.parse(padded).get(root);
+        auto result = json::decodeSavedData(damaged);
+        const bool rejected = !result.ok() && result.error().startsWith(u"malformed JSON: "_s);
+        // An integer too large for 64 bits is still a number to us (a date may be written so).
+        if (reference == simdjson::NUMBER_ERROR && !rejected &&
+            std::regex_search(damaged.toStdString(), std::regex("[0-9]{19}")))
+            continue;
+        malformed += rejected;
+        ASSERT_EQ(rejected, reference != simdjson::SUCCESS)
+            << damaged.toStdString() << "\nreference: " << simdjson::error_message(reference)
+            << "\nours: " << (result.ok() ? std::string("decoded") : result.error().toStdString());
+    }
+    EXPECT_GT(malformed, 1000) << "the damage should often break the syntax";
+}
+
+// Large documents are decoded in runs on several threads; the outcome must be the one of reading
+// the records in order, wherever the faults lie.
+TEST(JsonDecode, ManyRecordsGiveTheResultOfReadingInOrder)
+{
+    constexpr int count = 12000;
+    std::vector<std::string> records;
+    for (int i = 0; i < count; ++i) {
+        char id[40];
+        std::snprintf(id, sizeof id, "\"00000000-0000-0000-0000-%012d\"", i);
+        records.push_back(
+            objectText(withField(withField(goodFields(), "id", id), "createdAt", std::to_string(i).c_str())));
+    }
+    const auto document = [&](const std::vector<std::pair<int, std::string>> &changes) {
+        std::vector<std::string> changed = records;
+        for (const auto &[index, text] : changes)
+            changed[std::size_t(index)] = text;
+        std::string text = R"({"categories":[],"items":[)";
+        for (std::size_t i = 0; i < changed.size(); ++i)
+            text += (i ? "," : "") + changed[i];
+        return QByteArray::fromStdString(text + "]}");
+    };
+
+    auto all = json::decodeSavedData(document({}));
+    ASSERT_TRUE(all.ok()) << all.error().toStdString();
+    ASSERT_EQ(all.value().items.size(), count);
+    for (int i : {0, 1, count / 2, count - 1})
+        EXPECT_EQ(all.value().items[i].createdAt, Timestamp{double(i)});
+    EXPECT_EQ(json::encode(all.value()).value(),
+              json::encode(json::decodeSavedData(encoded(all.value())).value()).value());
+
+    const std::string badFavorite = objectText(withField(goodFields(), "isFavorite", "0"));
+    const std::string noTitle = objectText(withField(goodFields(), "title", nullptr));
+    const std::string brokenSyntax = objectText(withField(goodFields(), "notes", "[1,]"));
+    const struct
+    {
+        std::vector<std::pair<int, std::string>> changes;
+        const char *error;
+    } cases[] = {
+        {{{count - 2, noTitle}, {count / 3, badFavorite}}, "items[4000].isFavorite: expected a boolean"},
+        {{{count - 1, noTitle}}, "items[11999].title: missing"},
+        {{{7, badFavorite}, {count - 5, "17"}}, "items[7].isFavorite: expected a boolean"},
+        {{{count - 5, "17"}, {count - 4, badFavorite}}, "items[11995]: expected an object"},
+        {{{3, badFavorite}, {count - 3, brokenSyntax}}, "malformed JSON: ..."},
+        {{{count - 3, "{\"title\":\"\\q\"}"}}, "malformed JSON: ..."},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.error);
+        const QString error = decodeError(document(c.changes));
         const QString expected = QString::fromUtf8(c.error);
         if (expected.endsWith(u"..."_s))
             EXPECT_TRUE(error.startsWith(expected.chopped(3))) << error.toStdString();
