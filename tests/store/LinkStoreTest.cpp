@@ -8,6 +8,7 @@
 #include <QTimer>
 
 #include <functional>
+#include <limits>
 
 #include "StoreTestSupport.h"
 
@@ -376,6 +377,60 @@ TEST_F(StoreTest, FileWritesReplaceInPlaceAndFailuresNameThePath)
         ASSERT_TRUE(error.has_value()) << target.toStdString();
         EXPECT_TRUE(error->startsWith(target + u": "_s)) << error->toStdString();
     }
+
+    // The reader's own buffer: exact content whatever size the file claims, errors naming the path.
+    ASSERT_TRUE(QDir().mkpath(path(u"folder"_s)));
+    const QString empty = path(u"empty.json"_s);
+    writeBytes(empty, QByteArray());
+    QFile status(u"/proc/self/status"_s);
+    ASSERT_TRUE(status.open(QIODevice::ReadOnly));
+    const std::pair<QString, QByteArray> readable[] = {{file, "short"}, {empty, QByteArray()}};
+    for (const auto &[name, content] : readable) {
+        auto buffer = readDocument(name);
+        ASSERT_TRUE(buffer.ok()) << buffer.error().toStdString();
+        EXPECT_EQ(QByteArray(buffer.value().data(), qsizetype(buffer.value().size())), content);
+    }
+    auto reported = readDocument(u"/proc/self/status"_s);
+    ASSERT_TRUE(reported.ok());
+    EXPECT_TRUE(QByteArray(reported.value().data(), qsizetype(reported.value().size())).startsWith("Name:"));
+    for (const QString &name : {path(u"folder"_s), path(u"absent"_s)}) {
+        auto buffer = readDocument(name);
+        ASSERT_FALSE(buffer.ok());
+        EXPECT_TRUE(buffer.error().startsWith(name + u": "_s)) << buffer.error().toStdString();
+    }
+}
+
+TEST_F(StoreTest, LargeDocumentsAreWrittenInPlaceAsEncodedAndNotAtAllWhenTheyCannotBe)
+{
+    using namespace fileio;
+    SavedData data;
+    for (int i = 0; i < 12000; ++i)
+        data.items.append(LinkItem{QUuid::createUuid(),
+                                   u"Fiche é %1"_s.arg(i),
+                                   u"https://exemple.fr/%1"_s.arg(i),
+                                   travail,
+                                   i % 3 ? std::optional<QString>(u"<p>n\n</p>"_s) : std::nullopt,
+                                   Timestamp{double(i)},
+                                   i % 2 == 0,
+                                   {},
+                                   LinkKind::url});
+    data.categories = {travail, projets};
+    data.lastBackupDate = Timestamp{1.5};
+    const QString target = path(u"large.json"_s);
+    writeBytes(target, QByteArray(4 * 1024 * 1024, 'o'));
+    ASSERT_FALSE(writeDocument(target, data).has_value());
+    const QByteArray written = readBytes(target);
+    EXPECT_EQ(written, json::encode(data).value());
+    EXPECT_EQ(json::decodeSavedData(written).value(), data);
+
+    // A date with no JSON form: the existing file keeps its bytes and no new file appears.
+    data.items[9000].createdAt = Timestamp{std::numeric_limits<double>::infinity()};
+    const auto error = writeDocument(target, data);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(*error, u"items[9000].createdAt: cannot write a date that is not a finite number"_s);
+    EXPECT_EQ(readBytes(target), written);
+    EXPECT_TRUE(writeDocument(path(u"new.json"_s), data).has_value());
+    EXPECT_FALSE(QFile::exists(path(u"new.json"_s)));
 }
 
 } // namespace
