@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <utility>
 
 namespace fiva::zip {
@@ -18,6 +19,7 @@ constexpr std::uint16_t versionMadeByUnix = 789; // host 3 (UNIX), version 2.1
 constexpr std::uint16_t versionDefault = 20;
 constexpr std::uint16_t versionZIP64 = 45;
 constexpr std::uint16_t flagUTF8 = 1u << 11;
+constexpr std::size_t storedFileChunkSize = 1024 * 1024;
 
 // Flushes the archive stream however an addition ends.
 class FlushGuard
@@ -379,16 +381,26 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
         if (file.get() < 0)
             throw FileSystemError::fromErrno(errno, fileURL);
         ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-        Bytes buffer(std::min<std::uint64_t>(bufferSize, std::max<std::uint64_t>(size, 1)));
+        // Stored bytes come out exactly as they go in, however they are cut, so a stored file moves in large
+        // chunks: one read and one write for most files, and no second header written over the first.
+        // Deflated data keeps the chunking it was asked for.
+        const std::size_t chunkSize = compressionMethod == CompressionMethod::none && bufferSize > 0
+                                          ? std::max(bufferSize, storedFileChunkSize)
+                                          : bufferSize;
+        std::size_t capacity =
+            static_cast<std::size_t>(std::min<std::uint64_t>(chunkSize, std::max<std::uint64_t>(size, 1)));
+        auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
         auto provider = [&](std::uint64_t, std::size_t count) {
-            if (buffer.size() < count)
-                buffer.resize(count);
+            if (capacity < count) {
+                buffer = std::make_unique_for_overwrite<std::uint8_t[]>(count);
+                capacity = count;
+            }
             // A file that shrinks while it is packed would leave an entry shorter than its header says.
-            if (readFully(file.get(), buffer.data(), count) != count)
+            if (readFully(file.get(), buffer.get(), count) != count)
                 throw DataError(DataError::unreadableFile);
-            return ByteView(buffer.data(), count);
+            return ByteView(buffer.get(), count);
         };
-        addEntry(path, type, size, modificationDate, permissions, compressionMethod, bufferSize, provider);
+        addEntry(path, type, size, modificationDate, permissions, compressionMethod, chunkSize, provider);
         break;
     }
     case EntryType::directory: {

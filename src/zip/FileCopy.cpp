@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <system_error>
 #include <thread>
 
@@ -53,14 +54,16 @@ void writeFully(int fd, const std::uint8_t *bytes, std::size_t count)
 // Through this process: read, fold into the CRC-32 when `checksum` is given, write.
 void copyThroughBuffer(int from, std::uint64_t offset, std::uint64_t size, int to, std::uint32_t *checksum)
 {
-    Bytes buffer(static_cast<std::size_t>(std::min<std::uint64_t>(size, copyChunkSize)));
+    const auto capacity = static_cast<std::size_t>(std::min<std::uint64_t>(size, copyChunkSize));
+    // Not zeroed: every byte is read into before it is used.
+    const auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
     for (std::uint64_t position = 0; position < size;) {
-        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - position, buffer.size()));
-        if (!readFullyAt(from, buffer.data(), count, offset + position))
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - position, capacity));
+        if (!readFullyAt(from, buffer.get(), count, offset + position))
             throw DataError(DataError::unreadableFile);
         if (checksum)
-            *checksum = crc32(ByteView(buffer.data(), count), *checksum);
-        writeFully(to, buffer.data(), count);
+            *checksum = crc32(ByteView(buffer.get(), count), *checksum);
+        writeFully(to, buffer.get(), count);
         position += count;
     }
 }
@@ -99,7 +102,7 @@ std::uint32_t copyFileRange(int from, std::uint64_t offset, std::uint64_t size, 
     }
 
     // The checksum thread reads the range on its own; the buffer is made here so that it cannot fail there.
-    Bytes buffer(copyChunkSize);
+    const auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(copyChunkSize);
     bool readFailed = false;
     std::jthread worker;
     try {
@@ -109,11 +112,11 @@ std::uint32_t copyFileRange(int from, std::uint64_t offset, std::uint64_t size, 
                     return;
                 const auto count =
                     static_cast<std::size_t>(std::min<std::uint64_t>(size - position, copyChunkSize));
-                if (!readFullyAt(from, buffer.data(), count, offset + position)) {
+                if (!readFullyAt(from, buffer.get(), count, offset + position)) {
                     readFailed = true;
                     return;
                 }
-                checksum = crc32(ByteView(buffer.data(), count), checksum);
+                checksum = crc32(ByteView(buffer.get(), count), checksum);
             }
         });
     } catch (const std::system_error &) {

@@ -217,6 +217,57 @@ TEST(ArchiveWriting, DeferredDirectoryWritesTheSameBytesAsSingleAdditions)
     EXPECT_EQ(index, contents.size());
 }
 
+// Files added from the disk, whatever size their data moves in, give the bytes of the core addition fed in
+// chunks of the default size, for sizes around one chunk and around the larger copies of stored files.
+TEST(ArchiveWriting, FilesFromDiskWriteTheBytesOfDefaultChunks)
+{
+    const std::size_t mebibyte = 1024 * 1024;
+    const std::size_t sizes[] = {
+        0, 1, 16383, 16384, 16385, mebibyte - 1, mebibyte, mebibyte + 1, 3 * mebibyte + 5};
+    std::mt19937 random(9);
+    TempDir dir;
+    std::vector<std::string> contents;
+    for (std::size_t size : sizes) {
+        std::string text(size, '\0');
+        for (auto &c : text)
+            c = static_cast<char>('a' + random() % 4);
+        contents.push_back(text);
+        writeFile(dir / "src" / std::to_string(size), text);
+    }
+    for (CompressionMethod method : {CompressionMethod::none, CompressionMethod::deflate}) {
+        const std::string tag = method == CompressionMethod::none ? "stored" : "deflated";
+        {
+            Archive fromDisk(dir / (tag + "-disk.zip"), Archive::AccessMode::create);
+            Archive core(dir / (tag + "-core.zip"), Archive::AccessMode::create);
+            for (std::size_t i = 0; i < std::size(sizes); ++i) {
+                const std::string name = std::to_string(sizes[i]);
+                fromDisk.addEntry(name, dir / "src", method);
+                struct stat status
+                {
+                };
+                ASSERT_EQ(::lstat((dir / "src" / name).c_str(), &status), 0);
+                const Date date{std::chrono::duration_cast<Date::duration>(
+                    seconds(status.st_mtim.tv_sec) + std::chrono::nanoseconds(status.st_mtim.tv_nsec))};
+                core.addEntry(name, EntryType::file, sizes[i], date,
+                              static_cast<std::uint16_t>(status.st_mode), method, defaultWriteChunkSize,
+                              textProvider(contents[i]));
+            }
+        }
+        const Bytes fromDisk = readBytes(dir / (tag + "-disk.zip"));
+        EXPECT_EQ(fromDisk.size(), readBytes(dir / (tag + "-core.zip")).size()) << tag;
+        EXPECT_TRUE(fromDisk == readBytes(dir / (tag + "-core.zip"))) << tag;
+
+        // A buffer of no bytes is refused before anything is written, however large the copies are.
+        {
+            Archive archive(dir / (tag + "-disk.zip"), Archive::AccessMode::update);
+            EXPECT_EQ(errorCaseOf([&] { archive.addEntry("16385", dir / "src", method, 0); }),
+                      "invalidBufferSize")
+                << tag;
+        }
+        EXPECT_TRUE(readBytes(dir / (tag + "-disk.zip")) == fromDisk) << tag;
+    }
+}
+
 TEST(ArchiveWriting, EntryCountOf65535GetsZIP64EndRecords)
 {
     TempDir dir;
