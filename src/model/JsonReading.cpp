@@ -225,19 +225,50 @@ bool isJsonSpace(char c)
 // not an object.
 using RecordTexts = std::vector<std::string_view>;
 
+// The known keys of one object, by their place in the reading order: which were given a value
+// (null counts as absent) and the problem of each.
+template <std::size_t N> struct KnownKeys
+{
+    const std::array<std::string_view, N> &names;
+    std::array<bool, N> present{};
+    std::array<Problem, N> problems{};
+
+    // The problem of the earliest key in reading order, a missing required key counting as one.
+    // `required` has bit k set when key k must be present.
+    bool firstProblem(const Place &place, std::uint32_t required, Problem &problem) const
+    {
+        for (std::size_t k = 0; k < N; ++k) {
+            if (problems[k]) {
+                problem.description = problems[k].description;
+                return true;
+            }
+            if ((required >> k & 1u) && !present[k]) {
+                problem.set(place.field(names[k]), QStringLiteral("missing"));
+                return true;
+            }
+        }
+        return false;
+    }
+};
+
+template <std::size_t N> int indexOf(const std::array<std::string_view, N> &names, std::string_view name)
+{
+    for (std::size_t k = 0; k < N; ++k)
+        if (names[k] == name)
+            return int(k);
+    return -1;
+}
+
 // What the walk over a data file found, before its records are decoded.
 struct SavedDataWalk
 {
     enum Slot { items, categories, lastBackupDate };
-    static constexpr int count = 3;
-    static constexpr std::array<std::string_view, count> names = {"items", "categories", "lastBackupDate"};
+    static constexpr std::array<std::string_view, 3> names = {"items", "categories", "lastBackupDate"};
 
     SavedData data;
     RecordTexts records;
     Problem rootProblem;
-    std::array<Problem, count> problems;
-    std::array<bool, count> present{};
-    std::array<bool, count> seen{};
+    KnownKeys<3> keys{names};
 };
 
 enum class JsonType { array, object, number, string, boolean, null };
@@ -435,6 +466,26 @@ public:
         return LinkKind::file;
     }
 
+    // Reads the first occurrence of each known key of an object with read(k, value, place,
+    // problem), which answers whether the key has a value; every other field is only checked.
+    template <std::size_t N, class KeyIndex, class Read>
+    void readKeys(od::value &object, const Place &place, KnownKeys<N> &keys, KeyIndex keyIndex, Read read)
+    {
+        std::array<bool, N> seen{};
+        for (auto field : take<od::object>(object.get_object())) {
+            od::field f = take<od::field>(field);
+            const int k = keyIndex(key(f));
+            od::value v = f.value();
+            if (k < 0 || seen[std::size_t(k)]) {
+                skip(v);
+                continue;
+            }
+            seen[std::size_t(k)] = true;
+            const Place at = place.field(keys.names[std::size_t(k)]);
+            keys.present[std::size_t(k)] = read(k, v, at, keys.problems[std::size_t(k)]);
+        }
+    }
+
     Attachment attachment(od::value &value, const Place &place, Problem &problem)
     {
         Attachment a;
@@ -443,40 +494,17 @@ public:
             skip(value);
             return a;
         }
-        enum { id, fileName, filePath, count };
-        static constexpr std::array<std::string_view, count> names = {"id", "fileName", "filePath"};
-        std::array<bool, count> present{};
-        std::array<Problem, count> problems;
-        for (auto field : take<od::object>(value.get_object())) {
-            od::field f = take<od::field>(field);
-            const std::string_view name = key(f);
-            od::value v = f.value();
-            int slot = 0;
-            while (slot < count && names[std::size_t(slot)] != name)
-                ++slot;
-            if (slot == count || present[std::size_t(slot)]) {
-                skip(v);
-                continue;
-            }
-            const Place at = place.field(names[std::size_t(slot)]);
-            Problem &p = problems[std::size_t(slot)];
-            if (slot == id)
-                present[id] = expect(v, JsonType::string, at, expectedString(), p,
-                                     [&](od::value &s) { a.id = uuid(s, at, p); });
-            else
-                present[std::size_t(slot)] =
-                    requiredString(v, at, p, slot == fileName ? a.fileName : a.filePath);
-        }
-        for (int slot = 0; slot < count; ++slot) {
-            if (problems[std::size_t(slot)]) {
-                problem.description = problems[std::size_t(slot)].description;
-                return a;
-            }
-            if (!present[std::size_t(slot)]) {
-                problem.set(place.field(names[std::size_t(slot)]), QStringLiteral("missing"));
-                return a;
-            }
-        }
+        static constexpr std::array<std::string_view, 3> names = {"id", "fileName", "filePath"};
+        KnownKeys<3> keys{names};
+        readKeys(
+            value, place, keys, [](std::string_view name) { return indexOf(names, name); },
+            [&](int k, od::value &v, const Place &at, Problem &p) {
+                if (k == 0)
+                    return expect(v, JsonType::string, at, expectedString(), p,
+                                  [&](od::value &s) { a.id = uuid(s, at, p); });
+                return requiredString(v, at, p, k == 1 ? a.fileName : a.filePath);
+            });
+        keys.firstProblem(place, 0b111, problem);
         return a;
     }
 
@@ -489,104 +517,67 @@ public:
             skip(value);
             return item;
         }
-        enum { id, title, path, category, notes, createdAt, isFavorite, attachments, kind, count };
-        static constexpr std::array<std::string_view, count> names = {
+        enum { id, title, path, category, notes, createdAt, isFavorite, attachments, kind };
+        static constexpr std::array<std::string_view, 9> names = {
             "id", "title", "path", "category", "notes", "createdAt", "isFavorite", "attachments", "kind"};
-        std::array<bool, count> present{};
-        std::array<bool, count> seen{};
-        std::array<Problem, count> problems;
-        std::string_view kindName;
-        std::string kindText;
-        for (auto field : take<od::object>(value.get_object())) {
-            od::field f = take<od::field>(field);
-            const std::string_view name = key(f);
-            od::value v = f.value();
-            int slot = slotOf(name);
-            if (slot < 0 || seen[std::size_t(slot)]) {
-                skip(v);
-                continue;
-            }
-            seen[std::size_t(slot)] = true;
-            const Place at = place.field(names[std::size_t(slot)]);
-            Problem &p = problems[std::size_t(slot)];
-            bool &has = present[std::size_t(slot)];
-            switch (slot) {
+        KnownKeys<9> keys{names};
+        readKeys(value, place, keys, slotOf, [&](int k, od::value &v, const Place &at, Problem &p) {
+            switch (k) {
             case id:
-                has = expect(v, JsonType::string, at, expectedString(), p,
-                             [&](od::value &s) { item.id = uuid(s, at, p); });
-                break;
+                return expect(v, JsonType::string, at, expectedString(), p,
+                              [&](od::value &s) { item.id = uuid(s, at, p); });
             case title:
-                has = requiredString(v, at, p, item.title);
-                break;
+                return requiredString(v, at, p, item.title);
             case path:
-                has = requiredString(v, at, p, item.path);
-                break;
+                return requiredString(v, at, p, item.path);
             case category:
-                has = requiredString(v, at, p, item.category);
-                break;
+                return requiredString(v, at, p, item.category);
             case notes:
-                has = expect(v, JsonType::string, at, expectedString(), p,
-                             [&](od::value &s) { item.notes = string(s); });
-                break;
+                return expect(v, JsonType::string, at, expectedString(), p,
+                              [&](od::value &s) { item.notes = string(s); });
             case createdAt:
-                has = expect(v, JsonType::number, at, expectedNumber(), p,
-                             [&](od::value &n) { item.createdAt = Timestamp{date(n)}; });
-                break;
+                return expect(v, JsonType::number, at, expectedNumber(), p,
+                              [&](od::value &n) { item.createdAt = Timestamp{date(n)}; });
             case isFavorite:
-                has = expect(v, JsonType::boolean, at, QStringLiteral("expected a boolean"), p,
-                             [&](od::value &b) { item.isFavorite = boolean(b); });
-                break;
+                return expect(v, JsonType::boolean, at, QStringLiteral("expected a boolean"), p,
+                              [&](od::value &b) { item.isFavorite = boolean(b); });
             case attachments:
-                has =
-                    expect(v, JsonType::array, at, QStringLiteral("expected an array"), p, [&](od::value &a) {
-                        qsizetype i = 0;
-                        for (auto element : take<od::array>(a.get_array())) {
-                            od::value e = take<od::value>(element);
-                            if (p) {
-                                skip(e);
-                            } else {
-                                Attachment attachment = this->attachment(e, at.element(i), p);
-                                if (!p)
-                                    item.attachments.append(std::move(attachment));
-                            }
-                            ++i;
-                        }
-                    });
-                break;
-            case kind:
-                has = expect(v, JsonType::string, at, expectedString(), p, [&](od::value &s) {
-                    kindText.assign(utf8(rawString(s)));
-                    kindName = kindText;
+                return expect(v, JsonType::array, at, QStringLiteral("expected an array"), p,
+                              [&](od::value &a) {
+                                  qsizetype i = 0;
+                                  for (auto element : take<od::array>(a.get_array())) {
+                                      od::value e = take<od::value>(element);
+                                      if (p) {
+                                          skip(e);
+                                      } else {
+                                          Attachment attachment = this->attachment(e, at.element(i), p);
+                                          if (!p)
+                                              item.attachments.append(std::move(attachment));
+                                      }
+                                      ++i;
+                                  }
+                              });
+            default:
+                return expect(v, JsonType::string, at, expectedString(), p, [&](od::value &s) {
+                    const std::string_view name = utf8(rawString(s));
+                    if (name == "url")
+                        item.kind = LinkKind::url;
+                    else if (name == "file")
+                        item.kind = LinkKind::file;
+                    else if (name == "directory")
+                        item.kind = LinkKind::directory;
+                    else
+                        p.set(at, QStringLiteral("unknown kind ") + quoted(name));
                 });
-                break;
             }
-        }
-        for (int slot = 0; slot < count; ++slot) {
-            if (problems[std::size_t(slot)]) {
-                problem.description = problems[std::size_t(slot)].description;
-                return item;
-            }
-            const bool required = slot == title || slot == path || slot == category;
-            if (required && !present[std::size_t(slot)]) {
-                problem.set(place.field(names[std::size_t(slot)]), QStringLiteral("missing"));
-                return item;
-            }
-            if (slot == kind && present[kind]) {
-                if (kindName == "url")
-                    item.kind = LinkKind::url;
-                else if (kindName == "file")
-                    item.kind = LinkKind::file;
-                else if (kindName == "directory")
-                    item.kind = LinkKind::directory;
-                else
-                    problem.set(place.field("kind"), QStringLiteral("unknown kind ") + quoted(kindName));
-            }
-        }
-        if (!present[id])
+        });
+        if (keys.firstProblem(place, 1u << title | 1u << path | 1u << category, problem))
+            return item;
+        if (!keys.present[id])
             item.id = QUuid::createUuid();
-        if (!present[createdAt])
+        if (!keys.present[createdAt])
             item.createdAt = m_now;
-        if (!present[kind])
+        if (!keys.present[kind])
             item.kind = inferKind(item.path);
         return item;
     }
@@ -634,8 +625,7 @@ public:
 
     QList<BackupLog> backupLogs(od::value &value, Problem &problem)
     {
-        enum { id, date, filePath, fileSize, count };
-        static constexpr std::array<std::string_view, count> names = {"id", "date", "filePath", "fileSize"};
+        static constexpr std::array<std::string_view, 4> names = {"id", "date", "filePath", "fileSize"};
         const Place document;
         QList<BackupLog> history;
         qsizetype i = 0;
@@ -652,49 +642,25 @@ public:
                 continue;
             }
             BackupLog log;
-            std::array<bool, count> present{};
-            std::array<bool, count> seen{};
-            std::array<Problem, count> problems;
-            for (auto field : take<od::object>(e.get_object())) {
-                od::field f = take<od::field>(field);
-                const std::string_view name = key(f);
-                od::value v = f.value();
-                int slot = 0;
-                while (slot < count && names[std::size_t(slot)] != name)
-                    ++slot;
-                if (slot == count || seen[std::size_t(slot)]) {
-                    skip(v);
-                    continue;
-                }
-                seen[std::size_t(slot)] = true;
-                const Place at = place.field(names[std::size_t(slot)]);
-                Problem &p = problems[std::size_t(slot)];
-                bool &has = present[std::size_t(slot)];
-                switch (slot) {
-                case id:
-                    has = expect(v, JsonType::string, at, expectedString(), p,
-                                 [&](od::value &s) { log.id = uuid(s, at, p); });
-                    break;
-                case date:
-                    has = expect(v, JsonType::number, at, expectedNumber(), p,
-                                 [&](od::value &n) { log.date = Timestamp{this->date(n)}; });
-                    break;
-                case filePath:
-                    has = requiredString(v, at, p, log.filePath);
-                    break;
-                case fileSize:
-                    has = expect(v, JsonType::number, at, QStringLiteral("expected an integer"), p,
-                                 [&](od::value &n) { log.fileSize = integer(n, at, p); });
-                    break;
-                }
-            }
-            for (int slot = 0; slot < count && !problem; ++slot) {
-                if (problems[std::size_t(slot)])
-                    problem.description = problems[std::size_t(slot)].description;
-                else if (!present[std::size_t(slot)])
-                    problem.set(place.field(names[std::size_t(slot)]), QStringLiteral("missing"));
-            }
-            if (!problem)
+            KnownKeys<4> keys{names};
+            readKeys(
+                e, place, keys, [](std::string_view name) { return indexOf(names, name); },
+                [&](int k, od::value &v, const Place &at, Problem &p) {
+                    switch (k) {
+                    case 0:
+                        return expect(v, JsonType::string, at, expectedString(), p,
+                                      [&](od::value &s) { log.id = uuid(s, at, p); });
+                    case 1:
+                        return expect(v, JsonType::number, at, expectedNumber(), p,
+                                      [&](od::value &n) { log.date = Timestamp{date(n)}; });
+                    case 2:
+                        return requiredString(v, at, p, log.filePath);
+                    default:
+                        return expect(v, JsonType::number, at, QStringLiteral("expected an integer"), p,
+                                      [&](od::value &n) { log.fileSize = integer(n, at, p); });
+                    }
+                });
+            if (!keys.firstProblem(place, 0b1111, problem))
                 history.append(std::move(log));
         }
         if (problem)
@@ -712,52 +678,40 @@ public:
             skip(root);
             return;
         }
-        using Slot = SavedDataWalk::Slot;
-        for (auto field : take<od::object>(root.get_object())) {
-            od::field f = take<od::field>(field);
-            const std::string_view name = key(f);
-            od::value v = f.value();
-            int slot = 0;
-            while (slot < SavedDataWalk::count && SavedDataWalk::names[std::size_t(slot)] != name)
-                ++slot;
-            if (slot == SavedDataWalk::count || walk.seen[std::size_t(slot)]) {
-                skip(v);
-                continue;
-            }
-            walk.seen[std::size_t(slot)] = true;
-            const Place at = document.field(SavedDataWalk::names[std::size_t(slot)]);
-            Problem &p = walk.problems[std::size_t(slot)];
-            bool &has = walk.present[std::size_t(slot)];
-            switch (slot) {
-            case Slot::items:
-                has = expect(v, JsonType::array, at, QStringLiteral("expected an array"), p,
-                             [&](od::value &a) { walk.records = recordTexts(a); });
-                break;
-            case Slot::categories:
-                has =
-                    expect(v, JsonType::array, at, QStringLiteral("expected an array"), p, [&](od::value &a) {
-                        qsizetype i = 0;
-                        for (auto element : take<od::array>(a.get_array())) {
-                            od::value e = take<od::value>(element);
-                            const Place entry = at.element(i++);
-                            if (p) {
-                                skip(e);
-                                continue;
-                            }
-                            QString name;
-                            if (requiredString(e, entry, p, name) && !p)
-                                data.categories.append(std::move(name));
-                            else
-                                p.set(entry, expectedString());
-                        }
-                    });
-                break;
-            case Slot::lastBackupDate:
-                has = expect(v, JsonType::number, at, expectedNumber(), p,
-                             [&](od::value &n) { data.lastBackupDate = Timestamp{date(n)}; });
-                break;
-            }
+        readKeys(
+            root, document, walk.keys,
+            [](std::string_view name) { return indexOf(SavedDataWalk::names, name); },
+            [&](int k, od::value &v, const Place &at, Problem &p) {
+                switch (k) {
+                case SavedDataWalk::items:
+                    return expect(v, JsonType::array, at, QStringLiteral("expected an array"), p,
+                                  [&](od::value &a) { walk.records = recordTexts(a); });
+                case SavedDataWalk::categories:
+                    return expect(v, JsonType::array, at, QStringLiteral("expected an array"), p,
+                                  [&](od::value &a) { data.categories = strings(a, at, p); });
+                default:
+                    return expect(v, JsonType::number, at, expectedNumber(), p,
+                                  [&](od::value &n) { data.lastBackupDate = Timestamp{date(n)}; });
+                }
+            });
+    }
+
+    QStringList strings(od::value &array, const Place &place, Problem &problem)
+    {
+        QStringList list;
+        qsizetype i = 0;
+        for (auto element : take<od::array>(array.get_array())) {
+            od::value e = take<od::value>(element);
+            const Place entry = place.element(i++);
+            QString text;
+            if (problem)
+                skip(e);
+            else if (requiredString(e, entry, problem, text) && !problem)
+                list.append(std::move(text));
+            else
+                problem.set(entry, expectedString());
         }
+        return list;
     }
 
 private:
@@ -967,16 +921,12 @@ struct SavedDataDocument
         const Place document;
         if (state.rootProblem)
             return Result<SavedData>::failure(state.rootProblem.description);
-        Problem &items = state.problems[State::items];
-        if (!items && state.present[State::items])
+        Problem &items = state.keys.problems[State::items];
+        if (!items && state.keys.present[State::items])
             state.data.items = decodeRecords(state.records, document.field("items"), items, input, now);
-        for (int slot = 0; slot < State::count; ++slot) {
-            if (state.problems[std::size_t(slot)])
-                return Result<SavedData>::failure(state.problems[std::size_t(slot)].description);
-            if (slot != State::lastBackupDate && !state.present[std::size_t(slot)])
-                return Result<SavedData>::failure(
-                    describe(document.field(State::names[std::size_t(slot)]), QStringLiteral("missing")));
-        }
+        Problem problem;
+        if (state.keys.firstProblem(document, 1u << State::items | 1u << State::categories, problem))
+            return Result<SavedData>::failure(problem.description);
         return std::move(state.data);
     }
 };

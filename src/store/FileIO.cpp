@@ -93,6 +93,26 @@ Result<json::InputBuffer> readDocument(const QString &path)
 
 namespace {
 
+// Writes all the bytes at `offset`, or at the file's position when it is -1; 0 or an errno value.
+int writeAll(int fd, QByteArrayView bytes, qint64 offset)
+{
+    const char *data = bytes.data();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = offset < 0 ? ::write(fd, data, std::size_t(left))
+                                     : ::pwrite(fd, data, std::size_t(left), off_t(offset));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return n < 0 ? errno : EIO;
+        data += n;
+        left -= n;
+        if (offset >= 0)
+            offset += n;
+    }
+    return 0;
+}
+
 // The file is opened only once the document's size is known, so that a document that cannot be
 // encoded leaves no empty file behind. Regular files get the room for the whole content reserved
 // first, so that a full disk leaves the old content whole, and are then written in place from
@@ -137,35 +157,16 @@ public:
             std::memcpy(m_inOrder.data() + offset, bytes.data(), std::size_t(bytes.size()));
             return std::nullopt;
         }
-        const char *data = bytes.data();
-        qsizetype left = bytes.size();
-        while (left > 0) {
-            const ssize_t n = ::pwrite(m_fd, data, std::size_t(left), off_t(offset));
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0)
-                return failure(n < 0 ? errno : EIO);
-            data += n;
-            left -= n;
-            offset += n;
-        }
+        if (const int error = writeAll(m_fd, bytes, offset))
+            return failure(error);
         return std::nullopt;
     }
 
     std::optional<QString> finish()
     {
         if (!m_regular) {
-            const char *data = m_inOrder.constData();
-            qsizetype left = m_inOrder.size();
-            while (left > 0) {
-                const ssize_t n = ::write(m_fd, data, std::size_t(left));
-                if (n < 0 && errno == EINTR)
-                    continue;
-                if (n <= 0)
-                    return failure(n < 0 ? errno : EIO);
-                data += n;
-                left -= n;
-            }
+            if (const int error = writeAll(m_fd, m_inOrder, -1))
+                return failure(error);
         } else if (::ftruncate(m_fd, off_t(m_size)) != 0) {
             // The old content may have been longer.
             return failure(errno);
