@@ -53,8 +53,8 @@ bench: deps
 
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZBUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DFIVA_BUILD_FUZZ=ON -DFIVA_BUILD_TESTS=OFF -DFIVA_ZIP_ONLY=ON
-	cmake --build $(FUZZBUILD) -j $(JOBS)
+	  -DFIVA_BUILD_FUZZ=ON -DFIVA_BUILD_TESTS=OFF -DFIVA_BUILD_GUI=OFF
+	cmake --build $(FUZZBUILD) -j $(JOBS) --target fuzzers
 	fuzz/run-all.sh $(FUZZBUILD) $(FUZZ_SECONDS)
 
 # Each screen with demo data, rendered offscreen into $(BUILD)/screenshots/*.png.

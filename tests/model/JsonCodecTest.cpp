@@ -4,6 +4,7 @@
 #include "model/LinkItem.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -18,6 +19,8 @@
 #include <regex>
 #include <simdjson.h>
 #include <vector>
+
+#include "DataDecodeHarness.h"
 
 // Lets failing expectations show QStrings as text instead of arrays of UTF-16 units.
 inline void PrintTo(const QString &text, std::ostream *out)
@@ -668,4 +671,20 @@ TEST(LinkKind, NamesRoundTripAndUnknownNamesAreRejected)
     EXPECT_EQ(linkKindName(LinkKind::directory), u"directory"_s);
     for (const char *name : {"", "URL", "File", "dir", "folder", "url "})
         EXPECT_FALSE(linkKindFromName(QString::fromUtf8(name)).has_value()) << name;
+}
+
+// Every file of the data fuzz corpus runs through the fuzz target's checks in ordinary builds too.
+TEST(JsonDecode, FuzzCorpusReplays)
+{
+    int replayed = 0;
+    for (QDirIterator it(QStringLiteral(FIVA_DATA_CORPUS), QDir::Files); it.hasNext();) {
+        QFile file(it.next());
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        const QByteArray bytes = file.readAll();
+        const auto broken = json::fuzz::decodeData(reinterpret_cast<const std::uint8_t *>(bytes.constData()),
+                                                   std::size_t(bytes.size()));
+        EXPECT_FALSE(broken.has_value()) << file.fileName().toStdString() << ": " << broken.value_or("");
+        ++replayed;
+    }
+    EXPECT_GE(replayed, 5);
 }
