@@ -71,7 +71,7 @@ int byteAt(int fd, std::uint64_t offset)
 class LargeEntry : public ::testing::Test
 {
 protected:
-    // One sparse source for both tests: a second reader finds its zero pages cached.
+    // One sparse source for the tests of a run; ctest runs them as separate processes, side by side.
     static void SetUpTestSuite()
     {
         s_dir = new TempDir;
