@@ -112,17 +112,20 @@ public:
     std::optional<QString> reserve(qint64 size) override
     {
         m_bytes.resize(qsizetype(size));
+        // Taken once here: the writes come from several threads and must not touch the array itself.
+        m_data = m_bytes.data();
         return std::nullopt;
     }
     std::optional<QString> write(qint64 offset, QByteArrayView bytes) override
     {
-        std::memcpy(m_bytes.data() + offset, bytes.data(), std::size_t(bytes.size()));
+        std::memcpy(m_data + offset, bytes.data(), std::size_t(bytes.size()));
         return std::nullopt;
     }
     QByteArray take() { return std::move(m_bytes); }
 
 private:
     QByteArray m_bytes;
+    char *m_data = nullptr;
 };
 
 } // namespace

@@ -141,6 +141,8 @@ public:
         m_regular = S_ISREG(info.st_mode);
         if (!m_regular) {
             m_inOrder.resize(qsizetype(size));
+            // Taken once here: the writes come from several threads and must not touch the array itself.
+            m_inOrderData = m_inOrder.data();
             return std::nullopt;
         }
         if (size > 0) {
@@ -154,7 +156,7 @@ public:
     std::optional<QString> write(qint64 offset, QByteArrayView bytes) override
     {
         if (!m_regular) {
-            std::memcpy(m_inOrder.data() + offset, bytes.data(), std::size_t(bytes.size()));
+            std::memcpy(m_inOrderData + offset, bytes.data(), std::size_t(bytes.size()));
             return std::nullopt;
         }
         if (const int error = writeAll(m_fd, bytes, offset))
@@ -188,6 +190,7 @@ private:
     qint64 m_size = 0;
     bool m_regular = true;
     QByteArray m_inOrder;
+    char *m_inOrderData = nullptr;
 };
 
 } // namespace
