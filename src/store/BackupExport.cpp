@@ -50,11 +50,8 @@ std::optional<QString> LinkStore::writeBackupArchive(const QString &location)
     if (auto error = staging.create(m_paths.temporaryFolder(), u"FivaExport-"))
         return error;
 
-    const Result<QByteArray> document = json::encode(SavedData{m_items, m_categories, m_clock.now()});
-    if (!document)
-        return document.error();
-    if (auto error =
-            fileio::writeWholeFile(staging.filePath(QStringLiteral("FivaData.json")), document.value()))
+    if (auto error = fileio::writeDocument(staging.filePath(QStringLiteral("FivaData.json")),
+                                           SavedData{m_items, m_categories, m_clock.now()}))
         return error;
     const QDir attachments(staging.filePath(QStringLiteral("attachments")));
     if (auto error = fileio::makeFolder(attachments.path()))
