@@ -1,4 +1,3 @@
-#include "model/JsonCodec.h"
 #include "model/SavedData.h"
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
