@@ -1,6 +1,7 @@
 #include "ui/editing/CategoryManagerView.h"
 
 #include <QLineEdit>
+#include <QListWidget>
 #include <QPushButton>
 
 #include "ScreensTestSupport.h"
@@ -32,38 +33,53 @@ protected:
     {
         const int row = static_cast<int>(rows(s).indexOf(name));
         ASSERT_GE(row, 0) << name.toStdString();
-        clickListRow(list(s), row);
+        clickRow(list(s), row);
     }
-    static bool hintsShown(CategoryManagerView &s)
+    // The three right-hand sections: the sub-category field, then each button's text, or their hints.
+    static QString sections(CategoryManagerView &s)
     {
-        return showsLabel(&s, u"Sélectionnez une catégorie à gauche."_s) &&
-               showsLabel(&s, u"Sélectionnez une catégorie pour la renommer."_s) &&
-               showsLabel(&s, u"Sélectionnez une catégorie à supprimer."_s);
+        QStringList shown;
+        for (const QString &hint :
+             {u"Sélectionnez une catégorie à gauche."_s, u"Sélectionnez une catégorie pour la renommer."_s,
+              u"Sélectionnez une catégorie à supprimer."_s}) {
+            if (showsLabel(&s, hint))
+                shown << hint;
+        }
+        if (child<QLineEdit>(&s, u"newSubCategory"_s)->isVisible())
+            shown << u"sous-catégorie"_s;
+        for (const QString &name : {u"rename"_s, u"delete"_s}) {
+            if (auto *button = child<QPushButton>(&s, name); button->isVisible())
+                shown << button->text();
+        }
+        return shown.join(u'|');
     }
-    static QPushButton *button(CategoryManagerView &s, const QString &name)
-    {
-        return child<QPushButton>(&s, name);
-    }
+    static const inline QString hints =
+        u"Sélectionnez une catégorie à gauche.|Sélectionnez une catégorie pour la "
+        u"renommer.|Sélectionnez une catégorie à supprimer."_s;
 };
 
-TEST_F(CategoryManagerViewTest, WithoutSelectionShowsHintsAndNoButtons)
+TEST_F(CategoryManagerViewTest, WithoutSelectionShowsHintsAndClosesWithFermerOrEscape)
 {
     auto store = startWith({}, {u"B"_s, u"A"_s});
     auto sheet = openSheet(*store);
     EXPECT_EQ(rows(*sheet), (QStringList{u"A"_s, u"B"_s}));
-    EXPECT_TRUE(hintsShown(*sheet));
-    EXPECT_FALSE(button(*sheet, u"rename"_s)->isVisible());
-    EXPECT_FALSE(button(*sheet, u"delete"_s)->isVisible());
-    EXPECT_FALSE(child<QLineEdit>(sheet.get(), u"newSubCategory"_s)->isVisible());
+    EXPECT_EQ(sections(*sheet), hints);
     EXPECT_FALSE(sheet->selectedCategory());
+
+    QTest::mouseClick(child<QPushButton>(sheet.get(), u"close"_s), Qt::LeftButton);
+    EXPECT_FALSE(sheet->isVisible());
+    sheet->show();
+    QTest::keyClick(list(*sheet), Qt::Key_Escape);
+    EXPECT_FALSE(sheet->isVisible());
+    EXPECT_EQ(store->categories(), (QStringList{u"A"_s, u"B"_s}));
 }
 
-TEST_F(CategoryManagerViewTest, AddButtonFollowsTrimmedTextAndFieldEmptiesEvenForDuplicates)
+TEST_F(CategoryManagerViewTest, AddButtonsFollowTheTrimmedTextAndSubCategoriesNestUnderTheSelection)
 {
     auto store = startWith({}, {u"Travail"_s});
     auto sheet = openSheet(*store);
     auto *field = child<QLineEdit>(sheet.get(), u"newCategory"_s);
-    auto *add = button(*sheet, u"addCategory"_s);
+    auto *add = child<QPushButton>(sheet.get(), u"addCategory"_s);
     EXPECT_FALSE(add->isEnabled());
     QTest::keyClicks(field, u" \t "_s);
     EXPECT_FALSE(add->isEnabled());
@@ -75,109 +91,81 @@ TEST_F(CategoryManagerViewTest, AddButtonFollowsTrimmedTextAndFieldEmptiesEvenFo
     EXPECT_EQ(onDisk().categories, store->categories());
     EXPECT_TRUE(field->text().isEmpty());
     EXPECT_FALSE(add->isEnabled());
-
+    // A name already there changes nothing, but the field still empties.
     QTest::keyClicks(field, u"Travail"_s);
     QTest::mouseClick(add, Qt::LeftButton);
     EXPECT_EQ(store->categories(), (QStringList{u"Loisirs"_s, u"Travail"_s}));
     EXPECT_TRUE(field->text().isEmpty());
-}
 
-TEST_F(CategoryManagerViewTest, SubCategoriesNestUnderTheSelection)
-{
-    auto store = startWith({}, {u"Travail"_s});
-    auto sheet = openSheet(*store);
     select(*sheet, u"Travail"_s);
     EXPECT_EQ(sheet->selectedCategory(), u"Travail"_s);
-    EXPECT_FALSE(showsLabel(sheet.get(), u"Sélectionnez une catégorie à gauche."_s));
-    auto *field = child<QLineEdit>(sheet.get(), u"newSubCategory"_s);
-    auto *add = button(*sheet, u"addSubCategory"_s);
-    EXPECT_FALSE(add->isEnabled());
-    QTest::keyClicks(field, u" Projets"_s);
-    QTest::mouseClick(add, Qt::LeftButton);
-    EXPECT_EQ(store->categories(), (QStringList{u"Travail"_s, u"Travail / Projets"_s}));
-    EXPECT_TRUE(field->text().isEmpty());
+    EXPECT_EQ(sections(*sheet), u"sous-catégorie|Renommer « Travail »|Supprimer « Travail »"_s);
+    auto *subField = child<QLineEdit>(sheet.get(), u"newSubCategory"_s);
+    auto *addSub = child<QPushButton>(sheet.get(), u"addSubCategory"_s);
+    EXPECT_FALSE(addSub->isEnabled());
+    QTest::keyClicks(subField, u" Projets"_s);
+    QTest::mouseClick(addSub, Qt::LeftButton);
+    EXPECT_EQ(store->categories(), (QStringList{u"Loisirs"_s, u"Travail"_s, u"Travail / Projets"_s}));
+    EXPECT_TRUE(subField->text().isEmpty());
     EXPECT_EQ(sheet->selectedCategory(), u"Travail"_s);
 
     select(*sheet, u"Travail / Projets"_s);
-    QTest::keyClicks(field, u"2026"_s);
-    QTest::keyClick(field, Qt::Key_Return);
+    QTest::keyClicks(subField, u"2026"_s);
+    QTest::keyClick(subField, Qt::Key_Return);
     EXPECT_TRUE(store->categories().contains(u"Travail / Projets / 2026"_s));
     EXPECT_EQ(onDisk().categories, store->categories());
 }
 
-TEST_F(CategoryManagerViewTest, RenameAsksWithTheNameAndRelabelsRecords)
+TEST_F(CategoryManagerViewTest, RenameAndDeleteAskFirstThenRelabelTheRecords)
 {
     auto store = startWith({makeItem(u"r"_s, u"Travail"_s), makeItem(u"s"_s, u"Travail / Projets"_s)},
                            {u"Travail"_s, u"Travail / Projets"_s});
     auto sheet = openSheet(*store);
     select(*sheet, u"Travail"_s);
-    auto *rename = button(*sheet, u"rename"_s);
-    EXPECT_EQ(rename->text(), u"Renommer « Travail »"_s);
-
-    m_dialogs.alertAnswers.push_back({1, u"Ignoré"_s});
+    auto *rename = child<QPushButton>(sheet.get(), u"rename"_s);
+    auto *remove = child<QPushButton>(sheet.get(), u"delete"_s);
+    m_dialogs.alertAnswers = {{1, u"Ignoré"_s}, {1, {}}, {0, u"  Boulot\t"_s}};
     QTest::mouseClick(rename, Qt::LeftButton);
+    QTest::mouseClick(remove, Qt::LeftButton);
     EXPECT_EQ(store->categories(), (QStringList{u"Travail"_s, u"Travail / Projets"_s}));
+    EXPECT_EQ(sheet->selectedCategory(), u"Travail"_s);
 
-    m_dialogs.alertAnswers.push_back({0, u"  Boulot\t"_s});
     QTest::mouseClick(rename, Qt::LeftButton);
-    ASSERT_EQ(m_dialogs.alerts.size(), 2u);
-    const AlertRequest expected{u"Renommer la catégorie"_s,
+    const AlertRequest renaming{u"Renommer la catégorie"_s,
                                 u"Entrez le nouveau nom :"_s,
                                 AlertStyle::informational,
                                 {u"OK"_s, u"Annuler"_s},
                                 u"Travail"_s};
-    EXPECT_EQ(m_dialogs.alerts[1], expected);
+    ASSERT_EQ(m_dialogs.alerts.size(), 3u);
+    EXPECT_EQ(m_dialogs.alerts[0], renaming);
+    EXPECT_EQ(m_dialogs.alerts[2], renaming);
     EXPECT_EQ(store->categories(), (QStringList{u"Boulot"_s, u"Travail / Projets"_s}));
     EXPECT_EQ(store->items()[0].category, u"Boulot"_s);
     EXPECT_EQ(store->items()[1].category, u"Travail / Projets"_s);
     EXPECT_EQ(onDisk().items, store->items());
     // The old name stays selected in the sheet although no line shows it.
-    EXPECT_EQ(rename->text(), u"Renommer « Travail »"_s);
-    EXPECT_EQ(button(*sheet, u"delete"_s)->text(), u"Supprimer « Travail »"_s);
+    EXPECT_EQ(sections(*sheet), u"sous-catégorie|Renommer « Travail »|Supprimer « Travail »"_s);
     EXPECT_TRUE(list(*sheet)->selectedItems().isEmpty());
-}
 
-TEST_F(CategoryManagerViewTest, DeleteConfirmsThenFallsBackAndClearsSelection)
-{
-    auto store = startWith({makeItem(u"r"_s, u"Travail"_s), makeItem(u"s"_s, u"Travail / Projets"_s)},
-                           {u"Travail"_s, u"Travail / Projets"_s});
-    auto sheet = openSheet(*store);
-    select(*sheet, u"Travail"_s);
-    auto *remove = button(*sheet, u"delete"_s);
-
-    m_dialogs.alertAnswers.push_back({1, {}});
+    select(*sheet, u"Boulot"_s);
     QTest::mouseClick(remove, Qt::LeftButton);
-    EXPECT_EQ(store->categories().size(), 2);
-    EXPECT_EQ(sheet->selectedCategory(), u"Travail"_s);
-
-    QTest::mouseClick(remove, Qt::LeftButton);
-    ASSERT_EQ(m_dialogs.alerts.size(), 2u);
-    const AlertRequest expected{
-        u"Supprimer la catégorie « Travail » ?"_s,
-        u"Cette action supprimera la catégorie dans toutes les fiches qui l’utilisent."_s,
-        AlertStyle::warning,
-        {u"Supprimer"_s, u"Annuler"_s},
-        std::nullopt};
-    EXPECT_EQ(m_dialogs.alerts[1], expected);
+    const auto deleting = [](const QString &name) {
+        return AlertRequest{u"Supprimer la catégorie « "_s + name + u" » ?"_s,
+                            u"Cette action supprimera la catégorie dans toutes les fiches qui l’utilisent."_s,
+                            AlertStyle::warning,
+                            {u"Supprimer"_s, u"Annuler"_s},
+                            std::nullopt};
+    };
+    ASSERT_EQ(m_dialogs.alerts.size(), 4u);
+    EXPECT_EQ(m_dialogs.alerts[1], deleting(u"Travail"_s));
+    EXPECT_EQ(m_dialogs.alerts[3], deleting(u"Boulot"_s));
     EXPECT_EQ(store->categories(), QStringList{u"Travail / Projets"_s});
     EXPECT_EQ(store->items()[0].category, u"Sans catégorie"_s);
     EXPECT_EQ(store->items()[1].category, u"Travail / Projets"_s);
     EXPECT_EQ(onDisk().items, store->items());
     EXPECT_FALSE(sheet->selectedCategory());
     EXPECT_TRUE(list(*sheet)->selectedItems().isEmpty());
-    EXPECT_TRUE(hintsShown(*sheet));
-}
-
-TEST_F(CategoryManagerViewTest, FermerAndEscapeClose)
-{
-    auto store = startWith({}, {u"A"_s});
-    auto sheet = openSheet(*store);
-    QTest::mouseClick(button(*sheet, u"close"_s), Qt::LeftButton);
-    EXPECT_FALSE(sheet->isVisible());
-    sheet->show();
-    QTest::keyClick(list(*sheet), Qt::Key_Escape);
-    EXPECT_FALSE(sheet->isVisible());
-    EXPECT_EQ(store->categories(), QStringList{u"A"_s});
+    EXPECT_EQ(sections(*sheet), hints);
 }
 
 } // namespace

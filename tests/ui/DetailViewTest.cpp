@@ -3,13 +3,17 @@
 #include "store/StoredNotes.h"
 #include "ui/main/AttachmentPreviewWindow.h"
 
+#include <QDateTime>
 #include <QImage>
+#include <QLocale>
 #include <QPainter>
 #include <QPdfWriter>
 #include <QPushButton>
 #include <QTextBlock>
 #include <QTextBrowser>
 #include <QTextDocument>
+
+#include <algorithm>
 
 #include "ScreensTestSupport.h"
 
@@ -18,6 +22,11 @@ using namespace fiva::test;
 using namespace Qt::StringLiterals;
 
 namespace {
+
+AlertRequest confirmation(const QString &message, const QString &informativeText)
+{
+    return {message, informativeText, AlertStyle::warning, {u"Supprimer"_s, u"Annuler"_s}, std::nullopt};
+}
 
 class DetailViewTest : public ScreenTest
 {
@@ -30,35 +39,36 @@ protected:
         }
     }
 
-    std::unique_ptr<DetailView> openDetail(LinkStore &store, const LinkItem &item)
+    // The view of `item`, the first of the store's records.
+    void open(const LinkItem &item, const QList<LinkItem> &others = {})
     {
-        auto view = std::make_unique<DetailView>(store, m_dialogs, m_workspace, m_settings, item);
-        view->setOnClose([this] { ++m_closed; });
-        view->setOnEdit([this](const LinkItem &edited) { m_edited.push_back(edited); });
-        view->show();
-        return view;
+        m_view.reset();
+        m_store = startWith(QList<LinkItem>{item} + others, {u"A"_s});
+        m_view = std::make_unique<DetailView>(*m_store, m_dialogs, m_workspace, m_settings, item);
+        m_view->setOnClose([this] { ++m_closed; });
+        m_view->setOnEdit([this](const LinkItem &edited) { m_edited.push_back(edited); });
+        m_view->show();
     }
-    // The rows are rebuilt after every change, so buttons are looked up afresh each time.
-    static QPushButton *rowButton(DetailView &view, const QString &name, int row)
+    QString label(const QString &name) { return child<QLabel>(m_view.get(), name)->text(); }
+    void clickButton(const QString &text)
     {
-        auto *rows = view.findChild<QWidget *>(u"attachments"_s);
-        if (!rows)
-            return nullptr;
-        const auto buttons = rows->findChildren<QPushButton *>(name);
-        return row < buttons.size() ? buttons[row] : nullptr;
+        QTest::mouseClick(buttonWithText(m_view.get(), text), Qt::LeftButton);
     }
-    static QStringList attachmentNames(DetailView &view)
+    // The rows are rebuilt after every change, so they are looked up afresh each time.
+    void clickRowButton(const QString &name, int row)
+    {
+        const auto buttons =
+            child<QWidget>(m_view.get(), u"attachments"_s)->findChildren<QPushButton *>(name);
+        ASSERT_LT(row, buttons.size());
+        QTest::mouseClick(buttons[row], Qt::LeftButton);
+    }
+    QStringList attachmentNames()
     {
         QStringList names;
-        auto *rows = view.findChild<QWidget *>(u"attachments"_s);
-        for (QLabel *label : rows->findChildren<QLabel *>(u"attachmentName"_s))
-            names.append(label->text());
+        for (QLabel *name :
+             child<QWidget>(m_view.get(), u"attachments"_s)->findChildren<QLabel *>(u"attachmentName"_s))
+            names.append(name->text());
         return names;
-    }
-    QString attachments(const QString &name = {}) const
-    {
-        const QString folder = m_as.filePath(u"Fiva_Attachments"_s);
-        return name.isEmpty() ? folder : folder + u'/' + name;
     }
     QString sourceFile(const QString &name, const QByteArray &bytes = "contenu")
     {
@@ -66,281 +76,200 @@ protected:
         writeBytes(path, bytes);
         return path;
     }
-    static QList<AttachmentPreviewWindow *> previewWindows()
+    static Attachment attachment(const QString &path)
     {
-        QList<AttachmentPreviewWindow *> windows;
-        for (QWidget *widget : QApplication::topLevelWidgets()) {
-            if (auto *window = qobject_cast<AttachmentPreviewWindow *>(widget))
-                windows.append(window);
-        }
-        return windows;
+        return {QUuid::createUuid(), QFileInfo(path).fileName(), path};
     }
 
     QTemporaryDir m_sources;
-    QTemporaryDir m_settingsDir;
-    Settings m_settings{m_settingsDir.filePath(u"Fiva.ini"_s)};
+    std::unique_ptr<LinkStore> m_store;
+    std::unique_ptr<DetailView> m_view;
     int m_closed = 0;
     std::vector<LinkItem> m_edited;
 };
 
-TEST_F(DetailViewTest, ShowsEveryFieldAndTheEmptyStates)
+TEST_F(DetailViewTest, ShowsEveryFieldFollowsTheStoreAndFallsBackToItsCopy)
 {
-    LinkItem item = makeItem(u"Ma fiche"_s, u"Travail"_s);
+    LinkItem item = makeItem(u"Avant"_s, u"Travail"_s);
     item.isFavorite = true;
-    auto store = startWith({item}, {u"Travail"_s});
-    auto view = openDetail(*store, item);
-    EXPECT_EQ(child<QLabel>(view.get(), u"title"_s)->text(), u"Ma fiche"_s);
-    EXPECT_EQ(child<QLabel>(view.get(), u"path"_s)->text(), item.path);
-    EXPECT_EQ(child<QLabel>(view.get(), u"kind"_s)->text(), u"Lien Internet"_s);
-    EXPECT_EQ(child<QLabel>(view.get(), u"category"_s)->text(), u"Travail"_s);
-    EXPECT_EQ(child<QLabel>(view.get(), u"favorite"_s)->toolTip(), u"star.fill"_s);
-    EXPECT_FALSE(child<QLabel>(view.get(), u"createdAt"_s)->text().isEmpty());
-    for (const QString &label : {u"Lien :"_s, u"Type :"_s, u"Catégorie :"_s, u"Favori :"_s, u"Créé le :"_s,
-                                 u"Notes"_s, u"Pièces jointes"_s, u"Aucune note"_s, u"Aucune pièce jointe"_s})
-        EXPECT_TRUE(showsLabel(view.get(), label)) << label.toStdString();
-    EXPECT_FALSE(child<QTextBrowser>(view.get(), u"notes"_s)->isVisible());
-    EXPECT_EQ(child<QPushButton>(view.get(), u"openLink"_s)->text(), u"Ouvrir"_s);
-    EXPECT_NE(buttonWithText(view.get(), u"Ajouter une pièce jointe…"_s), nullptr);
-    EXPECT_NE(buttonWithText(view.get(), u"Modifier"_s), nullptr);
-    EXPECT_NE(buttonWithText(view.get(), u"Supprimer"_s), nullptr);
-    EXPECT_NE(buttonWithText(view.get(), u"Fermer"_s), nullptr);
-}
+    open(item);
+    const QString created = QLocale().toString(QDateTime::fromSecsSinceEpoch(qint64(item.createdAt.toUnix())),
+                                               QLocale::ShortFormat);
+    EXPECT_EQ(
+        (QStringList{label(u"title"_s), label(u"path"_s), label(u"kind"_s), label(u"category"_s),
+                     child<QLabel>(m_view.get(), u"favorite"_s)->toolTip(), label(u"createdAt"_s)}),
+        (QStringList{u"Avant"_s, item.path, u"Lien Internet"_s, u"Travail"_s, u"star.fill"_s, created}));
+    for (const QString &text : {u"Lien :"_s, u"Type :"_s, u"Catégorie :"_s, u"Favori :"_s, u"Créé le :"_s,
+                                u"Notes"_s, u"Pièces jointes"_s, u"Aucune note"_s, u"Aucune pièce jointe"_s})
+        EXPECT_TRUE(showsLabel(m_view.get(), text)) << text.toStdString();
+    EXPECT_FALSE(child<QTextBrowser>(m_view.get(), u"notes"_s)->isVisible());
+    for (const QString &text :
+         {u"Ouvrir"_s, u"Ajouter une pièce jointe…"_s, u"Modifier"_s, u"Supprimer"_s, u"Fermer"_s})
+        EXPECT_NE(buttonWithText(m_view.get(), text), nullptr) << text.toStdString();
 
-TEST_F(DetailViewTest, NotesSavedEmptyShowAnEmptyBoxNotAucuneNote)
-{
-    LinkItem item = makeItem(u"f"_s, u"A"_s);
-    item.notes = notesHTML(QString());
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
-    EXPECT_TRUE(child<QTextBrowser>(view.get(), u"notes"_s)->isVisible());
-    EXPECT_FALSE(showsLabel(view.get(), u"Aucune note"_s));
-}
-
-TEST_F(DetailViewTest, FollowsTheStoreAndFallsBackToItsCopy)
-{
-    LinkItem item = makeItem(u"Avant"_s, u"A"_s);
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
-    store->updateItem(item.id, [](LinkItem &stored) { stored.title = u"Après"_s; });
-    EXPECT_EQ(child<QLabel>(view.get(), u"title"_s)->text(), u"Après"_s);
-    QTest::mouseClick(buttonWithText(view.get(), u"Modifier"_s), Qt::LeftButton);
+    // Notes saved empty show an empty box rather than "Aucune note".
+    m_store->updateItem(item.id, [](LinkItem &stored) {
+        stored.title = u"Après"_s;
+        stored.notes = notesHTML(QString());
+    });
+    EXPECT_EQ(label(u"title"_s), u"Après"_s);
+    EXPECT_TRUE(child<QTextBrowser>(m_view.get(), u"notes"_s)->isVisible());
+    EXPECT_FALSE(showsLabel(m_view.get(), u"Aucune note"_s));
+    clickButton(u"Modifier"_s);
     ASSERT_EQ(m_edited.size(), 1u);
     EXPECT_EQ(m_edited[0].title, u"Après"_s);
-    store->setItems({});
-    EXPECT_EQ(child<QLabel>(view.get(), u"title"_s)->text(), u"Avant"_s);
+    m_store->setItems({});
+    EXPECT_EQ(label(u"title"_s), u"Avant"_s);
 }
 
-struct OpenLinkCase
+TEST_F(DetailViewTest, OpenOpensByKindAndOnlyWellFormedAddresses)
 {
-    LinkKind kind;
-    QString path;
-    QString button;
-    std::vector<QString> calls;
-};
-
-class OpenLinkTest : public DetailViewTest, public ::testing::WithParamInterface<OpenLinkCase>
-{
-};
-
-TEST_P(OpenLinkTest, OpensByKind)
-{
-    const OpenLinkCase &c = GetParam();
-    LinkItem item = makeItem(u"f"_s, u"A"_s);
-    item.kind = c.kind;
-    item.path = c.path;
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
-    auto *open = child<QPushButton>(view.get(), u"openLink"_s);
-    EXPECT_EQ(open->text(), c.button);
-    QTest::mouseClick(open, Qt::LeftButton);
-    EXPECT_EQ(m_workspace.calls, c.calls);
+    const struct
+    {
+        LinkKind kind;
+        QString path;
+        QString button;
+        std::vector<QString> calls;
+    } cases[]{{LinkKind::url,
+               u"https://example.org/a?b=c"_s,
+               u"Ouvrir"_s,
+               {u"openUrl https://example.org/a?b=c"_s}},
+              {LinkKind::url, u"http://exa mple.org"_s, u"Ouvrir"_s, {}},
+              {LinkKind::url, u"%zz"_s, u"Ouvrir"_s, {}},
+              {LinkKind::file, u"/home/moi/a b.pdf"_s, u"Ouvrir"_s, {u"openPath /home/moi/a b.pdf"_s}},
+              {LinkKind::directory, u"/srv"_s, u"Ouvrir dans le Finder"_s, {u"showFolder /srv"_s}}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.path.toStdString());
+        LinkItem item = makeItem(u"f"_s, u"A"_s);
+        item.kind = c.kind;
+        item.path = c.path;
+        open(item);
+        m_workspace.calls.clear();
+        auto *button = child<QPushButton>(m_view.get(), u"openLink"_s);
+        EXPECT_EQ(button->text(), c.button);
+        QTest::mouseClick(button, Qt::LeftButton);
+        EXPECT_EQ(m_workspace.calls, c.calls);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, OpenLinkTest,
-    ::testing::Values(
-        OpenLinkCase{LinkKind::url,
-                     u"https://example.org/a?b=c"_s,
-                     u"Ouvrir"_s,
-                     {u"openUrl https://example.org/a?b=c"_s}},
-        OpenLinkCase{LinkKind::url, u"http://exa mple.org"_s, u"Ouvrir"_s, {}},
-        OpenLinkCase{LinkKind::url, u"%zz"_s, u"Ouvrir"_s, {}},
-        OpenLinkCase{LinkKind::file, u"/home/moi/a b.pdf"_s, u"Ouvrir"_s, {u"openPath /home/moi/a b.pdf"_s}},
-        OpenLinkCase{LinkKind::directory, u"/srv"_s, u"Ouvrir dans le Finder"_s, {u"showFolder /srv"_s}}));
-
-TEST_F(DetailViewTest, AttachingTheSameNameCountsUpAndKeepsTheDotWithoutExtension)
+TEST_F(DetailViewTest, AttachedCopiesCountUpTheirNamesAndACancelledOrFailedCopyRecordsNothing)
 {
-    LinkItem item = makeItem(u"f"_s, u"A"_s);
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
+    open(makeItem(u"f"_s, u"A"_s));
     const QString report = sourceFile(u"rapport.pdf"_s, "pdf bytes");
     const QString notes = sourceFile(u"notes"_s, "plain");
+    const QByteArray before = readBytes(dataFile());
+    m_dialogs.openChoices = {std::nullopt, QStringList{m_sources.filePath(u"absent.txt"_s)}};
+    StdoutCapture capture;
+    clickButton(u"Ajouter une pièce jointe…"_s);
+    clickButton(u"Ajouter une pièce jointe…"_s);
+    const QString printed = capture.finish();
+    EXPECT_TRUE(printed.startsWith(u"Erreur copie fichier : "_s)) << printed.toStdString();
+    EXPECT_TRUE(m_store->items().first().attachments.isEmpty());
+    EXPECT_EQ(readBytes(dataFile()), before);
+
     for (const QString &source : {report, report, report, notes, notes}) {
         m_dialogs.openChoices.push_back(QStringList{source});
-        QTest::mouseClick(buttonWithText(view.get(), u"Ajouter une pièce jointe…"_s), Qt::LeftButton);
+        clickButton(u"Ajouter une pièce jointe…"_s);
     }
     const QStringList expected{u"rapport.pdf"_s, u"rapport-1.pdf"_s, u"rapport-2.pdf"_s, u"notes"_s,
                                u"notes-1."_s};
-    EXPECT_EQ(attachmentNames(*view), expected);
-    const QList<Attachment> stored = store->items().first().attachments;
+    EXPECT_EQ(attachmentNames(), expected);
+    const QList<Attachment> stored = m_store->items().first().attachments;
     ASSERT_EQ(stored.size(), 5);
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(stored[i].fileName, expected[i]);
-        EXPECT_EQ(stored[i].filePath, attachments(expected[i]));
+        EXPECT_EQ(stored[i].filePath, m_as.filePath(u"Fiva_Attachments/"_s + expected[i]));
         EXPECT_EQ(readBytes(stored[i].filePath), i < 3 ? QByteArray("pdf bytes") : QByteArray("plain"));
     }
-    EXPECT_EQ(onDisk().items, store->items());
-    EXPECT_EQ(m_dialogs.openPanels.front().kind, OpenPanelRequest::Kind::files);
-    EXPECT_FALSE(m_dialogs.openPanels.front().allowsMultipleSelection);
-    EXPECT_EQ(m_dialogs.openPanels.front().confirmButtonTitle, u"Choisir");
+    EXPECT_EQ(onDisk().items, m_store->items());
+    EXPECT_EQ(m_dialogs.openPanels.front(),
+              (OpenPanelRequest{OpenPanelRequest::Kind::files, {}, false, u"Choisir"_s}));
 }
 
-TEST_F(DetailViewTest, CancelledPanelOrFailedCopyRecordsNothing)
+TEST(DetailView, FreeAttachmentNameIsNameDashCounterDotExtension)
 {
-    LinkItem item = makeItem(u"f"_s, u"A"_s);
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
-    const QByteArray before = readBytes(dataFile());
-    m_dialogs.openChoices.push_back(std::nullopt);
-    QTest::mouseClick(buttonWithText(view.get(), u"Ajouter une pièce jointe…"_s), Qt::LeftButton);
-    m_dialogs.openChoices.push_back(QStringList{m_sources.filePath(u"absent.txt"_s)});
-    StdoutCapture capture;
-    QTest::mouseClick(buttonWithText(view.get(), u"Ajouter une pièce jointe…"_s), Qt::LeftButton);
-    const QString printed = capture.finish();
-    EXPECT_TRUE(printed.startsWith(u"Erreur copie fichier : "_s)) << printed.toStdString();
-    EXPECT_TRUE(store->items().first().attachments.isEmpty());
-    EXPECT_EQ(readBytes(dataFile()), before);
+    const struct
+    {
+        QStringList existing;
+        QString fileName;
+        QString expected;
+    } cases[]{{{}, u"rapport.pdf"_s, u"rapport.pdf"_s},
+              {{u"rapport.pdf"_s}, u"rapport.pdf"_s, u"rapport-1.pdf"_s},
+              {{u"rapport.pdf"_s, u"rapport-1.pdf"_s}, u"rapport.pdf"_s, u"rapport-2.pdf"_s},
+              {{u"rapport.pdf"_s, u"rapport-2.pdf"_s}, u"rapport.pdf"_s, u"rapport-1.pdf"_s},
+              {{u"notes"_s}, u"notes"_s, u"notes-1."_s},
+              {{u"a.tar.gz"_s}, u"a.tar.gz"_s, u"a.tar-1.gz"_s},
+              {{u".profile"_s}, u".profile"_s, u".profile-1."_s},
+              {{u"été.txt"_s}, u"été.txt"_s, u"été-1.txt"_s}};
+    for (const auto &c : cases) {
+        QTemporaryDir dir;
+        for (const QString &name : c.existing)
+            writeBytes(dir.filePath(name), "x");
+        EXPECT_EQ(DetailView::freeAttachmentPath(dir.path(), c.fileName), dir.filePath(c.expected))
+            << c.existing.join(u',').toStdString();
+    }
 }
 
-struct FreeNameCase
-{
-    QStringList existing;
-    QString fileName;
-    QString expected;
-};
-
-class FreeNameTest : public ::testing::TestWithParam<FreeNameCase>
-{
-};
-
-TEST_P(FreeNameTest, NameDashCounterDotExtension)
-{
-    QTemporaryDir dir;
-    for (const QString &name : GetParam().existing)
-        writeBytes(dir.filePath(name), "x");
-    EXPECT_EQ(DetailView::freeAttachmentPath(dir.path(), GetParam().fileName),
-              dir.filePath(GetParam().expected));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Names, FreeNameTest,
-    ::testing::Values(
-        FreeNameCase{{}, u"rapport.pdf"_s, u"rapport.pdf"_s},
-        FreeNameCase{{u"rapport.pdf"_s}, u"rapport.pdf"_s, u"rapport-1.pdf"_s},
-        FreeNameCase{{u"rapport.pdf"_s, u"rapport-1.pdf"_s}, u"rapport.pdf"_s, u"rapport-2.pdf"_s},
-        FreeNameCase{{u"rapport.pdf"_s, u"rapport-2.pdf"_s}, u"rapport.pdf"_s, u"rapport-1.pdf"_s},
-        FreeNameCase{{u"notes"_s}, u"notes"_s, u"notes-1."_s},
-        FreeNameCase{{u"a.tar.gz"_s}, u"a.tar.gz"_s, u"a.tar-1.gz"_s},
-        FreeNameCase{{u".profile"_s}, u".profile"_s, u".profile-1."_s},
-        FreeNameCase{{u"été.txt"_s}, u"été.txt"_s, u"été-1.txt"_s}));
-
-TEST_F(DetailViewTest, OpeningAMissingAttachmentSaysSo)
-{
-    const QString present = sourceFile(u"present.txt"_s);
-    LinkItem item =
-        makeItem(u"f"_s, u"A"_s,
-                 {Attachment{QUuid::createUuid(), u"present.txt"_s, present},
-                  Attachment{QUuid::createUuid(), u"parti.pdf"_s, m_sources.filePath(u"parti.pdf"_s)}});
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
-    QTest::mouseClick(rowButton(*view, u"openAttachment"_s, 0), Qt::LeftButton);
-    EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openPath "_s + present});
-    EXPECT_TRUE(m_dialogs.alerts.empty());
-    QTest::mouseClick(rowButton(*view, u"openAttachment"_s, 1), Qt::LeftButton);
-    ASSERT_EQ(m_dialogs.alerts.size(), 1u);
-    EXPECT_EQ(m_dialogs.alerts[0].message, u"Fichier introuvable"_s);
-    EXPECT_EQ(m_dialogs.alerts[0].informativeText, u"La pièce jointe «parti.pdf» n’existe plus."_s);
-    EXPECT_EQ(m_dialogs.alerts[0].buttons, QStringList{u"OK"_s});
-    EXPECT_EQ(m_workspace.calls.size(), 1u);
-}
-
-TEST_F(DetailViewTest, DeletingAnAttachmentAsksThenRemovesFileAndEntryEvenWhenFileIsGone)
+TEST_F(DetailViewTest, AttachmentRowsOpenOrSayTheFileIsGoneAndDeleteAfterAsking)
 {
     const QString kept = sourceFile(u"garde.txt"_s);
     const QString doomed = sourceFile(u"jeter.txt"_s);
-    LinkItem item = makeItem(u"f"_s, u"A"_s,
-                             {Attachment{QUuid::createUuid(), u"garde.txt"_s, kept},
-                              Attachment{QUuid::createUuid(), u"jeter.txt"_s, doomed},
-                              Attachment{QUuid::createUuid(), u"fantome.txt"_s, m_sources.filePath(u"x"_s)}});
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
+    open(makeItem(u"f"_s, u"A"_s,
+                  {attachment(kept), attachment(doomed), attachment(m_sources.filePath(u"fantome.txt"_s))}));
+    clickRowButton(u"openAttachment"_s, 0);
+    EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openPath "_s + kept});
+    EXPECT_TRUE(m_dialogs.alerts.empty());
+    clickRowButton(u"openAttachment"_s, 2);
+    EXPECT_EQ(m_dialogs.alerts, (std::vector<AlertRequest>{{u"Fichier introuvable"_s,
+                                                            u"La pièce jointe «fantome.txt» n’existe plus."_s,
+                                                            AlertStyle::warning,
+                                                            {u"OK"_s},
+                                                            std::nullopt}}));
+    EXPECT_EQ(m_workspace.calls.size(), 1u);
 
+    m_dialogs.alerts.clear();
     m_dialogs.alertAnswers.push_back({1, {}});
-    QTest::mouseClick(rowButton(*view, u"deleteAttachment"_s, 1), Qt::LeftButton);
+    clickRowButton(u"deleteAttachment"_s, 1);
     EXPECT_TRUE(QFileInfo::exists(doomed));
-    EXPECT_EQ(store->items().first().attachments.size(), 3);
-    const AlertRequest expected{u"Supprimer cette pièce jointe ?"_s,
-                                u"Le fichier sera supprimé définitivement."_s,
-                                AlertStyle::warning,
-                                {u"Supprimer"_s, u"Annuler"_s},
-                                std::nullopt};
-    ASSERT_EQ(m_dialogs.alerts.size(), 1u);
-    EXPECT_EQ(m_dialogs.alerts[0], expected);
-
-    QTest::mouseClick(rowButton(*view, u"deleteAttachment"_s, 1), Qt::LeftButton);
+    EXPECT_EQ(m_store->items().first().attachments.size(), 3);
+    EXPECT_EQ(m_dialogs.alerts,
+              std::vector<AlertRequest>{confirmation(u"Supprimer cette pièce jointe ?"_s,
+                                                     u"Le fichier sera supprimé définitivement."_s)});
+    clickRowButton(u"deleteAttachment"_s, 1);
     EXPECT_FALSE(QFileInfo::exists(doomed));
     EXPECT_TRUE(QFileInfo::exists(kept));
-    QTest::mouseClick(rowButton(*view, u"deleteAttachment"_s, 1), Qt::LeftButton);
-    EXPECT_EQ(attachmentNames(*view), QStringList{u"garde.txt"_s});
-    ASSERT_EQ(store->items().first().attachments.size(), 1);
-    EXPECT_EQ(store->items().first().attachments.first().fileName, u"garde.txt"_s);
-    EXPECT_EQ(onDisk().items, store->items());
+    // The entry of a file already gone goes too.
+    clickRowButton(u"deleteAttachment"_s, 1);
+    EXPECT_EQ(attachmentNames(), QStringList{u"garde.txt"_s});
+    ASSERT_EQ(m_store->items().first().attachments.size(), 1);
+    EXPECT_EQ(m_store->items().first().attachments.first().fileName, u"garde.txt"_s);
+    EXPECT_EQ(onDisk().items, m_store->items());
 }
 
 TEST_F(DetailViewTest, DeletingTheRecordAsksThenRemovesItsFilesAndCloses)
 {
     const QString file = sourceFile(u"piece.txt"_s);
-    LinkItem item = makeItem(u"f"_s, u"A"_s, {Attachment{QUuid::createUuid(), u"piece.txt"_s, file}});
-    LinkItem other = makeItem(u"g"_s, u"A"_s);
-    auto store = startWith({item, other}, {u"A"_s});
-    auto view = openDetail(*store, item);
+    const LinkItem other = makeItem(u"g"_s, u"A"_s);
+    open(makeItem(u"f"_s, u"A"_s, {attachment(file)}), {other});
     m_dialogs.alertAnswers.push_back({1, {}});
-    QTest::mouseClick(child<QPushButton>(view.get(), u"deleteItem"_s), Qt::LeftButton);
-    EXPECT_EQ(store->items().size(), 2);
+    clickButton(u"Supprimer"_s);
+    EXPECT_EQ(m_store->items().size(), 2);
     EXPECT_EQ(m_closed, 0);
 
-    QTest::mouseClick(child<QPushButton>(view.get(), u"deleteItem"_s), Qt::LeftButton);
-    const AlertRequest expected{u"Supprimer cette fiche ?"_s,
-                                u"Cette action est irréversible."_s,
-                                AlertStyle::warning,
-                                {u"Supprimer"_s, u"Annuler"_s},
-                                std::nullopt};
-    EXPECT_EQ(m_dialogs.alerts.back(), expected);
-    EXPECT_EQ(store->items(), QList<LinkItem>{other});
+    clickButton(u"Supprimer"_s);
+    EXPECT_EQ(m_dialogs.alerts.back(),
+              confirmation(u"Supprimer cette fiche ?"_s, u"Cette action est irréversible."_s));
+    EXPECT_EQ(m_store->items(), QList<LinkItem>{other});
     EXPECT_FALSE(QFileInfo::exists(file));
-    EXPECT_EQ(onDisk().items, store->items());
+    EXPECT_EQ(onDisk().items, m_store->items());
     EXPECT_EQ(m_closed, 1);
-
-    QTest::mouseClick(buttonWithText(view.get(), u"Fermer"_s), Qt::LeftButton);
+    clickButton(u"Fermer"_s);
     EXPECT_EQ(m_closed, 2);
 }
 
-TEST_F(DetailViewTest, PreviewOfAMissingFileOnlyPrints)
+TEST_F(DetailViewTest, PreviewOpensAWindowPerTypeTitledWithTheNameOrOnlyPrintsForAMissingFile)
 {
-    const QString missing = m_sources.filePath(u"absent.png"_s);
-    LinkItem item = makeItem(u"f"_s, u"A"_s, {Attachment{QUuid::createUuid(), u"absent.png"_s, missing}});
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
-    StdoutCapture capture;
-    QTest::mouseClick(rowButton(*view, u"previewAttachment"_s, 0), Qt::LeftButton);
-    EXPECT_EQ(capture.finish(), u"🔥 Fonction previewAttachment LANCÉE !\n📄 Aperçu fichier : "_s + missing +
-                                    u"\n⛔️ FICHIER ABSENT sur le disque !\n"_s);
-    EXPECT_TRUE(previewWindows().isEmpty());
-    EXPECT_TRUE(m_dialogs.alerts.empty());
-}
-
-TEST_F(DetailViewTest, PreviewOpensAWindowPerTypeTitledWithTheName)
-{
+    using Kind = AttachmentPreviewWindow::PreviewKind;
     const QString png = m_sources.filePath(u"image.png"_s);
     QImage image(40, 30, QImage::Format_RGB32);
     image.fill(Qt::red);
@@ -351,83 +280,66 @@ TEST_F(DetailViewTest, PreviewOpensAWindowPerTypeTitledWithTheName)
         QPainter painter(&writer);
         painter.drawText(100, 100, u"Bonjour"_s);
     }
-    const QString html = sourceFile(u"page.html"_s, "<html><body><p>Salut</p></body></html>");
-    const QString text = sourceFile(u"lisez-moi.txt"_s, "du texte");
     const QString other = sourceFile(u"donnees.bin"_s, QByteArray("\x00\x01\x02\xff", 4));
-    const QString fakePng = sourceFile(u"faux.png"_s, "pas une image");
+    const std::vector<std::pair<QString, Kind>> cases{
+        {png, Kind::image},
+        {pdf, Kind::pdf},
+        {sourceFile(u"page.html"_s, "<html><body><p>Salut</p></body></html>"), Kind::html},
+        {sourceFile(u"lisez-moi.txt"_s, "du texte"), Kind::text},
+        {other, Kind::other},
+        {sourceFile(u"faux.png"_s, "pas une image"), Kind::other}};
+    const QString missing = m_sources.filePath(u"absent.png"_s);
+    QList<Attachment> list{attachment(missing)};
+    for (const auto &[path, kind] : cases)
+        list.append(attachment(path));
+    open(makeItem(u"f"_s, u"A"_s, list));
 
-    struct Case
-    {
-        QString path;
-        AttachmentPreviewWindow::PreviewKind kind;
-    };
-    using Kind = AttachmentPreviewWindow::PreviewKind;
-    const std::vector<Case> cases{{png, Kind::image}, {pdf, Kind::pdf},     {html, Kind::html},
-                                  {text, Kind::text}, {other, Kind::other}, {fakePng, Kind::other}};
-    QList<Attachment> list;
-    for (const Case &c : cases)
-        list.append(Attachment{QUuid::createUuid(), QFileInfo(c.path).fileName(), c.path});
-    LinkItem item = makeItem(u"f"_s, u"A"_s, list);
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
+    StdoutCapture capture;
+    clickRowButton(u"previewAttachment"_s, 0);
+    EXPECT_EQ(capture.finish(), u"🔥 Fonction previewAttachment LANCÉE !\n📄 Aperçu fichier : "_s + missing +
+                                    u"\n⛔️ FICHIER ABSENT sur le disque !\n"_s);
+    EXPECT_TRUE(visibleWindows<AttachmentPreviewWindow>().isEmpty());
+    EXPECT_TRUE(m_dialogs.alerts.empty());
+
     for (std::size_t i = 0; i < cases.size(); ++i) {
+        const auto &[path, kind] = cases[i];
+        SCOPED_TRACE(path.toStdString());
         StdoutCapture quiet;
-        QTest::mouseClick(rowButton(*view, u"previewAttachment"_s, static_cast<int>(i)), Qt::LeftButton);
-        const QList<AttachmentPreviewWindow *> windows = previewWindows();
-        ASSERT_EQ(windows.size(), static_cast<qsizetype>(i + 1));
-        AttachmentPreviewWindow *window = nullptr;
-        for (AttachmentPreviewWindow *w : windows) {
-            if (w->path() == cases[i].path)
-                window = w;
+        clickRowButton(u"previewAttachment"_s, int(i) + 1);
+        const QList<AttachmentPreviewWindow *> windows = visibleWindows<AttachmentPreviewWindow>();
+        ASSERT_EQ(windows.size(), qsizetype(i + 1));
+        const auto window =
+            std::find_if(windows.begin(), windows.end(), [&](auto *w) { return w->path() == path; });
+        ASSERT_NE(window, windows.end());
+        EXPECT_EQ((*window)->windowTitle(), QFileInfo(path).fileName());
+        EXPECT_EQ((*window)->size(), QSize(900, 700));
+        EXPECT_EQ((*window)->previewKind(), kind);
+        if (path == other) {
+            EXPECT_TRUE(showsLabel(*window, u"donnees.bin"_s));
+            QTest::mouseClick(child<QPushButton>(*window, u"openFile"_s), Qt::LeftButton);
+            EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openPath "_s + other});
         }
-        ASSERT_NE(window, nullptr);
-        EXPECT_EQ(window->windowTitle(), QFileInfo(cases[i].path).fileName());
-        EXPECT_EQ(window->size(), QSize(900, 700));
-        EXPECT_EQ(window->previewKind(), cases[i].kind) << cases[i].path.toStdString();
-        EXPECT_TRUE(window->isVisible());
     }
-    AttachmentPreviewWindow *summary = nullptr;
-    for (AttachmentPreviewWindow *w : previewWindows()) {
-        if (w->path() == other)
-            summary = w;
-    }
-    ASSERT_NE(summary, nullptr);
-    EXPECT_TRUE(showsLabel(summary, u"donnees.bin"_s));
-    QTest::mouseClick(child<QPushButton>(summary, u"openFile"_s), Qt::LeftButton);
-    EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openPath "_s + other});
 }
 
-// Every non-empty run of the document: its text, family, size, bold and italic.
-struct NoteRun
+// Every run of the document as "text|family|size|bold|italic".
+QStringList runsOf(const QTextDocument &document)
 {
-    QString text;
-    QString family;
-    double size;
-    bool bold;
-    bool italic;
-    friend bool operator==(const NoteRun &, const NoteRun &) = default;
-    friend void PrintTo(const NoteRun &run, std::ostream *os)
-    {
-        *os << '"' << run.text.toStdString() << "\" " << run.family.toStdString() << ' ' << run.size
-            << (run.bold ? " bold" : "") << (run.italic ? " italic" : "");
-    }
-};
-
-std::vector<NoteRun> runsOf(const QTextDocument &document)
-{
-    std::vector<NoteRun> runs;
+    QStringList runs;
     for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
         for (auto it = block.begin(); !it.atEnd(); ++it) {
             const QTextCharFormat f = it.fragment().charFormat();
-            const QStringList families = f.fontFamilies().toStringList();
-            runs.push_back({it.fragment().text(), families.value(0), f.fontPointSize(),
-                            f.fontWeight() >= QFont::Bold, f.fontItalic()});
+            runs << QStringList{it.fragment().text(), f.fontFamilies().toStringList().value(0),
+                                QString::number(f.fontPointSize()),
+                                f.fontWeight() >= QFont::Bold ? u"bold"_s : u""_s,
+                                f.fontItalic() ? u"italic"_s : u""_s}
+                        .join(u'|');
         }
     }
     return runs;
 }
 
-TEST(RenderNotesTest, EveryRunTakesTheNotesFontAndKeepsBoldAndItalic)
+TEST(DetailView, RenderedNotesTakeTheNotesFontKeepBoldAndItalicAndNeedAUtf8Form)
 {
     ensureWidgetsApplication();
     const auto document = DetailView::renderNotes(
@@ -435,21 +347,12 @@ TEST(RenderNotesTest, EveryRunTakesTheNotesFontAndKeepsBoldAndItalic)
                   "font-size:40pt\">z</span>"_s),
         u"Courier New"_s, 20);
     ASSERT_NE(document, nullptr);
-    const std::vector<NoteRun> expected{
-        {u"a "_s, u"Courier New"_s, 20, false, false},
-        {u"gras"_s, u"Courier New"_s, 20, true, false},
-        {u" "_s, u"Courier New"_s, 20, false, false},
-        {u"penché"_s, u"Courier New"_s, 20, false, true},
-        {u" "_s, u"Courier New"_s, 20, false, false},
-        {u"les deux"_s, u"Courier New"_s, 20, true, true},
-        // The span's own family and size give way too, so it joins the run around it.
-        {u" z "_s, u"Courier New"_s, 20, false, false}};
-    EXPECT_EQ(runsOf(*document), expected);
-}
+    // The span's own family and size give way too, so it joins the run around it.
+    EXPECT_EQ(runsOf(*document),
+              (QStringList{u"a |Courier New|20||"_s, u"gras|Courier New|20|bold|"_s, u" |Courier New|20||"_s,
+                           u"penché|Courier New|20||italic"_s, u" |Courier New|20||"_s,
+                           u"les deux|Courier New|20|bold|italic"_s, u" z |Courier New|20||"_s}));
 
-TEST(RenderNotesTest, TextWithoutUtf8FormGivesNothing)
-{
-    ensureWidgetsApplication();
     QString broken = u"abc"_s;
     broken.append(QChar(0xD800));
     EXPECT_EQ(DetailView::renderNotes(broken, u"Helvetica"_s, 16), nullptr);
@@ -460,22 +363,20 @@ TEST_F(DetailViewTest, NotesFontFollowsPreferencesOnTheNextRender)
 {
     LinkItem item = makeItem(u"f"_s, u"A"_s);
     item.notes = notesHTML(u"texte"_s);
-    auto store = startWith({item}, {u"A"_s});
-    auto view = openDetail(*store, item);
-    auto *notes = child<QTextBrowser>(view.get(), u"notes"_s);
-    ASSERT_FALSE(runsOf(*notes->document()).empty());
-    EXPECT_EQ(runsOf(*notes->document()).front(), (NoteRun{u"texte "_s, u"Helvetica"_s, 16, false, false}));
-
+    open(item);
+    const auto firstRun = [this] {
+        return runsOf(*child<QTextBrowser>(m_view.get(), u"notes"_s)->document()).value(0);
+    };
+    EXPECT_EQ(firstRun(), u"texte |Helvetica|16||"_s);
     m_settings.setNoteFontName(u"Georgia"_s);
     m_settings.setNoteFontSize(24);
     // The view does not watch the settings: nothing changes until it renders again.
-    EXPECT_EQ(runsOf(*notes->document()).front().family, u"Helvetica"_s);
-    view->refresh();
-    EXPECT_EQ(runsOf(*notes->document()).front(), (NoteRun{u"texte "_s, u"Georgia"_s, 24, false, false}));
-
+    EXPECT_EQ(firstRun(), u"texte |Helvetica|16||"_s);
+    m_view->refresh();
+    EXPECT_EQ(firstRun(), u"texte |Georgia|24||"_s);
     m_settings.setNoteFontSize(0);
-    store->updateItem(item.id, [](LinkItem &stored) { stored.notes = notesHTML(u"autre"_s); });
-    EXPECT_EQ(runsOf(*notes->document()).front(), (NoteRun{u"autre "_s, u"Georgia"_s, 16, false, false}));
+    m_store->updateItem(item.id, [](LinkItem &stored) { stored.notes = notesHTML(u"autre"_s); });
+    EXPECT_EQ(firstRun(), u"autre |Georgia|16||"_s);
 }
 
 } // namespace

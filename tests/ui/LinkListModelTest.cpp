@@ -54,30 +54,24 @@ protected:
     QAbstractItemModelTester m_tester{&m_model, QAbstractItemModelTester::FailureReportingMode::Fatal};
 };
 
-TEST_F(LinkListModelTest, RowsExposeTheRecordFields)
+TEST_F(LinkListModelTest, RowsExposeTheRecordFieldsNewestFirst)
 {
-    ASSERT_EQ(titles(), (QStringList{u"Promenade"_s, u"Provence"_s, u"Projet"_s, u"Recette"_s}));
-    struct Row
-    {
-        int row;
-        QString path;
-        QVariant notes;
-        bool favorite;
-    };
-    const std::vector<Row> table{
-        {0, u"https://rando.fr"_s, u"sentier"_s, false},
-        {1, u"https://provence.fr"_s, editFormNotes(u"lavande"_s), true},
-        {2, u"/home/moi/projet"_s, QVariant(), false},
-        {3, u"/home/moi/recette.pdf"_s, QVariant(), false}, // empty notes show no third line
-    };
-    for (const Row &row : table) {
-        const QModelIndex index = m_model.index(row.row);
-        EXPECT_EQ(index.data(LinkListModel::PathRole).toString(), row.path);
-        EXPECT_EQ(index.data(LinkListModel::NotesRole), row.notes) << row.row;
-        EXPECT_EQ(index.data(LinkListModel::FavoriteRole).toBool(), row.favorite);
-        EXPECT_EQ(index.data(LinkListModel::IdRole).toUuid(), m_model.idAt(row.row));
-        EXPECT_EQ(m_model.rowOf(m_model.idAt(row.row)), row.row);
+    QStringList rows;
+    for (int row = 0; row < m_model.rowCount(); ++row) {
+        const QModelIndex index = m_model.index(row);
+        const QVariant notes = index.data(LinkListModel::NotesRole);
+        rows << QStringList{index.data(LinkListModel::TitleRole).toString(),
+                            index.data(LinkListModel::PathRole).toString(),
+                            notes.isValid() ? notes.toString() : u"-"_s,
+                            index.data(LinkListModel::FavoriteRole).toBool() ? u"★"_s : u"☆"_s}
+                    .join(u'|');
+        EXPECT_EQ(index.data(LinkListModel::IdRole).toUuid(), m_model.idAt(row));
+        EXPECT_EQ(m_model.rowOf(m_model.idAt(row)), row);
     }
+    // Empty notes show no third line.
+    EXPECT_EQ(rows, (QStringList{u"Promenade|https://rando.fr|sentier|☆"_s,
+                                 u"Provence|https://provence.fr|"_s + editFormNotes(u"lavande"_s) + u"|★"_s,
+                                 u"Projet|/home/moi/projet|-|☆"_s, u"Recette|/home/moi/recette.pdf|-|☆"_s}));
     EXPECT_EQ(m_model.idAt(4), QUuid());
     EXPECT_EQ(m_model.rowOf(QUuid::createUuid()), -1);
 }

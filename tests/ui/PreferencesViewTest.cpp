@@ -14,136 +14,116 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-class PreferencesViewTest : public ::testing::Test
+using Key = Settings::Key;
+
+// What the window shows, top to bottom, then the preview's font, as "on|on|Helvetica|16|16 pt|…".
+QString shown(PreferencesView &v)
+{
+    const auto ticked = [&](const QString &name) {
+        return child<QCheckBox>(&v, name)->isChecked() ? u"on"_s : u"off"_s;
+    };
+    const auto picked = [&](const QString &name) {
+        auto *picker = child<QComboBox>(&v, name);
+        return picker->currentIndex() < 0 ? u"-"_s : picker->currentText();
+    };
+    const QFont preview = child<QLabel>(&v, u"notePreview"_s)->font();
+    const QString size = QString::number(child<QSlider>(&v, u"noteFontSize"_s)->value());
+    QStringList parts;
+    parts << ticked(u"askDeleteConfirmation"_s) << ticked(u"warnOldBackup"_s) << picked(u"noteFontName"_s)
+          << size << child<QLabel>(&v, u"noteFontSizeText"_s)->text() << picked(u"backupReminderDay"_s)
+          << preview.family() << QString::number(preview.pointSizeF());
+    return parts.join(u'|');
+}
+
+class PreferencesViewTest : public ScreenTest
 {
 protected:
-    PreferencesViewTest() { ensureWidgetsApplication(); }
-
-    QString settingsFile() const { return m_dir.filePath(u"Fiva.ini"_s); }
-    // What another instance reading the same file sees: the value really reached the store.
-    QVariant storedValue(Settings::Key key) const { return Settings(settingsFile()).value(key); }
-
-    QTemporaryDir m_dir;
-    Settings m_settings{settingsFile()};
+    // What another instance reading the same file sees: the value really reached the file.
+    QVariant stored(Key key) const { return Settings(settingsFile()).value(key); }
 };
 
-TEST_F(PreferencesViewTest, FirstStartShowsTheDefaults)
+TEST_F(PreferencesViewTest, ShowsTheStoredValuesWritesNoneOfThemAndFollowsChangesMadeElsewhere)
 {
     PreferencesView view(m_settings);
-    EXPECT_TRUE(child<QCheckBox>(&view, u"askDeleteConfirmation"_s)->isChecked());
-    EXPECT_TRUE(child<QCheckBox>(&view, u"warnOldBackup"_s)->isChecked());
-    EXPECT_EQ(child<QComboBox>(&view, u"noteFontName"_s)->currentText(), u"Helvetica"_s);
-    EXPECT_EQ(child<QSlider>(&view, u"noteFontSize"_s)->value(), 16);
-    EXPECT_EQ(child<QLabel>(&view, u"noteFontSizeText"_s)->text(), u"16 pt"_s);
-    EXPECT_EQ(child<QComboBox>(&view, u"backupReminderDay"_s)->currentText(), u"Lundi"_s);
     EXPECT_EQ(view.width(), 540);
-    // Showing the defaults writes nothing.
-    for (Settings::Key key : Settings::allKeys)
+    EXPECT_EQ(shown(view), u"on|on|Helvetica|16|16 pt|Lundi|Helvetica|16"_s);
+    for (Key key : Settings::allKeys)
         EXPECT_FALSE(m_settings.contains(key));
-}
 
-TEST_F(PreferencesViewTest, TogglesAreStoredAtOnce)
-{
-    PreferencesView view(m_settings);
-    view.show();
-    QTest::mouseClick(child<QCheckBox>(&view, u"askDeleteConfirmation"_s), Qt::LeftButton);
-    EXPECT_EQ(storedValue(Settings::Key::askDeleteConfirmation), false);
-    auto *warn = child<QCheckBox>(&view, u"warnOldBackup"_s);
-    QTest::mouseClick(warn, Qt::LeftButton);
-    EXPECT_EQ(storedValue(Settings::Key::warnOldBackup), false);
-    QTest::keyClick(warn, Qt::Key_Space);
-    EXPECT_EQ(storedValue(Settings::Key::warnOldBackup), true);
-}
+    m_settings.setWarnOldBackup(false);
+    m_settings.setNoteFontSize(22);
+    EXPECT_EQ(shown(view), u"on|off|Helvetica|22|22 pt|Lundi|Helvetica|22"_s);
 
-TEST_F(PreferencesViewTest, SliderEndsStoreTenAndThirty)
-{
-    PreferencesView view(m_settings);
-    view.show();
-    auto *slider = child<QSlider>(&view, u"noteFontSize"_s);
-    auto *text = child<QLabel>(&view, u"noteFontSizeText"_s);
-    auto *preview = child<QLabel>(&view, u"notePreview"_s);
-    QTest::keyClick(slider, Qt::Key_Home);
-    EXPECT_EQ(storedValue(Settings::Key::noteFontSize), 10.0);
-    EXPECT_EQ(text->text(), u"10 pt"_s);
-    EXPECT_EQ(preview->font().pointSizeF(), 10.0);
-    QTest::keyClick(slider, Qt::Key_End);
-    EXPECT_EQ(storedValue(Settings::Key::noteFontSize), 30.0);
-    EXPECT_EQ(text->text(), u"30 pt"_s);
-    EXPECT_EQ(preview->font().pointSizeF(), 30.0);
-}
-
-TEST_F(PreferencesViewTest, FontPickerEntriesAreDrawnInTheirOwnFontAndChoosingStoresTheName)
-{
-    PreferencesView view(m_settings);
-    view.show();
-    auto *picker = child<QComboBox>(&view, u"noteFontName"_s);
-    ASSERT_EQ(picker->count(), 5);
-    for (int i = 0; i < picker->count(); ++i) {
-        EXPECT_EQ(picker->itemText(i), PreferencesView::noteFonts()[i]);
-        const QFont font = picker->itemData(i, Qt::FontRole).value<QFont>();
-        EXPECT_EQ(font.family(), picker->itemText(i));
-        EXPECT_EQ(font.pointSizeF(), 13.0);
-    }
-    QTest::keyClick(picker, Qt::Key_Down);
-    EXPECT_EQ(storedValue(Settings::Key::noteFontName), u"Times New Roman"_s);
-    EXPECT_EQ(child<QLabel>(&view, u"notePreview"_s)->font().family(), u"Times New Roman"_s);
-
-    auto *day = child<QComboBox>(&view, u"backupReminderDay"_s);
-    EXPECT_EQ(day->count(), 7);
-    QTest::keyClick(day, Qt::Key_End);
-    EXPECT_EQ(storedValue(Settings::Key::backupReminderDay), u"Dimanche"_s);
-}
-
-TEST_F(PreferencesViewTest, ValuesFromAnotherToolStayStoredAndStillShow)
-{
+    // Values another tool left: no entry matches them, yet they stay stored and still show.
     m_settings.setNoteFontName(u"Comic Neue"_s);
     m_settings.setBackupReminderDay(u"Funday"_s);
     m_settings.setNoteFontSize(45.5);
+    EXPECT_EQ(shown(view), u"on|off|-|30|45 pt|-|Comic Neue|45.5"_s);
+    PreferencesView fresh(m_settings);
+    EXPECT_EQ(shown(fresh), shown(view));
+    EXPECT_EQ(stored(Key::noteFontName), u"Comic Neue"_s);
+    EXPECT_EQ(stored(Key::backupReminderDay), u"Funday"_s);
+    EXPECT_EQ(stored(Key::noteFontSize), 45.5);
+}
+
+TEST_F(PreferencesViewTest, EachGestureIsStoredAtOnce)
+{
     PreferencesView view(m_settings);
     view.show();
-    EXPECT_EQ(child<QComboBox>(&view, u"noteFontName"_s)->currentIndex(), -1);
-    EXPECT_EQ(child<QComboBox>(&view, u"backupReminderDay"_s)->currentIndex(), -1);
-    EXPECT_EQ(child<QLabel>(&view, u"notePreview"_s)->font().family(), u"Comic Neue"_s);
-    EXPECT_EQ(child<QLabel>(&view, u"noteFontSizeText"_s)->text(), u"45 pt"_s);
-    EXPECT_EQ(storedValue(Settings::Key::noteFontName), u"Comic Neue"_s);
-    EXPECT_EQ(storedValue(Settings::Key::backupReminderDay), u"Funday"_s);
-    EXPECT_EQ(storedValue(Settings::Key::noteFontSize), 45.5);
+    const auto press = [&](const QString &name, Qt::Key key) {
+        QTest::keyClick(child<QWidget>(&view, name), key);
+    };
+    QTest::mouseClick(child<QCheckBox>(&view, u"askDeleteConfirmation"_s), Qt::LeftButton);
+    EXPECT_EQ(stored(Key::askDeleteConfirmation), false);
+    QTest::mouseClick(child<QCheckBox>(&view, u"warnOldBackup"_s), Qt::LeftButton);
+    EXPECT_EQ(stored(Key::warnOldBackup), false);
+    press(u"warnOldBackup"_s, Qt::Key_Space);
+    EXPECT_EQ(stored(Key::warnOldBackup), true);
+    press(u"noteFontSize"_s, Qt::Key_Home);
+    EXPECT_EQ(stored(Key::noteFontSize), 10.0);
+    EXPECT_EQ(shown(view), u"off|on|Helvetica|10|10 pt|Lundi|Helvetica|10"_s);
+    press(u"noteFontSize"_s, Qt::Key_End);
+    EXPECT_EQ(stored(Key::noteFontSize), 30.0);
+    press(u"noteFontName"_s, Qt::Key_Down);
+    EXPECT_EQ(stored(Key::noteFontName), u"Times New Roman"_s);
+    press(u"backupReminderDay"_s, Qt::Key_End);
+    EXPECT_EQ(stored(Key::backupReminderDay), u"Dimanche"_s);
+    EXPECT_EQ(shown(view), u"off|on|Times New Roman|30|30 pt|Dimanche|Times New Roman|30"_s);
 }
 
-TEST_F(PreferencesViewTest, FollowsChangesMadeElsewhere)
+TEST_F(PreferencesViewTest, PickersListTheirChoicesAndFontsAreDrawnInTheirOwnFont)
 {
     PreferencesView view(m_settings);
-    m_settings.setWarnOldBackup(false);
-    m_settings.setNoteFontSize(22);
-    EXPECT_FALSE(child<QCheckBox>(&view, u"warnOldBackup"_s)->isChecked());
-    EXPECT_EQ(child<QSlider>(&view, u"noteFontSize"_s)->value(), 22);
-    EXPECT_EQ(child<QLabel>(&view, u"noteFontSizeText"_s)->text(), u"22 pt"_s);
+    auto *fonts = child<QComboBox>(&view, u"noteFontName"_s);
+    EXPECT_EQ(choices(fonts), (QStringList{u"Helvetica"_s, u"Times New Roman"_s, u"Georgia"_s,
+                                           u"Courier New"_s, u"Arial"_s}));
+    for (int i = 0; i < fonts->count(); ++i) {
+        const QFont font = fonts->itemData(i, Qt::FontRole).value<QFont>();
+        EXPECT_EQ(font.family(), fonts->itemText(i));
+        EXPECT_EQ(font.pointSizeF(), 13.0);
+    }
+    EXPECT_EQ(choices(child<QComboBox>(&view, u"backupReminderDay"_s)),
+              (QStringList{u"Lundi"_s, u"Mardi"_s, u"Mercredi"_s, u"Jeudi"_s, u"Vendredi"_s, u"Samedi"_s,
+                           u"Dimanche"_s}));
 }
 
-struct SizeCase
+TEST(PreferencesView, SizeTextShowsTheWholePartAndThePreviewAReadableSize)
 {
-    double points;
-    QString text;
-    double previewSize;
-};
-
-class SizeTextTest : public ::testing::TestWithParam<SizeCase>
-{
-};
-
-TEST_P(SizeTextTest, WholePartOrSomethingReadable)
-{
-    EXPECT_EQ(PreferencesView::sizeText(GetParam().points), GetParam().text);
-    EXPECT_EQ(PreferencesView::previewPointSize(GetParam().points), GetParam().previewSize);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double infinity = std::numeric_limits<double>::infinity();
+    const struct
+    {
+        double points;
+        QString text;
+        double previewSize;
+    } cases[]{{16, u"16 pt"_s, 16}, {16.9, u"16 pt"_s, 16.9},  {10, u"10 pt"_s, 10},
+              {0, u"0 pt"_s, 16},   {-3.7, u"-3 pt"_s, 16},    {1e6, u"1000000 pt"_s, 500},
+              {nan, u"– pt"_s, 16}, {infinity, u"– pt"_s, 16}, {1e300, u"– pt"_s, 500}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.points);
+        EXPECT_EQ(PreferencesView::sizeText(c.points), c.text);
+        EXPECT_EQ(PreferencesView::previewPointSize(c.points), c.previewSize);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Sizes, SizeTextTest,
-                         ::testing::Values(SizeCase{16, u"16 pt"_s, 16}, SizeCase{16.9, u"16 pt"_s, 16.9},
-                                           SizeCase{10, u"10 pt"_s, 10}, SizeCase{0, u"0 pt"_s, 16},
-                                           SizeCase{-3.7, u"-3 pt"_s, 16},
-                                           SizeCase{1e6, u"1000000 pt"_s, 500},
-                                           SizeCase{std::numeric_limits<double>::quiet_NaN(), u"– pt"_s, 16},
-                                           SizeCase{std::numeric_limits<double>::infinity(), u"– pt"_s, 16},
-                                           SizeCase{1e300, u"– pt"_s, 500}));
 
 } // namespace

@@ -5,8 +5,9 @@
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
-#include <QPushButton>
 #include <QTimer>
+
+#include <functional>
 
 #include "ScreensTestSupport.h"
 
@@ -16,155 +17,128 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Comes first among the bases so that the application exists before any widget member.
-struct WithApplication
-{
-    WithApplication() { ensureWidgetsApplication(); }
-};
-
-class QtDialogsTest : public WithApplication, public ::testing::Test
+class QtDialogsTest : public ScreenTest
 {
 protected:
-    QtDialogsTest() { m_dialogs.setUseNativePanels(false); }
+    QtDialogsTest() { m_qt.setUseNativePanels(false); }
 
-    // Answers the next modal message box once the event loop shows it.
-    void answerNextAlert(const std::function<void(QMessageBox &)> &answer)
+    // The panel just opened; the previous one, closed, is gone first.
+    QFileDialog *panel(const QString &name)
     {
-        QTimer::singleShot(0, &m_window, [answer] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            ASSERT_NE(box, nullptr);
-            answer(*box);
-        });
+        flushDeletions();
+        return child<QFileDialog>(&m_window, name);
     }
 
     QWidget m_window;
-    QtDialogs m_dialogs{&m_window};
+    QtDialogs m_qt{&m_window};
 };
 
-TEST_F(QtDialogsTest, AlertShowsItsTextsAndReportsTheButtonPressed)
+TEST_F(QtDialogsTest, AlertShowsTheRequestAndReportsTheButtonAndTheTypedText)
 {
-    AlertRequest request{u"Supprimer ?"_s,
-                         u"Définitivement."_s,
-                         AlertStyle::warning,
-                         {u"Supprimer"_s, u"Annuler"_s},
-                         std::nullopt};
-    QString shownText, shownInformative;
-    QMessageBox::Icon shownIcon = QMessageBox::NoIcon;
-    answerNextAlert([&](QMessageBox &box) {
-        shownText = box.text();
-        shownInformative = box.informativeText();
-        shownIcon = box.icon();
-        buttonWithText(&box, u"Annuler"_s)->click();
-    });
-    EXPECT_EQ(m_dialogs.runAlert(request).button, 1);
-    EXPECT_EQ(shownText, u"Supprimer ?"_s);
-    EXPECT_EQ(shownInformative, u"Définitivement."_s);
-    EXPECT_EQ(shownIcon, QMessageBox::Warning);
-
-    answerNextAlert([](QMessageBox &box) { buttonWithText(&box, u"Supprimer"_s)->click(); });
-    EXPECT_EQ(m_dialogs.runAlert(request).button, 0);
-
-    answerNextAlert([](QMessageBox &box) { QTest::keyClick(&box, Qt::Key_Escape); });
-    EXPECT_EQ(m_dialogs.runAlert(request).button, 1);
+    const AlertRequest confirm{
+        u"Supprimer ?"_s, u"Définitivement."_s, AlertStyle::warning, {u"Supprimer"_s, u"Annuler"_s}, {}};
+    const AlertRequest rename{u"Renommer la catégorie"_s,
+                              u"Entrez le nouveau nom :"_s,
+                              AlertStyle::informational,
+                              {u"OK"_s, u"Annuler"_s},
+                              u"Travail"_s};
+    const auto click = [](const QString &text) {
+        return [text](QMessageBox &box) { buttonWithText(&box, text)->click(); };
+    };
+    const struct
+    {
+        const AlertRequest &request;
+        std::function<void(QMessageBox &)> answer;
+        QString shown; // text | informative text | icon | the field's first text
+        int button;
+        QString text;
+    } cases[]{
+        {confirm, click(u"Annuler"_s), u"Supprimer ?|Définitivement.|warning|-"_s, 1, {}},
+        {confirm, click(u"Supprimer"_s), u"Supprimer ?|Définitivement.|warning|-"_s, 0, {}},
+        {confirm,
+         [](QMessageBox &box) { QTest::keyClick(&box, Qt::Key_Escape); },
+         u"Supprimer ?|Définitivement.|warning|-"_s,
+         1,
+         {}},
+        {rename,
+         [](QMessageBox &box) {
+             auto *field = child<QLineEdit>(&box, u"alertTextField"_s);
+             field->clear();
+             QTest::keyClicks(field, u"Boulot"_s);
+             buttonWithText(&box, u"OK"_s)->click();
+         },
+         u"Renommer la catégorie|Entrez le nouveau nom :|information|Travail"_s, 0, u"Boulot"_s},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.shown.toStdString());
+        QString shown;
+        // Answered once the event loop shows the modal box.
+        QTimer::singleShot(0, &m_window, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            ASSERT_NE(box, nullptr);
+            auto *field = box->findChild<QLineEdit *>(u"alertTextField"_s);
+            const QMessageBox::Icon icon = box->icon();
+            shown = QStringList{box->text(), box->informativeText(),
+                                icon == QMessageBox::Warning       ? u"warning"_s
+                                : icon == QMessageBox::Information ? u"information"_s
+                                                                   : u"other"_s,
+                                field ? field->text() : u"-"_s}
+                        .join(u'|');
+            c.answer(*box);
+        });
+        const AlertAnswer answer = m_qt.runAlert(c.request);
+        EXPECT_EQ(shown, c.shown);
+        EXPECT_EQ(answer.button, c.button);
+        EXPECT_EQ(answer.text, c.text);
+    }
 }
 
-TEST_F(QtDialogsTest, AlertTextFieldStartsWithTheTextAndReturnsWhatWasTyped)
-{
-    AlertRequest request{u"Renommer la catégorie"_s,
-                         u"Entrez le nouveau nom :"_s,
-                         AlertStyle::informational,
-                         {u"OK"_s, u"Annuler"_s},
-                         u"Travail"_s};
-    QString initial;
-    QMessageBox::Icon shownIcon = QMessageBox::NoIcon;
-    answerNextAlert([&](QMessageBox &box) {
-        shownIcon = box.icon();
-        auto *field = box.findChild<QLineEdit *>(u"alertTextField"_s);
-        ASSERT_NE(field, nullptr);
-        initial = field->text();
-        field->clear();
-        QTest::keyClicks(field, u"Boulot"_s);
-        buttonWithText(&box, u"OK"_s)->click();
-    });
-    const AlertAnswer answer = m_dialogs.runAlert(request);
-    EXPECT_EQ(initial, u"Travail"_s);
-    EXPECT_EQ(shownIcon, QMessageBox::Information);
-    EXPECT_EQ(answer.button, 0);
-    EXPECT_EQ(answer.text, u"Boulot"_s);
-}
-
-TEST_F(QtDialogsTest, OpenPanelAnswersThroughItsCallback)
+TEST_F(QtDialogsTest, PanelsAskForWhatTheRequestSaysAndAnswerThroughTheirCallback)
 {
     QTemporaryDir dir;
     const QString file = dir.filePath(u"a.fivabackup"_s);
     writeBytes(file, "x");
-    std::vector<std::optional<QStringList>> answers;
-    OpenPanelRequest request{OpenPanelRequest::Kind::files, {u"fivabackup"_s}, false, u"Choisir"_s};
-    m_dialogs.showOpenPanel(request, [&](std::optional<QStringList> chosen) { answers.push_back(chosen); });
-    auto *panel = m_window.findChild<QFileDialog *>(u"openPanel"_s);
-    ASSERT_NE(panel, nullptr);
-    EXPECT_EQ(panel->fileMode(), QFileDialog::ExistingFile);
-    EXPECT_EQ(panel->nameFilters(), QStringList{u"*.fivabackup"_s});
-    EXPECT_EQ(panel->labelText(QFileDialog::Accept), u"Choisir");
-    panel->setDirectory(dir.path());
-    panel->selectFile(file);
-    static_cast<QDialog *>(panel)->accept();
-    ASSERT_EQ(answers.size(), 1u);
-    ASSERT_TRUE(answers[0]);
-    EXPECT_EQ(*answers[0], QStringList{file});
+    std::vector<std::optional<QStringList>> opened;
+    const auto remember = [&](std::optional<QStringList> chosen) { opened.push_back(chosen); };
+    m_qt.showOpenPanel({OpenPanelRequest::Kind::files, {u"fivabackup"_s}, false, u"Choisir"_s}, remember);
+    QFileDialog *open = panel(u"openPanel"_s);
+    EXPECT_EQ(open->fileMode(), QFileDialog::ExistingFile);
+    EXPECT_EQ(open->nameFilters(), QStringList{u"*.fivabackup"_s});
+    EXPECT_EQ(open->labelText(QFileDialog::Accept), u"Choisir");
+    open->setDirectory(dir.path());
+    open->selectFile(file);
+    static_cast<QDialog *>(open)->accept();
 
-    m_dialogs.showOpenPanel({OpenPanelRequest::Kind::folders, {}, false, {}},
-                            [&](std::optional<QStringList> chosen) { answers.push_back(chosen); });
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    panel = m_window.findChild<QFileDialog *>(u"openPanel"_s);
-    ASSERT_NE(panel, nullptr);
-    EXPECT_EQ(panel->fileMode(), QFileDialog::Directory);
-    panel->reject();
-    ASSERT_EQ(answers.size(), 2u);
-    EXPECT_FALSE(answers[1]);
+    m_qt.showOpenPanel({OpenPanelRequest::Kind::folders, {}, false, {}}, remember);
+    open = panel(u"openPanel"_s);
+    EXPECT_EQ(open->fileMode(), QFileDialog::Directory);
+    open->reject();
+    EXPECT_EQ(opened, (std::vector<std::optional<QStringList>>{QStringList{file}, std::nullopt}));
+
+    std::vector<std::optional<QString>> saved;
+    m_qt.showSavePanel({u"Fiva-Backup.fivabackup"_s, {u"fivabackup"_s}},
+                       [&](std::optional<QString> chosen) { saved.push_back(chosen); });
+    QFileDialog *save = panel(u"savePanel"_s);
+    EXPECT_EQ(save->acceptMode(), QFileDialog::AcceptSave);
+    save->setDirectory(dir.path());
+    save->selectFile(dir.filePath(u"copie"_s));
+    static_cast<QDialog *>(save)->accept();
+    // The extension is added to a name typed without one.
+    EXPECT_EQ(saved, std::vector<std::optional<QString>>{dir.filePath(u"copie.fivabackup"_s)});
 }
 
-TEST_F(QtDialogsTest, SavePanelProposesTheNameAndAddsTheExtension)
+TEST(QtDialogs, ExtensionsBecomeOnePattern)
 {
-    QTemporaryDir dir;
-    std::vector<std::optional<QString>> answers;
-    m_dialogs.showSavePanel({u"Fiva-Backup.fivabackup"_s, {u"fivabackup"_s}},
-                            [&](std::optional<QString> chosen) { answers.push_back(chosen); });
-    auto *panel = m_window.findChild<QFileDialog *>(u"savePanel"_s);
-    ASSERT_NE(panel, nullptr);
-    EXPECT_EQ(panel->acceptMode(), QFileDialog::AcceptSave);
-    EXPECT_EQ(panel->defaultSuffix(), u"fivabackup"_s);
-    panel->setDirectory(dir.path());
-    panel->selectFile(dir.filePath(u"copie"_s));
-    static_cast<QDialog *>(panel)->accept();
-    ASSERT_EQ(answers.size(), 1u);
-    ASSERT_TRUE(answers[0]);
-    EXPECT_EQ(*answers[0], dir.filePath(u"copie.fivabackup"_s));
+    const std::vector<std::pair<QStringList, QStringList>> cases{{{}, {}},
+                                                                 {{u""_s}, {}},
+                                                                 {{u"fivabackup"_s}, {u"*.fivabackup"_s}},
+                                                                 {{u"png"_s, u"jpg"_s}, {u"*.png *.jpg"_s}}};
+    for (const auto &[extensions, filters] : cases)
+        EXPECT_EQ(QtDialogs::nameFilters(extensions), filters) << extensions.join(u',').toStdString();
 }
 
-struct FilterCase
+TEST_F(QtDialogsTest, EveryOwnDrawingRendersSomethingAndStarsStayOursAndYellow)
 {
-    QStringList extensions;
-    QStringList filters;
-};
-
-class NameFilterTest : public ::testing::TestWithParam<FilterCase>
-{
-};
-
-TEST_P(NameFilterTest, ExtensionsBecomeOnePattern)
-{
-    EXPECT_EQ(QtDialogs::nameFilters(GetParam().extensions), GetParam().filters);
-}
-
-INSTANTIATE_TEST_SUITE_P(Extensions, NameFilterTest,
-                         ::testing::Values(FilterCase{{}, {}}, FilterCase{{u""_s}, {}},
-                                           FilterCase{{u"fivabackup"_s}, {u"*.fivabackup"_s}},
-                                           FilterCase{{u"png"_s, u"jpg"_s}, {u"*.png *.jpg"_s}}));
-
-TEST(SymbolsTest, EveryOwnDrawingRendersSomething)
-{
-    ensureWidgetsApplication();
     const QStringList names = symbols::knownSymbols();
     for (const QString &symbol :
          {u"star"_s, u"star.fill"_s, u"pencil"_s, u"trash"_s, u"paperclip"_s, u"plus"_s, u"folder"_s,
@@ -173,7 +147,6 @@ TEST(SymbolsTest, EveryOwnDrawingRendersSomething)
         EXPECT_TRUE(names.contains(symbol)) << symbol.toStdString();
     for (const QString &name : names) {
         const QImage image = symbols::ownIcon(name).pixmap(24, 24).toImage();
-        ASSERT_FALSE(image.isNull()) << name.toStdString();
         bool drawn = false;
         for (int y = 0; y < image.height() && !drawn; ++y) {
             for (int x = 0; x < image.width() && !drawn; ++x)
@@ -183,17 +156,11 @@ TEST(SymbolsTest, EveryOwnDrawingRendersSomething)
         EXPECT_FALSE(symbols::icon(name).isNull()) << name.toStdString();
     }
     EXPECT_TRUE(symbols::ownIcon(u"no.such.symbol"_s).isNull());
-}
 
-TEST(SymbolsTest, StarsStayOursAndYellow)
-{
-    ensureWidgetsApplication();
     EXPECT_TRUE(symbols::themeIconName(u"star.fill"_s).isEmpty());
-    const QImage image = symbols::icon(u"star.fill"_s).pixmap(32, 32).toImage();
-    const QColor centre = image.pixelColor(16, 16);
-    EXPECT_GT(centre.red(), 200);
-    EXPECT_GT(centre.green(), 150);
-    EXPECT_LT(centre.blue(), 80);
+    const QColor centre = symbols::icon(u"star.fill"_s).pixmap(32, 32).toImage().pixelColor(16, 16);
+    EXPECT_TRUE(centre.red() > 200 && centre.green() > 150 && centre.blue() < 80)
+        << centre.name().toStdString();
 }
 
 } // namespace

@@ -10,23 +10,20 @@
 #include "store/LinkStore.h"
 
 #include <QAbstractButton>
+#include <QAbstractItemView>
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
-#include <QListWidget>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
 #include <QWidget>
 
-#include <unistd.h>
-
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <memory>
-#include <ostream>
 #include <vector>
 
 #include "support/FakeDialogs.h"
@@ -77,15 +74,49 @@ inline bool showsLabel(QWidget *parent, const QString &text)
     return false;
 }
 
-inline void clickListRow(QListWidget *list, int row)
+inline QStringList choices(const QComboBox *picker)
 {
-    QListWidgetItem *item = list->item(row);
-    ASSERT_NE(item, nullptr);
-    list->scrollToItem(item);
-    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(item).center());
+    QStringList texts;
+    for (int i = 0; i < picker->count(); ++i)
+        texts << picker->itemText(i);
+    return texts;
 }
 
-// A real store over a temporary application-support folder, the scripted dialogs and a fixed clock.
+// A mouse click in the middle of a row, as a user selects it.
+inline void clickRow(QAbstractItemView *view, int row)
+{
+    const QModelIndex index = view->model()->index(row, 0);
+    ASSERT_TRUE(index.isValid()) << "no row " << row;
+    view->scrollTo(index);
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(index).center());
+}
+
+// Widgets closed or replaced go with deleteLater; tests look once they are really gone.
+inline void flushDeletions()
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+template <typename T> QList<T *> visibleWindows()
+{
+    QList<T *> windows;
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (auto *window = qobject_cast<T *>(widget); window && window->isVisible())
+            windows.append(window);
+    }
+    return windows;
+}
+
+inline QStringList alertMessages(const FakeDialogs &dialogs)
+{
+    QStringList messages;
+    for (const AlertRequest &alert : dialogs.alerts)
+        messages << alert.message;
+    return messages;
+}
+
+// A real store over a temporary application-support folder, the scripted dialogs, a fixed clock and
+// settings of their own.
 class ScreenTest : public ::testing::Test
 {
 protected:
@@ -110,12 +141,14 @@ protected:
     }
 
     QString dataFile() const { return m_as.filePath(QStringLiteral("Fiva/FivaData.json")); }
+    QString settingsFile() const { return m_as.filePath(QStringLiteral("Fiva.ini")); }
 
     QTemporaryDir m_as;
     FixedPaths m_paths{m_as.path(), m_as.path()};
     RecordingWorkspace m_workspace;
     ManualClock m_clock{newYear2025};
     FakeDialogs m_dialogs;
+    Settings m_settings{settingsFile()};
 };
 
 } // namespace test
