@@ -323,7 +323,7 @@ std::optional<std::uint32_t> Archive::copyStoredData(const Entry &entry, int fd,
     // An entry of one chunk usually sits in the stream's buffer already, read along with its local header.
     if (size <= defaultReadChunkSize || dataOffset > length || size > length - dataOffset)
         return std::nullopt;
-    return copyFileRange(::fileno(m_archiveFile), dataOffset, size, fd, skipCRC32);
+    return copyFileRange(::fileno(m_archiveFile), dataOffset, size, fd, 0, skipCRC32);
 }
 
 } // namespace fiva::zip

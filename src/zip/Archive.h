@@ -127,11 +127,18 @@ private:
     void seek(std::uint64_t offset);
     void write(ByteView bytes);
     Bytes readCentralDirectory();
-    // Copies a stored file entry's data straight from the archive file to `fd` and returns its CRC-32 (0 with
+    // Copies a stored file entry's data straight from the archive file to the start of the new file `fd` and
+    // returns its CRC-32 (0 with
     // `skipCRC32`); nothing when the entry is small, not stored, or runs past the end of the archive, which
     // then take the chunked path of `extract` with its errors.
     std::optional<std::uint32_t> copyStoredData(const Entry &entry, int fd, bool skipCRC32);
     void writeCentralDirectoryAndEndRecords(const Bytes &centralDirectory, const Totals &totals);
+    // The core addition; a stored file of several chunks whose open file is given as `sourceFile` has its
+    // data copied from that file's start by copyFileRange instead of asked from `provider`.
+    void addEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
+                  Date modificationDate, std::optional<std::uint16_t> permissions,
+                  CompressionMethod compressionMethod, std::size_t bufferSize, const Provider &provider,
+                  int sourceFile);
 
     std::filesystem::path m_url;
     AccessMode m_accessMode;

@@ -1,5 +1,6 @@
 #include "zip/Archive.h"
 #include "zip/Errors.h"
+#include "zip/FileCopy.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -222,6 +223,15 @@ void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t unco
                        Date modificationDate, std::optional<std::uint16_t> permissions,
                        CompressionMethod compressionMethod, std::size_t bufferSize, const Provider &provider)
 {
+    addEntry(path, type, uncompressedSize, modificationDate, permissions, compressionMethod, bufferSize,
+             provider, -1);
+}
+
+void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
+                       Date modificationDate, std::optional<std::uint16_t> permissions,
+                       CompressionMethod compressionMethod, std::size_t bufferSize, const Provider &provider,
+                       int sourceFile)
+{
     if (m_accessMode == AccessMode::read)
         throw ArchiveError(ArchiveError::unwritableArchive);
     // The name length field has 16 bits: refuse before anything is written.
@@ -271,7 +281,15 @@ void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t unco
     } else {
         const Bytes first = makeLocalHeader(name, method, dos, 0, 0, uncompressedSize, firstZIP64).data();
         write(first);
-        if (method == CompressionMethod::none) {
+        if (method == CompressionMethod::none && type == EntryType::file && sourceFile >= 0) {
+            // What the stream holds goes out first; the copy then writes beside it at explicit offsets and
+            // leaves the stream's position alone.
+            if (std::fflush(m_archiveFile) != 0)
+                throw DataError(DataError::unwritableFile);
+            checksum = copyFileRange(sourceFile, 0, uncompressedSize, ::fileno(m_archiveFile),
+                                     headerOffset + first.size(), false);
+            written = uncompressedSize;
+        } else if (method == CompressionMethod::none) {
             for (std::uint64_t position = 0; position < uncompressedSize; position += bufferSize) {
                 const auto count = static_cast<std::size_t>(
                     std::min<std::uint64_t>(uncompressedSize - position, bufferSize));
@@ -382,8 +400,9 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
             throw FileSystemError::fromErrno(errno, fileURL);
         ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
         // Stored bytes come out exactly as they go in, however they are cut, so a stored file moves in large
-        // chunks: one read and one write for most files, and no second header written over the first.
-        // Deflated data keeps the chunking it was asked for.
+        // chunks: one read and one write for most files, and no second header written over the first; a
+        // larger one is copied by the kernel from the open file. Deflated data keeps the chunking it was
+        // asked for.
         const std::size_t chunkSize = compressionMethod == CompressionMethod::none && bufferSize > 0
                                           ? std::max(bufferSize, storedFileChunkSize)
                                           : bufferSize;
@@ -400,7 +419,9 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
                 throw DataError(DataError::unreadableFile);
             return ByteView(buffer.get(), count);
         };
-        addEntry(path, type, size, modificationDate, permissions, compressionMethod, chunkSize, provider);
+        const bool stored = compressionMethod == CompressionMethod::none;
+        addEntry(path, type, size, modificationDate, permissions, compressionMethod, chunkSize, provider,
+                 stored ? file.get() : -1);
         break;
     }
     case EntryType::directory: {

@@ -38,11 +38,11 @@ bool readFullyAt(int fd, std::uint8_t *buffer, std::size_t count, std::uint64_t 
     return true;
 }
 
-void writeFully(int fd, const std::uint8_t *bytes, std::size_t count)
+void writeFullyAt(int fd, const std::uint8_t *bytes, std::size_t count, std::uint64_t offset)
 {
     std::size_t done = 0;
     while (done < count) {
-        const ssize_t n = ::write(fd, bytes + done, count - done);
+        const ssize_t n = ::pwrite(fd, bytes + done, count - done, static_cast<off_t>(offset + done));
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -52,30 +52,32 @@ void writeFully(int fd, const std::uint8_t *bytes, std::size_t count)
 }
 
 // Through this process: read, fold into the CRC-32 when `checksum` is given, write.
-void copyThroughBuffer(int from, std::uint64_t offset, std::uint64_t size, int to, std::uint32_t *checksum)
+void copyThroughBuffer(int from, std::uint64_t fromOffset, std::uint64_t size, int to, std::uint64_t toOffset,
+                       std::uint32_t *checksum)
 {
     const auto capacity = static_cast<std::size_t>(std::min<std::uint64_t>(size, copyChunkSize));
     // Not zeroed: every byte is read into before it is used.
     const auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
     for (std::uint64_t position = 0; position < size;) {
         const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - position, capacity));
-        if (!readFullyAt(from, buffer.get(), count, offset + position))
+        if (!readFullyAt(from, buffer.get(), count, fromOffset + position))
             throw DataError(DataError::unreadableFile);
         if (checksum)
             *checksum = crc32(ByteView(buffer.get(), count), *checksum);
-        writeFully(to, buffer.get(), count);
+        writeFullyAt(to, buffer.get(), count, toOffset + position);
         position += count;
     }
 }
 
 // Inside the kernel as far as it will go; the rest, if it refuses or fails part-way, through a buffer, which
 // then names the side at fault.
-void copyInKernel(int from, std::uint64_t offset, std::uint64_t size, int to)
+void copyInKernel(int from, std::uint64_t fromOffset, std::uint64_t size, int to, std::uint64_t toOffset)
 {
-    loff_t position = static_cast<loff_t>(offset);
+    auto input = static_cast<loff_t>(fromOffset);
+    auto output = static_cast<loff_t>(toOffset);
     std::uint64_t left = size;
     while (left > 0) {
-        const ssize_t n = ::copy_file_range(from, &position, to, nullptr,
+        const ssize_t n = ::copy_file_range(from, &input, to, &output,
                                             static_cast<std::size_t>(std::min(left, kernelCopyLimit)), 0);
         if (n < 0 && errno == EINTR)
             continue;
@@ -83,21 +85,23 @@ void copyInKernel(int from, std::uint64_t offset, std::uint64_t size, int to)
             break;
         left -= static_cast<std::uint64_t>(n);
     }
+    const std::uint64_t done = size - left;
     if (left > 0)
-        copyThroughBuffer(from, offset + (size - left), left, to, nullptr);
+        copyThroughBuffer(from, fromOffset + done, left, to, toOffset + done, nullptr);
 }
 
 } // namespace
 
-std::uint32_t copyFileRange(int from, std::uint64_t offset, std::uint64_t size, int to, bool skipCRC32)
+std::uint32_t copyFileRange(int from, std::uint64_t fromOffset, std::uint64_t size, int to,
+                            std::uint64_t toOffset, bool skipCRC32)
 {
     if (skipCRC32) {
-        copyInKernel(from, offset, size, to);
+        copyInKernel(from, fromOffset, size, to, toOffset);
         return 0;
     }
     std::uint32_t checksum = 0;
     if (size < parallelChecksumMinimum) {
-        copyThroughBuffer(from, offset, size, to, &checksum);
+        copyThroughBuffer(from, fromOffset, size, to, toOffset, &checksum);
         return checksum;
     }
 
@@ -112,7 +116,7 @@ std::uint32_t copyFileRange(int from, std::uint64_t offset, std::uint64_t size, 
                     return;
                 const auto count =
                     static_cast<std::size_t>(std::min<std::uint64_t>(size - position, copyChunkSize));
-                if (!readFullyAt(from, buffer.get(), count, offset + position)) {
+                if (!readFullyAt(from, buffer.get(), count, fromOffset + position)) {
                     readFailed = true;
                     return;
                 }
@@ -120,11 +124,11 @@ std::uint32_t copyFileRange(int from, std::uint64_t offset, std::uint64_t size, 
             }
         });
     } catch (const std::system_error &) {
-        copyThroughBuffer(from, offset, size, to, &checksum);
+        copyThroughBuffer(from, fromOffset, size, to, toOffset, &checksum);
         return checksum;
     }
     // A failing copy throws from here; the worker's destructor then stops and joins it.
-    copyInKernel(from, offset, size, to);
+    copyInKernel(from, fromOffset, size, to, toOffset);
     worker.join();
     if (readFailed)
         throw DataError(DataError::unreadableFile);

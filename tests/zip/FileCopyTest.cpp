@@ -40,8 +40,9 @@ private:
 };
 
 // Ranges below, at and above the sizes where the copy changes its route: one chunk, several chunks, and a
-// checksum computed beside the copy (with a last chunk that is full and one that is not).
-TEST(FileCopy, CopiesEveryRangeIntactAtTheWritePosition)
+// checksum computed beside the copy (with a last chunk that is full and one that is not), written after the
+// first bytes of the target.
+TEST(FileCopy, CopiesEveryRangeIntactAtItsOffset)
 {
     TempDir dir;
     const std::string source = randomText(9 * mebibyte + 100, 3);
@@ -75,9 +76,12 @@ TEST(FileCopy, CopiesEveryRangeIntactAtTheWritePosition)
                 ASSERT_EQ(::write(to.get(), "head", 4), 4);
                 const std::string expected = source.substr(c.offset, c.size);
                 const std::uint32_t checksum =
-                    copyFileRange(from.get(), c.offset, c.size, to.get(), skipCRC32);
+                    copyFileRange(from.get(), c.offset, c.size, to.get(), 4, skipCRC32);
                 EXPECT_EQ(checksum, skipCRC32 ? 0u : zlibCRC(expected)) << label;
                 EXPECT_TRUE(readFile(target) == "head" + expected) << label;
+                // Neither file position moved: a stream over either descriptor stays in step.
+                EXPECT_EQ(::lseek(from.get(), 0, SEEK_CUR), 0) << label;
+                EXPECT_EQ(::lseek(to.get(), 0, SEEK_CUR), 4) << label;
             }
         }
     }
@@ -116,8 +120,9 @@ TEST(FileCopy, FailuresNameTheSideAtFault)
                                     ? ::open((dir / "readonly").c_str(), O_RDONLY | O_CLOEXEC)
                                     : ::open(c.target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
             ASSERT_GE(to.get(), 0) << c.label;
-            EXPECT_EQ(errorCaseOf([&] { copyFileRange(from.get(), c.offset, c.size, to.get(), skipCRC32); }),
-                      c.expectedError)
+            EXPECT_EQ(
+                errorCaseOf([&] { copyFileRange(from.get(), c.offset, c.size, to.get(), 0, skipCRC32); }),
+                c.expectedError)
                 << c.label << (skipCRC32 ? " skipping the checksum" : "");
             // Whatever was written before the failure is the source's own bytes, in place.
             if (c.target == dir / "out") {
