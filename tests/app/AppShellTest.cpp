@@ -1,29 +1,19 @@
 #include "app/AboutWindow.h"
-#include "app/FivaApp.h"
-#include "app/MainWindow.h"
 #include "app/PdfWindow.h"
-#include "platform/Settings.h"
 #include "ui/main/ContentView.h"
 #include "ui/settings/BackupConfigWindow.h"
 #include "ui/settings/BackupHistoryView.h"
 #include "ui/settings/PreferencesView.h"
 
-#include <QAction>
-#include <QCheckBox>
 #include <QDialog>
 #include <QMenu>
 #include <QMenuBar>
-#include <QPainter>
 #include <QPdfDocument>
-#include <QPdfWriter>
-#include <QPushButton>
 #include <QTimer>
 #include <QToolBar>
 #include <QToolButton>
 
-#include <algorithm>
-
-#include "ScreensTestSupport.h"
+#include "AppTestSupport.h"
 
 using namespace fiva;
 using namespace fiva::test;
@@ -31,87 +21,51 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A one-page PDF whose only text is `text`, so a test can tell which file a window loaded.
-void writePdf(const QString &path, const QString &text)
+QAction *entry(const QList<QAction *> &actions, const QString &text)
 {
-    QPdfWriter writer(path);
-    QPainter painter(&writer);
-    painter.drawText(QPointF(100, 100), text);
-}
-
-QMenu *menuTitled(QMenuBar *bar, const QString &title)
-{
-    for (QAction *action : bar->actions()) {
-        if (action->text() == title)
-            return action->menu();
-    }
-    ADD_FAILURE() << "no menu " << title.toStdString();
-    return nullptr;
-}
-
-// A menu's items as shown, a divider as "—".
-QStringList itemTexts(QMenu *menu)
-{
-    QStringList texts;
-    for (QAction *action : menu->actions())
-        texts << (action->isSeparator() ? u"—"_s : action->text());
-    return texts;
-}
-
-QAction *item(QMenu *menu, const QString &text)
-{
-    for (QAction *action : menu->actions()) {
+    for (QAction *action : actions) {
         if (action->text() == text)
             return action;
     }
-    ADD_FAILURE() << "no item " << text.toStdString();
+    ADD_FAILURE() << "no entry " << text.toStdString();
     return nullptr;
 }
 
-template <typename T> int visibleWindowsOf()
+QMenu *menu(FivaApp &app, const QString &title)
 {
-    const auto windows = QApplication::topLevelWidgets();
-    return static_cast<int>(std::count_if(windows.begin(), windows.end(),
-                                          [](QWidget *w) { return qobject_cast<T *>(w) && w->isVisible(); }));
+    QAction *action = entry(app.mainWindow()->menuBar()->actions(), title);
+    return action ? action->menu() : nullptr;
 }
 
-class AppShellTest : public ScreenTest
+// A menu's items as shown, with their shortcuts; a divider as "—".
+QStringList itemTexts(QMenu *menu)
 {
-protected:
-    std::unique_ptr<FivaApp> launch()
-    {
-        StdoutCapture quiet;
-        return std::make_unique<FivaApp>(AppServices{m_paths, m_workspace, m_clock, m_dialogs, m_settings,
-                                                     Resources({m_resources.path(), m_moreResources.path()}),
-                                                     m_stateDir.filePath(u"window.ini"_s)});
+    QStringList texts;
+    for (QAction *action : menu->actions()) {
+        const QString shortcut = action->shortcut().toString();
+        texts << (action->isSeparator() ? u"—"_s
+                  : shortcut.isEmpty()  ? action->text()
+                                        : action->text() + u" ["_s + shortcut + u']');
     }
-    QString resource(const QString &name) const { return m_resources.filePath(name); }
+    return texts;
+}
 
-    QTemporaryDir m_resources;
-    QTemporaryDir m_moreResources;
-    QTemporaryDir m_stateDir;
-    Settings m_settings{m_stateDir.filePath(u"Fiva.ini"_s)};
-};
+using AppShellTest = AppTest;
 
 TEST_F(AppShellTest, MenusHoldTheirItemsInOrderWithTheirShortcuts)
 {
     auto app = launch();
-    QMenuBar *bar = app->mainWindow()->menuBar();
     QStringList titles;
-    for (QAction *action : bar->actions())
+    for (QAction *action : app->mainWindow()->menuBar()->actions())
         titles << action->text();
     EXPECT_EQ(titles, (QStringList{u"Fiva"_s, u"Sauvegarde"_s, u"Aide"_s}));
-
-    QMenu *fiva = menuTitled(bar, u"Fiva"_s);
-    EXPECT_EQ(itemTexts(fiva),
-              (QStringList{u"À propos de Fiva"_s, u"—"_s, u"Préférences…"_s, u"—"_s, u"Quitter"_s}));
-    EXPECT_EQ(item(fiva, u"Préférences…"_s)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
-    EXPECT_EQ(item(fiva, u"Quitter"_s)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
-    EXPECT_EQ(itemTexts(menuTitled(bar, u"Sauvegarde"_s)), (QStringList{u"Configuration sauvegarde…"_s}));
-    QMenu *help = menuTitled(bar, u"Aide"_s);
-    EXPECT_EQ(itemTexts(help), (QStringList{u"Aide Fiva…"_s, u"—"_s, u"Infos - Licence…"_s,
-                                            u"Site web de Fiva"_s, u"Contact"_s, u"Aide en ligne"_s}));
-    EXPECT_EQ(item(help, u"Aide Fiva…"_s)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Question));
+    EXPECT_EQ(itemTexts(menu(*app, u"Fiva"_s)),
+              (QStringList{u"À propos de Fiva"_s, u"—"_s, u"Préférences… [Ctrl+,]"_s, u"—"_s,
+                           u"Quitter [Ctrl+Q]"_s}));
+    EXPECT_EQ(itemTexts(menu(*app, u"Sauvegarde"_s)), QStringList{u"Configuration sauvegarde…"_s});
+    EXPECT_EQ(itemTexts(menu(*app, u"Aide"_s)),
+              (QStringList{u"Aide Fiva… [Ctrl+?]"_s, u"—"_s, u"Infos - Licence…"_s, u"Site web de Fiva"_s,
+                           u"Contact"_s, u"Aide en ligne"_s}));
 }
 
 TEST_F(AppShellTest, AboutIsOneWindowHiddenWhenClosedAndShownAgain)
@@ -121,187 +75,136 @@ TEST_F(AppShellTest, AboutIsOneWindowHiddenWhenClosedAndShownAgain)
     app->aboutAction()->trigger();
     AboutWindow *about = app->aboutWindow();
     ASSERT_NE(about, nullptr);
-    EXPECT_EQ(visibleWindowsOf<AboutWindow>(), 1);
+    EXPECT_EQ(visibleWindows<AboutWindow>(), QList<AboutWindow *>{about});
     EXPECT_EQ(about->windowTitle(), u"À propos de Fiva"_s);
     EXPECT_EQ(about->size(), QSize(420, 500));
-    EXPECT_TRUE(showsLabel(about, u"Fiva"_s));
-    EXPECT_TRUE(showsLabel(about, u"Version 3.0.11.25"_s));
-    EXPECT_TRUE(showsLabel(about, u"Auteur : L’équipe Fiva"_s));
+    for (const QString &text : {u"Fiva"_s, u"Version 3.0.11.25"_s, u"Auteur : L’équipe Fiva"_s})
+        EXPECT_TRUE(showsLabel(about, text)) << text.toStdString();
     EXPECT_FALSE(child<QLabel>(about, u"appIcon"_s)->pixmap().isNull());
 
     about->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    flushDeletions();
     ASSERT_EQ(app->aboutWindow(), about);
     EXPECT_FALSE(about->isVisible());
     app->aboutAction()->trigger();
     EXPECT_EQ(app->aboutWindow(), about);
     EXPECT_TRUE(about->isVisible());
-
     QTest::mouseClick(child<QPushButton>(about, u"visitWebsite"_s), Qt::LeftButton);
-    ASSERT_EQ(m_workspace.calls.size(), 1u);
-    EXPECT_EQ(m_workspace.calls.back(), u"openUrl https://fiva.example"_s);
+    EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openUrl https://fiva.example"_s});
 }
 
-TEST_F(AppShellTest, EachLicenceRequestOpensANewWindowWithLicencePdf)
+TEST_F(AppShellTest, EachLicenceRequestOpensANewWindowWithLicenceOrLicensePdfOrNone)
 {
+    auto app = launch();
+    PdfWindow *empty = nullptr;
+    {
+        StdoutCapture output;
+        empty = app->openLicenceWindow();
+        EXPECT_EQ(output.finish(), u"⚠️ Aucun PDF licence/license trouvé.\n"_s);
+    }
+    ASSERT_NE(empty, nullptr);
+    EXPECT_TRUE(empty->isVisible());
+    EXPECT_FALSE(empty->file().has_value());
+    EXPECT_EQ(empty->document()->pageCount(), 0);
+    EXPECT_TRUE(m_dialogs.alerts.empty());
+
+    // The other spelling, in any resource folder.
+    writePdf(m_moreResources.filePath(u"license.pdf"_s), u"license"_s);
+    PdfWindow *fallback = app->openLicenceWindow();
+    EXPECT_EQ(fallback->file(), m_moreResources.filePath(u"license.pdf"_s));
+    EXPECT_EQ(fallback->document()->getAllText(0).text().trimmed(), u"license"_s);
+
     writePdf(resource(u"licence.pdf"_s), u"licence"_s);
     writePdf(resource(u"license.pdf"_s), u"license"_s);
-    auto app = launch();
     app->aboutAction()->trigger();
     auto *button = child<QPushButton>(app->aboutWindow(), u"showLicence"_s);
     QTest::mouseClick(button, Qt::LeftButton);
     QTest::mouseClick(button, Qt::LeftButton);
-
     const QList<PdfWindow *> windows = app->licenceWindows();
-    ASSERT_EQ(windows.size(), 2);
-    EXPECT_NE(windows[0], windows[1]);
-    EXPECT_EQ(visibleWindowsOf<PdfWindow>(), 2);
-    for (PdfWindow *window : windows) {
+    ASSERT_EQ(windows.size(), 4);
+    EXPECT_EQ(visibleWindows<PdfWindow>().size(), 4);
+    for (PdfWindow *window : windows.mid(2)) {
         EXPECT_EQ(window->windowTitle(), u"Licence"_s);
         EXPECT_EQ(window->size(), QSize(600, 800));
         EXPECT_EQ(window->file(), resource(u"licence.pdf"_s));
         EXPECT_EQ(window->document()->status(), QPdfDocument::Status::Ready);
         EXPECT_EQ(window->document()->pageCount(), 1);
     }
-
     // A closed licence window is gone; the others stay.
-    windows[0]->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_EQ(app->licenceWindows().size(), 1);
+    windows[2]->close();
+    flushDeletions();
+    EXPECT_EQ(app->licenceWindows().size(), 3);
 }
 
-TEST_F(AppShellTest, LicenceWindowFallsBackToLicensePdfInAnyResourceFolder)
-{
-    writePdf(m_moreResources.filePath(u"license.pdf"_s), u"license"_s);
-    auto app = launch();
-    PdfWindow *window = app->openLicenceWindow();
-    EXPECT_EQ(window->file(), m_moreResources.filePath(u"license.pdf"_s));
-    EXPECT_EQ(window->document()->pageCount(), 1);
-    EXPECT_EQ(window->document()->getAllText(0).text().trimmed(), u"license"_s);
-}
-
-TEST_F(AppShellTest, WithoutAnyLicencePdfTheWindowOpensEmptyAndSaysSo)
+TEST_F(AppShellTest, HelpItemsOpenTheirDocumentOrPageOrSayTheDocumentIsMissing)
 {
     auto app = launch();
-    StdoutCapture output;
-    PdfWindow *window = app->openLicenceWindow();
-    EXPECT_EQ(output.finish(), u"⚠️ Aucun PDF licence/license trouvé.\n"_s);
-    ASSERT_NE(window, nullptr);
-    EXPECT_TRUE(window->isVisible());
-    EXPECT_FALSE(window->file().has_value());
-    EXPECT_EQ(window->document()->pageCount(), 0);
-    EXPECT_TRUE(m_dialogs.alerts.empty());
-}
+    QMenu *help = menu(*app, u"Aide"_s);
+    for (const QString &text :
+         {u"Aide Fiva…"_s, u"Infos - Licence…"_s, u"Site web de Fiva"_s, u"Contact"_s, u"Aide en ligne"_s})
+        entry(help->actions(), text)->trigger();
+    EXPECT_EQ(
+        alertTexts(m_dialogs),
+        (QStringList{u"Fichier d’aide introuvable|Ajoutez Aide-Fiva.pdf dans les Resources de l’application.|"
+                     u"warning|OK"_s,
+                     u"Impossible d’ouvrir la licence|Le fichier license.html est introuvable dans "
+                     u"l'application.|warning|OK"_s}));
+    EXPECT_EQ(m_workspace.calls, (std::vector<QString>{u"openUrl https://fiva.example"_s,
+                                                       u"openUrl https://fiva.example/contact"_s,
+                                                       u"openUrl https://fiva.example/mini-forum"_s}));
 
-TEST_F(AppShellTest, MissingHelpDocumentIsAnAlertAndNothingElse)
-{
-    auto app = launch();
-    app->helpAction()->trigger();
-    ASSERT_EQ(m_dialogs.alerts.size(), 1u);
-    EXPECT_EQ(m_dialogs.alerts[0].message, u"Fichier d’aide introuvable"_s);
-    EXPECT_EQ(m_dialogs.alerts[0].informativeText,
-              u"Ajoutez Aide-Fiva.pdf dans les Resources de l’application."_s);
-    EXPECT_EQ(m_dialogs.alerts[0].buttons, QStringList{u"OK"_s});
-    EXPECT_TRUE(m_workspace.calls.empty());
-}
-
-TEST_F(AppShellTest, CtrlQuestionMarkOpensTheHelpDocument)
-{
+    m_workspace.calls.clear();
     writePdf(resource(u"Aide-Fiva.pdf"_s), u"aide"_s);
-    auto app = launch();
+    writeBytes(resource(u"licence.html"_s), "<p>MIT</p>");
     MainWindow *window = app->mainWindow();
     window->show();
     QApplication::setActiveWindow(window);
     QTest::keyClick(window, Qt::Key_Question, Qt::ControlModifier);
-    ASSERT_EQ(m_workspace.calls.size(), 1u);
-    EXPECT_EQ(m_workspace.calls[0], u"openPath "_s + resource(u"Aide-Fiva.pdf"_s));
-    EXPECT_TRUE(m_dialogs.alerts.empty());
+    entry(help->actions(), u"Infos - Licence…"_s)->trigger();
+    EXPECT_EQ(m_workspace.calls, (std::vector<QString>{u"openPath "_s + resource(u"Aide-Fiva.pdf"_s),
+                                                       u"openPath "_s + resource(u"licence.html"_s)}));
+    EXPECT_EQ(m_dialogs.alerts.size(), 2u);
 }
 
-TEST_F(AppShellTest, LicenceItemOpensTheHtmlLicenceOrSaysItIsMissing)
-{
-    auto app = launch();
-    QMenu *help = menuTitled(app->mainWindow()->menuBar(), u"Aide"_s);
-    item(help, u"Infos - Licence…"_s)->trigger();
-    ASSERT_EQ(m_dialogs.alerts.size(), 1u);
-    EXPECT_EQ(m_dialogs.alerts[0].message, u"Impossible d’ouvrir la licence"_s);
-    EXPECT_EQ(m_dialogs.alerts[0].informativeText,
-              u"Le fichier license.html est introuvable dans l'application."_s);
-    EXPECT_TRUE(m_workspace.calls.empty());
-
-    writeBytes(resource(u"licence.html"_s), "<p>MIT</p>");
-    item(help, u"Infos - Licence…"_s)->trigger();
-    EXPECT_EQ(m_dialogs.alerts.size(), 1u);
-    ASSERT_EQ(m_workspace.calls.size(), 1u);
-    EXPECT_EQ(m_workspace.calls[0], u"openPath "_s + resource(u"licence.html"_s));
-}
-
-TEST_F(AppShellTest, WebItemsOpenTheSitesPages)
-{
-    auto app = launch();
-    QMenu *help = menuTitled(app->mainWindow()->menuBar(), u"Aide"_s);
-    for (const QString &text : {u"Site web de Fiva"_s, u"Contact"_s, u"Aide en ligne"_s})
-        item(help, text)->trigger();
-    EXPECT_EQ(m_workspace.calls, (std::vector<QString>{u"openUrl https://fiva.example"_s,
-                                                       u"openUrl https://fiva.example/contact"_s,
-                                                       u"openUrl https://fiva.example/mini-forum"_s}));
-    EXPECT_TRUE(m_dialogs.alerts.empty());
-}
-
-TEST_F(AppShellTest, BackupConfigurationIsOneWindowOnTheAppsStore)
+TEST_F(AppShellTest, BackupConfigurationAndPreferencesAreOneWindowEachOnTheAppsStoreAndSettings)
 {
     auto app = launch();
     app->backupConfigAction()->trigger();
     BackupConfigWindow *first = app->backupConfigWindow();
     ASSERT_NE(first, nullptr);
     app->backupConfigAction()->trigger();
-    EXPECT_EQ(app->backupConfigWindow(), first);
-    EXPECT_EQ(visibleWindowsOf<BackupConfigWindow>(), 1);
-
-    // The window works on the application's one store.
+    EXPECT_EQ(visibleWindows<BackupConfigWindow>(), QList<BackupConfigWindow *>{first});
     QTest::mouseClick(child<QCheckBox>(first, u"autoBackupEnabled"_s), Qt::LeftButton);
     EXPECT_FALSE(app->store().autoBackupEnabled());
-
     first->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    flushDeletions();
     EXPECT_EQ(app->backupConfigWindow(), nullptr);
     app->backupConfigAction()->trigger();
     ASSERT_NE(app->backupConfigWindow(), nullptr);
     EXPECT_FALSE(child<QCheckBox>(app->backupConfigWindow(), u"autoBackupEnabled"_s)->isChecked());
-    EXPECT_EQ(visibleWindowsOf<BackupConfigWindow>(), 1);
-}
+    EXPECT_EQ(visibleWindows<BackupConfigWindow>().size(), 1);
 
-TEST_F(AppShellTest, PreferencesIsOneWindowOnTheGivenSettings)
-{
-    auto app = launch();
     app->preferencesAction()->trigger();
     app->preferencesAction()->trigger();
     ASSERT_NE(app->preferencesWindow(), nullptr);
-    EXPECT_EQ(visibleWindowsOf<PreferencesView>(), 1);
+    EXPECT_EQ(visibleWindows<PreferencesView>(), QList<PreferencesView *>{app->preferencesWindow()});
     QTest::mouseClick(child<QCheckBox>(app->preferencesWindow(), u"warnOldBackup"_s), Qt::LeftButton);
     EXPECT_FALSE(m_settings.warnOldBackup());
 }
 
-TEST_F(AppShellTest, TheMainWindowComesBackWhereItWas)
+TEST_F(AppShellTest, TheMainWindowComesBackWhereItWasClosedOrQuitFromTheMenu)
 {
-    const QRect placed(120, 90, 900, 640);
+    const QRect closedAt(120, 90, 900, 640);
     {
-        auto app = launch();
-        app->mainWindow()->show();
-        app->mainWindow()->setGeometry(placed);
+        auto app = launch(true);
+        app->mainWindow()->setGeometry(closedAt);
         app->mainWindow()->close();
     }
-    auto app = launch();
-    EXPECT_EQ(app->mainWindow()->geometry(), placed);
-}
-
-TEST_F(AppShellTest, QuittingFromTheMenuEndsTheRunAndKeepsTheWindowsPlace)
-{
-    const QRect placed(60, 70, 800, 500);
+    const QRect quitAt(60, 70, 800, 500);
     {
-        auto app = launch();
-        app->mainWindow()->show();
-        app->mainWindow()->setGeometry(placed);
+        auto app = launch(true);
+        EXPECT_EQ(app->mainWindow()->geometry(), closedAt);
+        app->mainWindow()->setGeometry(quitAt);
         QTimer::singleShot(0, app->quitAction(), &QAction::trigger);
         // Only a guard against a broken quit hanging the run; a working one returns at once.
         QTimer guard;
@@ -310,8 +213,7 @@ TEST_F(AppShellTest, QuittingFromTheMenuEndsTheRunAndKeepsTheWindowsPlace)
         guard.start(20'000);
         EXPECT_EQ(QApplication::exec(), 0);
     }
-    auto app = launch();
-    EXPECT_EQ(app->mainWindow()->geometry(), placed);
+    EXPECT_EQ(launch()->mainWindow()->geometry(), quitAt);
 }
 
 TEST_F(AppShellTest, MainWindowShowsTheContentWithItsToolbarOnTheSameStore)
@@ -319,14 +221,15 @@ TEST_F(AppShellTest, MainWindowShowsTheContentWithItsToolbarOnTheSameStore)
     auto app = launch();
     writeBytes(m_as.filePath(u"b.fivabackup"_s), "12345");
     app->store().addBackupLog(m_as.filePath(u"b.fivabackup"_s));
-    app->mainWindow()->show();
-    ASSERT_NE(qobject_cast<ContentView *>(app->mainWindow()->centralWidget()), nullptr);
-    auto *toolBar = child<QToolBar>(app->mainWindow(), u"mainToolBar"_s);
+    MainWindow *window = app->mainWindow();
+    window->show();
+    ASSERT_NE(qobject_cast<ContentView *>(window->centralWidget()), nullptr);
+    auto *toolBar = child<QToolBar>(window, u"mainToolBar"_s);
     ASSERT_NE(toolBar, nullptr);
-    EXPECT_EQ(toolBar->parentWidget(), app->mainWindow());
-    EXPECT_EQ(app->mainWindow()->toolBarArea(toolBar), Qt::TopToolBarArea);
-    child<QAction>(app->mainWindow(), u"showBackupHistory"_s)->trigger();
-    auto *sheet = child<QDialog>(app->mainWindow(), u"backupHistorySheet"_s);
+    EXPECT_EQ(toolBar->parentWidget(), window);
+    EXPECT_EQ(window->toolBarArea(toolBar), Qt::TopToolBarArea);
+    child<QAction>(window, u"showBackupHistory"_s)->trigger();
+    auto *sheet = child<QDialog>(window, u"backupHistorySheet"_s);
     ASSERT_NE(sheet, nullptr);
     auto *view = sheet->findChild<BackupHistoryView *>();
     ASSERT_NE(view, nullptr);
@@ -357,17 +260,13 @@ TEST(ShippedDocuments, TheBuiltPdfsAreReadableAndTheLicenceIsThere)
 {
     ensureWidgetsApplication();
     const QDir built(QStringLiteral(FIVA_BUILT_DOCUMENTS));
-    for (const QString &name : {u"Aide-Fiva.pdf"_s, u"licence.pdf"_s}) {
-        QPdfDocument document;
-        EXPECT_EQ(document.load(built.filePath(name)), QPdfDocument::Error::None) << name.toStdString();
-        EXPECT_GE(document.pageCount(), 1) << name.toStdString();
-    }
-    QPdfDocument help;
-    help.load(built.filePath(u"Aide-Fiva.pdf"_s));
+    QPdfDocument help, licence;
+    EXPECT_EQ(help.load(built.filePath(u"Aide-Fiva.pdf"_s)), QPdfDocument::Error::None);
+    EXPECT_EQ(licence.load(built.filePath(u"licence.pdf"_s)), QPdfDocument::Error::None);
+    EXPECT_GE(licence.pageCount(), 1);
     EXPECT_TRUE(help.getAllText(0).text().contains(u"Aide de Fiva"_s));
-    const QByteArray licence = readBytes(built.filePath(u"licence.html"_s));
-    EXPECT_TRUE(licence.contains("MIT"));
-    EXPECT_TRUE(licence.contains("Permission is hereby granted"));
+    const QByteArray html = readBytes(built.filePath(u"licence.html"_s));
+    EXPECT_TRUE(html.contains("MIT") && html.contains("Permission is hereby granted"));
 }
 
 } // namespace

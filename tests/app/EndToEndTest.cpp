@@ -1,20 +1,11 @@
-#include "app/FivaApp.h"
-#include "app/MainWindow.h"
-#include "platform/Settings.h"
-#include "store/LinkStore.h"
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/ContentView.h"
 #include "ui/main/DetailView.h"
 #include "ui/main/LinkListModel.h"
 
-#include <QAction>
-#include <QLabel>
-#include <QLineEdit>
-#include <QListView>
 #include <QPlainTextEdit>
-#include <QPushButton>
 
-#include "ScreensTestSupport.h"
+#include "AppTestSupport.h"
 
 using namespace fiva;
 using namespace fiva::test;
@@ -24,52 +15,19 @@ namespace {
 
 // The whole application, as a user drives it: one store, the real main window and its sheets, the
 // scripted dialogs answering the panels and alerts.
-class EndToEndTest : public ScreenTest
+class EndToEndTest : public AppTest
 {
 protected:
-    std::unique_ptr<FivaApp> launch()
-    {
-        StdoutCapture quiet;
-        auto app = std::make_unique<FivaApp>(AppServices{m_paths, m_workspace, m_clock, m_dialogs, m_settings,
-                                                         Resources({m_resources.path()}),
-                                                         m_stateDir.filePath(u"window.ini"_s)});
-        app->mainWindow()->show();
-        QCoreApplication::processEvents();
-        return app;
-    }
-    static ContentView *content(FivaApp &app)
-    {
-        auto *view = qobject_cast<ContentView *>(app.mainWindow()->centralWidget());
-        EXPECT_NE(view, nullptr);
-        return view;
-    }
-    static void clickRow(ContentView *view, int row)
-    {
-        QListView *list = view->list();
-        QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
-                          list->visualRect(view->model().index(row)).center());
-    }
-    QStringList alertMessages() const
-    {
-        QStringList messages;
-        for (const AlertRequest &alert : m_dialogs.alerts)
-            messages << alert.message;
-        return messages;
-    }
-
-    QTemporaryDir m_resources;
-    QTemporaryDir m_stateDir;
     QTemporaryDir m_userFiles;
-    Settings m_settings{m_stateDir.filePath(u"Fiva.ini"_s)};
 };
 
 TEST_F(EndToEndTest, RecordAndAttachmentSurviveExportDeleteAndRestore)
 {
-    auto app = launch();
-    ContentView *view = content(*app);
+    auto app = launch(true);
+    auto *view = qobject_cast<ContentView *>(app->mainWindow()->centralWidget());
     ASSERT_NE(view, nullptr);
     // A first start has never been backed up: the warning comes with the window.
-    EXPECT_EQ(alertMessages(), QStringList{u"⚠️ Sauvegarde ancienne"_s});
+    EXPECT_EQ(alertMessages(m_dialogs), QStringList{u"⚠️ Sauvegarde ancienne"_s});
     auto *status = child<QLabel>(app->mainWindow(), u"lastBackup"_s);
     EXPECT_EQ(status->text(), u"Aucune sauvegarde"_s);
 
@@ -86,7 +44,7 @@ TEST_F(EndToEndTest, RecordAndAttachmentSurviveExportDeleteAndRestore)
 
     // Selected, then given an attachment through the detail column.
     ASSERT_EQ(view->model().rowCount(), 1);
-    clickRow(view, 0);
+    clickRow(view->list(), 0);
     ASSERT_EQ(view->selectedItemID(), id);
     const QString original = m_userFiles.filePath(u"quittance mars.pdf"_s);
     writeBytes(original, "%PDF-1.4 quittance de mars");
@@ -105,14 +63,13 @@ TEST_F(EndToEndTest, RecordAndAttachmentSurviveExportDeleteAndRestore)
         StdoutCapture quiet;
         view->exportAction()->trigger();
     }
-    EXPECT_EQ(alertMessages().last(), u"Sauvegarde terminée"_s);
-    EXPECT_EQ(status->text(), ContentView::lastBackupText(app->store().lastBackupDate()));
+    EXPECT_EQ(alertMessages(m_dialogs).last(), u"Sauvegarde terminée"_s);
     EXPECT_TRUE(status->text().startsWith(u"Dernière sauvegarde : "_s));
     ASSERT_EQ(app->store().backupHistory().size(), 1);
     EXPECT_EQ(app->store().backupHistory().front().filePath, archive);
 
     // Deleted with the Delete key: the record and its copy are gone.
-    clickRow(view, 0);
+    clickRow(view->list(), 0);
     QTest::keyClick(view->list(), Qt::Key_Delete);
     EXPECT_TRUE(app->store().items().isEmpty());
     EXPECT_FALSE(QFileInfo::exists(attached.filePath));
@@ -136,7 +93,7 @@ TEST_F(EndToEndTest, RecordAndAttachmentSurviveExportDeleteAndRestore)
     EXPECT_EQ(view->model().index(0).data(LinkListModel::TitleRole).toString(), back.title);
 
     // Three days later the warning stands; a day after a backup it does not.
-    const auto warnings = [this] { return alertMessages().count(u"⚠️ Sauvegarde ancienne"_s); };
+    const auto warnings = [this] { return alertMessages(m_dialogs).count(u"⚠️ Sauvegarde ancienne"_s); };
     const auto shownAgain = [&] {
         app->mainWindow()->hide();
         app->mainWindow()->show();

@@ -5,13 +5,9 @@
 #include "ui/main/LinkListModel.h"
 
 #include <QAbstractItemModelTester>
-#include <QAction>
-#include <QCheckBox>
 #include <QDateEdit>
 #include <QDateTime>
 #include <QDialog>
-#include <QLineEdit>
-#include <QListView>
 #include <QToolBar>
 #include <QToolButton>
 
@@ -289,9 +285,7 @@ TEST_F(ContentViewTest, ExportSaysSauvegardeTermineeAndOnlyRestaurerRestores)
     EXPECT_TRUE(m_dialogs.alerts.empty());
     const QString archive = m_as.filePath(u"copie.fivabackup"_s);
     exportTo(archive);
-    EXPECT_EQ(m_dialogs.alerts,
-              (std::vector<AlertRequest>{
-                  {u"Sauvegarde terminée"_s, {}, AlertStyle::informational, {u"OK"_s}, {}}}));
+    EXPECT_EQ(alertTexts(m_dialogs), QStringList{u"Sauvegarde terminée||info|OK"_s});
     ASSERT_TRUE(m_store->lastBackupDate().has_value());
     EXPECT_TRUE(status->text().startsWith(u"Dernière sauvegarde : "_s));
     EXPECT_EQ(status->text(), ContentView::lastBackupText(m_store->lastBackupDate()));
@@ -304,12 +298,9 @@ TEST_F(ContentViewTest, ExportSaysSauvegardeTermineeAndOnlyRestaurerRestores)
     m_view->restoreAction()->trigger();
     EXPECT_EQ(m_dialogs.openPanels.at(0),
               (OpenPanelRequest{OpenPanelRequest::Kind::files, {u"fivabackup"_s}, false, {}}));
-    const AlertRequest restoring{u"Restaurer les données ?"_s,
-                                 u"Cette opération écrasera toutes les données actuelles."_s,
-                                 AlertStyle::warning,
-                                 {u"Restaurer"_s, u"Annuler"_s},
-                                 std::nullopt};
-    EXPECT_EQ(m_dialogs.alerts, std::vector<AlertRequest>{restoring});
+    EXPECT_EQ(alertTexts(m_dialogs),
+              QStringList{u"Restaurer les données ?|Cette opération écrasera toutes les "
+                          u"données actuelles.|warning|Restaurer,Annuler"_s});
     EXPECT_EQ(readBytes(dataFile()), before);
     EXPECT_EQ(listedTitles(), (QStringList{u"Projet Qt"_s, u"Été en Provence"_s}));
     // A cancelled panel asks nothing.
@@ -356,16 +347,13 @@ TEST_F(ContentViewTest, OldBackupAlertFollowsTheSettingAndTheThreeDayLimitOnEach
     EXPECT_TRUE(m_dialogs.alerts.empty());
     m_view->show();
     QCoreApplication::processEvents();
-    const AlertRequest old{u"⚠️ Sauvegarde ancienne"_s,
-                           u"Votre dernière sauvegarde manuelle date de plus de 3 jours."_s,
-                           AlertStyle::informational,
-                           {u"OK"_s},
-                           std::nullopt};
-    EXPECT_EQ(m_dialogs.alerts, std::vector<AlertRequest>{old});
+    const QString old =
+        u"⚠️ Sauvegarde ancienne|Votre dernière sauvegarde manuelle date de plus de 3 jours.|info|OK"_s;
+    EXPECT_EQ(alertTexts(m_dialogs), QStringList{old});
     m_view->hide();
     m_view->show();
     QCoreApplication::processEvents();
-    EXPECT_EQ(m_dialogs.alerts, (std::vector<AlertRequest>{old, old}));
+    EXPECT_EQ(alertTexts(m_dialogs), (QStringList{old, old}));
 }
 
 } // namespace

@@ -4,11 +4,9 @@
 #include "ui/main/AttachmentPreviewWindow.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QImage>
 #include <QLocale>
-#include <QPainter>
-#include <QPdfWriter>
-#include <QPushButton>
 #include <QTextBlock>
 #include <QTextBrowser>
 #include <QTextDocument>
@@ -22,11 +20,6 @@ using namespace fiva::test;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-AlertRequest confirmation(const QString &message, const QString &informativeText)
-{
-    return {message, informativeText, AlertStyle::warning, {u"Supprimer"_s, u"Annuler"_s}, std::nullopt};
-}
 
 class DetailViewTest : public ScreenTest
 {
@@ -99,13 +92,12 @@ TEST_F(DetailViewTest, ShowsEveryFieldFollowsTheStoreAndFallsBackToItsCopy)
         (QStringList{label(u"title"_s), label(u"path"_s), label(u"kind"_s), label(u"category"_s),
                      child<QLabel>(m_view.get(), u"favorite"_s)->toolTip(), label(u"createdAt"_s)}),
         (QStringList{u"Avant"_s, item.path, u"Lien Internet"_s, u"Travail"_s, u"star.fill"_s, created}));
-    for (const QString &text : {u"Lien :"_s, u"Type :"_s, u"Catégorie :"_s, u"Favori :"_s, u"Créé le :"_s,
-                                u"Notes"_s, u"Pièces jointes"_s, u"Aucune note"_s, u"Aucune pièce jointe"_s})
-        EXPECT_TRUE(showsLabel(m_view.get(), text)) << text.toStdString();
+    EXPECT_EQ(notShown(m_view.get(),
+                       {u"Lien :"_s, u"Type :"_s, u"Catégorie :"_s, u"Favori :"_s, u"Créé le :"_s, u"Notes"_s,
+                        u"Pièces jointes"_s, u"Aucune note"_s, u"Aucune pièce jointe"_s, u"Ouvrir"_s,
+                        u"Ajouter une pièce jointe…"_s, u"Modifier"_s, u"Supprimer"_s, u"Fermer"_s}),
+              QStringList());
     EXPECT_FALSE(child<QTextBrowser>(m_view.get(), u"notes"_s)->isVisible());
-    for (const QString &text :
-         {u"Ouvrir"_s, u"Ajouter une pièce jointe…"_s, u"Modifier"_s, u"Supprimer"_s, u"Fermer"_s})
-        EXPECT_NE(buttonWithText(m_view.get(), text), nullptr) << text.toStdString();
 
     // Notes saved empty show an empty box rather than "Aucune note".
     m_store->updateItem(item.id, [](LinkItem &stored) {
@@ -114,7 +106,7 @@ TEST_F(DetailViewTest, ShowsEveryFieldFollowsTheStoreAndFallsBackToItsCopy)
     });
     EXPECT_EQ(label(u"title"_s), u"Après"_s);
     EXPECT_TRUE(child<QTextBrowser>(m_view.get(), u"notes"_s)->isVisible());
-    EXPECT_FALSE(showsLabel(m_view.get(), u"Aucune note"_s));
+    EXPECT_EQ(notShown(m_view.get(), {u"Aucune note"_s}), QStringList{u"Aucune note"_s});
     clickButton(u"Modifier"_s);
     ASSERT_EQ(m_edited.size(), 1u);
     EXPECT_EQ(m_edited[0].title, u"Après"_s);
@@ -171,16 +163,17 @@ TEST_F(DetailViewTest, AttachedCopiesCountUpTheirNamesAndACancelledOrFailedCopyR
         m_dialogs.openChoices.push_back(QStringList{source});
         clickButton(u"Ajouter une pièce jointe…"_s);
     }
-    const QStringList expected{u"rapport.pdf"_s, u"rapport-1.pdf"_s, u"rapport-2.pdf"_s, u"notes"_s,
-                               u"notes-1."_s};
-    EXPECT_EQ(attachmentNames(), expected);
-    const QList<Attachment> stored = m_store->items().first().attachments;
-    ASSERT_EQ(stored.size(), 5);
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(stored[i].fileName, expected[i]);
-        EXPECT_EQ(stored[i].filePath, m_as.filePath(u"Fiva_Attachments/"_s + expected[i]));
-        EXPECT_EQ(readBytes(stored[i].filePath), i < 3 ? QByteArray("pdf bytes") : QByteArray("plain"));
-    }
+    EXPECT_EQ(attachmentNames(), (QStringList{u"rapport.pdf"_s, u"rapport-1.pdf"_s, u"rapport-2.pdf"_s,
+                                              u"notes"_s, u"notes-1."_s}));
+    QStringList stored;
+    for (const Attachment &copy : m_store->items().first().attachments)
+        stored << copy.fileName + u'|' + QDir(m_as.path()).relativeFilePath(copy.filePath) + u'|' +
+                      QString::fromUtf8(readBytes(copy.filePath));
+    EXPECT_EQ(stored, (QStringList{u"rapport.pdf|Fiva_Attachments/rapport.pdf|pdf bytes"_s,
+                                   u"rapport-1.pdf|Fiva_Attachments/rapport-1.pdf|pdf bytes"_s,
+                                   u"rapport-2.pdf|Fiva_Attachments/rapport-2.pdf|pdf bytes"_s,
+                                   u"notes|Fiva_Attachments/notes|plain"_s,
+                                   u"notes-1.|Fiva_Attachments/notes-1.|plain"_s}));
     EXPECT_EQ(onDisk().items, m_store->items());
     EXPECT_EQ(m_dialogs.openPanels.front(),
               (OpenPanelRequest{OpenPanelRequest::Kind::files, {}, false, u"Choisir"_s}));
@@ -210,31 +203,27 @@ TEST(DetailView, FreeAttachmentNameIsNameDashCounterDotExtension)
     }
 }
 
-TEST_F(DetailViewTest, AttachmentRowsOpenOrSayTheFileIsGoneAndDeleteAfterAsking)
+TEST_F(DetailViewTest, AttachmentRowsOpenOrSayTheFileIsGoneAndDeletionsAskFirst)
 {
     const QString kept = sourceFile(u"garde.txt"_s);
     const QString doomed = sourceFile(u"jeter.txt"_s);
+    const LinkItem other = makeItem(u"g"_s, u"A"_s);
     open(makeItem(u"f"_s, u"A"_s,
-                  {attachment(kept), attachment(doomed), attachment(m_sources.filePath(u"fantome.txt"_s))}));
+                  {attachment(kept), attachment(doomed), attachment(m_sources.filePath(u"fantome.txt"_s))}),
+         {other});
     clickRowButton(u"openAttachment"_s, 0);
     EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openPath "_s + kept});
     EXPECT_TRUE(m_dialogs.alerts.empty());
     clickRowButton(u"openAttachment"_s, 2);
-    EXPECT_EQ(m_dialogs.alerts, (std::vector<AlertRequest>{{u"Fichier introuvable"_s,
-                                                            u"La pièce jointe «fantome.txt» n’existe plus."_s,
-                                                            AlertStyle::warning,
-                                                            {u"OK"_s},
-                                                            std::nullopt}}));
+    EXPECT_EQ(alertTexts(m_dialogs),
+              QStringList{u"Fichier introuvable|La pièce jointe «fantome.txt» n’existe plus.|warning|OK"_s});
     EXPECT_EQ(m_workspace.calls.size(), 1u);
 
     m_dialogs.alerts.clear();
-    m_dialogs.alertAnswers.push_back({1, {}});
+    m_dialogs.alertAnswers = {{1, {}}};
     clickRowButton(u"deleteAttachment"_s, 1);
     EXPECT_TRUE(QFileInfo::exists(doomed));
     EXPECT_EQ(m_store->items().first().attachments.size(), 3);
-    EXPECT_EQ(m_dialogs.alerts,
-              std::vector<AlertRequest>{confirmation(u"Supprimer cette pièce jointe ?"_s,
-                                                     u"Le fichier sera supprimé définitivement."_s)});
     clickRowButton(u"deleteAttachment"_s, 1);
     EXPECT_FALSE(QFileInfo::exists(doomed));
     EXPECT_TRUE(QFileInfo::exists(kept));
@@ -244,23 +233,21 @@ TEST_F(DetailViewTest, AttachmentRowsOpenOrSayTheFileIsGoneAndDeleteAfterAsking)
     ASSERT_EQ(m_store->items().first().attachments.size(), 1);
     EXPECT_EQ(m_store->items().first().attachments.first().fileName, u"garde.txt"_s);
     EXPECT_EQ(onDisk().items, m_store->items());
-}
+    EXPECT_EQ(alertTexts(m_dialogs),
+              QStringList(3,
+                          u"Supprimer cette pièce jointe ?|Le fichier sera supprimé définitivement.|warning|"
+                          u"Supprimer,Annuler"_s));
 
-TEST_F(DetailViewTest, DeletingTheRecordAsksThenRemovesItsFilesAndCloses)
-{
-    const QString file = sourceFile(u"piece.txt"_s);
-    const LinkItem other = makeItem(u"g"_s, u"A"_s);
-    open(makeItem(u"f"_s, u"A"_s, {attachment(file)}), {other});
-    m_dialogs.alertAnswers.push_back({1, {}});
+    // The record itself, with the files it still has.
+    m_dialogs.alertAnswers = {{1, {}}};
     clickButton(u"Supprimer"_s);
     EXPECT_EQ(m_store->items().size(), 2);
     EXPECT_EQ(m_closed, 0);
-
     clickButton(u"Supprimer"_s);
-    EXPECT_EQ(m_dialogs.alerts.back(),
-              confirmation(u"Supprimer cette fiche ?"_s, u"Cette action est irréversible."_s));
+    EXPECT_EQ(alertTexts(m_dialogs).last(),
+              u"Supprimer cette fiche ?|Cette action est irréversible.|warning|Supprimer,Annuler"_s);
     EXPECT_EQ(m_store->items(), QList<LinkItem>{other});
-    EXPECT_FALSE(QFileInfo::exists(file));
+    EXPECT_FALSE(QFileInfo::exists(kept));
     EXPECT_EQ(onDisk().items, m_store->items());
     EXPECT_EQ(m_closed, 1);
     clickButton(u"Fermer"_s);
@@ -275,11 +262,7 @@ TEST_F(DetailViewTest, PreviewOpensAWindowPerTypeTitledWithTheNameOrOnlyPrintsFo
     image.fill(Qt::red);
     ASSERT_TRUE(image.save(png));
     const QString pdf = m_sources.filePath(u"doc.pdf"_s);
-    {
-        QPdfWriter writer(pdf);
-        QPainter painter(&writer);
-        painter.drawText(100, 100, u"Bonjour"_s);
-    }
+    writePdf(pdf, u"Bonjour"_s);
     const QString other = sourceFile(u"donnees.bin"_s, QByteArray("\x00\x01\x02\xff", 4));
     const std::vector<std::pair<QString, Kind>> cases{
         {png, Kind::image},

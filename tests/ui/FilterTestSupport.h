@@ -29,15 +29,8 @@ struct ItemSpec
 
 inline LinkItem makeItem(const ItemSpec &spec)
 {
-    LinkItem item;
-    item.id = QUuid::createUuid();
-    item.title = spec.title;
-    item.path = spec.path;
-    item.notes = spec.notes;
-    item.category = spec.category;
-    item.createdAt = Timestamp{spec.createdAt};
-    item.isFavorite = spec.isFavorite;
-    return item;
+    return {QUuid::createUuid(),       spec.title,      spec.path, spec.category, spec.notes,
+            Timestamp{spec.createdAt}, spec.isFavorite, {}};
 }
 
 } // namespace fiva::test

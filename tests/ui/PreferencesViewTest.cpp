@@ -1,7 +1,5 @@
 #include "ui/settings/PreferencesView.h"
 
-#include <QCheckBox>
-#include <QComboBox>
 #include <QSlider>
 
 #include <limits>

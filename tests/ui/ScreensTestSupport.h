@@ -11,20 +11,21 @@
 
 #include <QAbstractButton>
 #include <QAbstractItemView>
+#include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QPainter>
+#include <QPdfWriter>
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QUrl>
-#include <QWidget>
 
 #include <gtest/gtest.h>
 #include <memory>
-#include <vector>
 
 #include "support/FakeDialogs.h"
 #include "support/TestCommon.h"
@@ -74,6 +75,26 @@ inline bool showsLabel(QWidget *parent, const QString &text)
     return false;
 }
 
+// Those of `texts` that no visible label or button of `parent` shows.
+inline QStringList notShown(QWidget *parent, const QStringList &texts)
+{
+    QStringList missing;
+    for (const QString &text : texts) {
+        QAbstractButton *button = buttonWithText(parent, text);
+        if (!showsLabel(parent, text) && !(button && button->isVisibleTo(parent)))
+            missing << text;
+    }
+    return missing;
+}
+
+// A one-page PDF whose only text is `text`, so a test can tell which file a window loaded.
+inline void writePdf(const QString &path, const QString &text)
+{
+    QPdfWriter writer(path);
+    QPainter painter(&writer);
+    painter.drawText(QPointF(100, 100), text);
+}
+
 inline QStringList choices(const QComboBox *picker)
 {
     QStringList texts;
@@ -105,6 +126,22 @@ template <typename T> QList<T *> visibleWindows()
             windows.append(window);
     }
     return windows;
+}
+
+// Every alert asked so far, as "message|informative text|warning or info|buttons[|text field]".
+inline QStringList alertTexts(const FakeDialogs &dialogs)
+{
+    QStringList texts;
+    for (const AlertRequest &alert : dialogs.alerts) {
+        QStringList parts{alert.message, alert.informativeText,
+                          alert.style == AlertStyle::warning ? QStringLiteral("warning")
+                                                             : QStringLiteral("info"),
+                          alert.buttons.join(QLatin1Char(','))};
+        if (alert.textField)
+            parts << *alert.textField;
+        texts << parts.join(QLatin1Char('|'));
+    }
+    return texts;
 }
 
 inline QStringList alertMessages(const FakeDialogs &dialogs)

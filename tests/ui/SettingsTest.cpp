@@ -22,60 +22,48 @@ struct KeyRow
     QVariant other;
 };
 
-const std::vector<KeyRow> &keyRows()
-{
-    static const std::vector<KeyRow> rows{
-        {Key::sortOrder, u"sortOrder"_s, u"Plus récent d'abord"_s, u"Ordre alphabétique (A → Z)"_s},
-        {Key::warnOldBackup, u"warnOldBackup"_s, true, false},
-        {Key::askDeleteConfirmation, u"askDeleteConfirmation"_s, true, false},
-        {Key::backupReminderDay, u"backupReminderDay"_s, u"Lundi"_s, u"Dimanche"_s},
-        {Key::noteFontName, u"noteFontName"_s, u"Helvetica"_s, u"Courier New"_s},
-        {Key::noteFontSize, u"noteFontSize"_s, 16.0, 30.0},
-    };
-    return rows;
-}
+const std::vector<KeyRow> keyRows{
+    {Key::sortOrder, u"sortOrder"_s, u"Plus récent d'abord"_s, u"Ordre alphabétique (A → Z)"_s},
+    {Key::warnOldBackup, u"warnOldBackup"_s, true, false},
+    {Key::askDeleteConfirmation, u"askDeleteConfirmation"_s, true, false},
+    {Key::backupReminderDay, u"backupReminderDay"_s, u"Lundi"_s, u"Dimanche"_s},
+    {Key::noteFontName, u"noteFontName"_s, u"Helvetica"_s, u"Courier New"_s},
+    {Key::noteFontSize, u"noteFontSize"_s, 16.0, 30.0}};
 
 class SettingsTest : public ::testing::Test
 {
 protected:
     QString file() const { return m_dir.filePath(u"settings.ini"_s); }
-
     QTemporaryDir m_dir;
 };
 
 TEST_F(SettingsTest, NeverWrittenKeysReadAsTheirDefaults)
 {
     Settings settings(file());
-    ASSERT_EQ(Settings::allKeys.size(), keyRows().size());
-    for (const KeyRow &row : keyRows()) {
+    ASSERT_EQ(Settings::allKeys.size(), keyRows.size());
+    for (const KeyRow &row : keyRows) {
+        SCOPED_TRACE(row.name.toStdString());
         EXPECT_EQ(Settings::keyName(row.key), row.name);
-        EXPECT_EQ(Settings::defaultValue(row.key), row.defaultValue) << row.name.toStdString();
-        EXPECT_EQ(settings.value(row.key), row.defaultValue) << row.name.toStdString();
+        EXPECT_EQ(Settings::defaultValue(row.key), row.defaultValue);
+        EXPECT_EQ(settings.value(row.key), row.defaultValue);
         EXPECT_FALSE(settings.contains(row.key));
     }
-    EXPECT_EQ(settings.sortOrder(), u"Plus récent d'abord"_s);
-    EXPECT_TRUE(settings.warnOldBackup());
-    EXPECT_TRUE(settings.askDeleteConfirmation());
-    EXPECT_EQ(settings.backupReminderDay(), u"Lundi"_s);
-    EXPECT_EQ(settings.noteFontName(), u"Helvetica"_s);
-    EXPECT_EQ(settings.noteFontSize(), 16.0);
 }
 
 TEST_F(SettingsTest, WritesReachTheFileAtOnceAndAreAnnounced)
 {
     Settings writer(file());
     QSignalSpy changed(&writer, &Settings::changed);
-    for (const KeyRow &row : keyRows())
+    for (const KeyRow &row : keyRows)
         writer.setValue(row.key, row.other);
-    ASSERT_EQ(changed.size(), qsizetype(keyRows().size()));
-    for (std::size_t i = 0; i < keyRows().size(); ++i)
-        EXPECT_EQ(changed[qsizetype(i)][0].value<Key>(), keyRows()[i].key);
-
+    ASSERT_EQ(changed.size(), qsizetype(keyRows.size()));
     // Another reader of the same file, as another window or the next launch would be.
     Settings reader(file());
-    for (const KeyRow &row : keyRows()) {
-        EXPECT_EQ(reader.value(row.key), row.other) << row.name.toStdString();
-        EXPECT_TRUE(reader.contains(row.key));
+    for (std::size_t i = 0; i < keyRows.size(); ++i) {
+        SCOPED_TRACE(keyRows[i].name.toStdString());
+        EXPECT_EQ(changed[qsizetype(i)][0].value<Key>(), keyRows[i].key);
+        EXPECT_EQ(reader.value(keyRows[i].key), keyRows[i].other);
+        EXPECT_TRUE(reader.contains(keyRows[i].key));
     }
     EXPECT_EQ(QSettings(file(), QSettings::IniFormat).value(u"noteFontName"_s).toString(), u"Courier New"_s);
 }
@@ -90,20 +78,18 @@ TEST_F(SettingsTest, ValuesLeftByOtherToolsStayAsStored)
         raw.setValue(u"noteFontSize"_s, u"grand"_s);
     }
     Settings settings(file());
-    EXPECT_EQ(settings.sortOrder(), u"Par taille"_s);
-    EXPECT_EQ(settings.backupReminderDay(), u"Funday"_s);
-    EXPECT_EQ(settings.noteFontName(), u"Comic Sans MS"_s);
+    EXPECT_EQ((QStringList{settings.sortOrder(), settings.backupReminderDay(), settings.noteFontName()}),
+              (QStringList{u"Par taille"_s, u"Funday"_s, u"Comic Sans MS"_s}));
+    // A size that is no number reads as the default, and stays stored as it was.
     EXPECT_EQ(settings.noteFontSize(), 16.0);
     EXPECT_EQ(QSettings(file(), QSettings::IniFormat).value(u"noteFontSize"_s).toString(), u"grand"_s);
 }
 
 TEST_F(SettingsTest, NotesRenderAtTheDefaultSizeUnlessTheStoredOneIsPositive)
 {
-    const std::vector<std::pair<double, double>> table{{12.5, 12.5}, {30, 30}, {0, 16}, {-4, 16}};
     Settings settings(file());
-    for (const auto &[stored, rendered] : table) {
+    for (const auto &[stored, rendered] : {std::pair{12.5, 12.5}, {30.0, 30.0}, {0.0, 16.0}, {-4.0, 16.0}}) {
         settings.setNoteFontSize(stored);
-        EXPECT_EQ(settings.noteFontSize(), stored);
         EXPECT_EQ(settings.noteFontSizeForRendering(), rendered) << stored;
     }
 }
