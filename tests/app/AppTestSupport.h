@@ -4,7 +4,7 @@
 #include "app/MainWindow.h"
 #include "app/Resources.h"
 
-#include "ScreensTestSupport.h"
+#include "support/ScreenTest.h"
 
 namespace fiva::test {
 

@@ -2,7 +2,7 @@
 
 #include <QListWidget>
 
-#include "ScreensTestSupport.h"
+#include "support/ScreenTest.h"
 
 using namespace fiva;
 using namespace fiva::test;

@@ -13,7 +13,7 @@
 
 #include <functional>
 
-#include "ScreensTestSupport.h"
+#include "support/ScreenTest.h"
 
 using namespace fiva;
 using namespace fiva::test;
@@ -51,38 +51,34 @@ void choose(QComboBox *picker, const QString &text)
 class ContentViewTest : public ScreenTest
 {
 protected:
-    void open(const QList<LinkItem> &items = threeRecords())
+    // Shown unless asked otherwise, then without the old-backup alert, which has a test of its own.
+    void open(const QList<LinkItem> &items = threeRecords(), bool shown = true)
     {
-        close();
+        m_tester.reset();
+        m_view.reset();
+        if (shown)
+            m_settings.setWarnOldBackup(false);
         m_store = startWith(items, {u"Administratif"_s, u"Loisirs"_s, u"Travail"_s});
         m_store->setDialogs(&m_dialogs);
         m_view = std::make_unique<ContentView>(*m_store, m_dialogs, m_workspace, m_settings, m_clock);
         m_tester = std::make_unique<QAbstractItemModelTester>(
             &m_view->model(), QAbstractItemModelTester::FailureReportingMode::Fatal);
         m_view->resize(1000, 640);
-    }
-    // Shown without the old-backup alert, which has tests of its own.
-    void openShown(const QList<LinkItem> &items = threeRecords())
-    {
-        m_settings.setWarnOldBackup(false);
-        open(items);
-        m_view->show();
-        QCoreApplication::processEvents();
-    }
-    void close()
-    {
-        m_tester.reset();
-        m_view.reset();
+        if (shown) {
+            m_view->show();
+            QCoreApplication::processEvents();
+        }
     }
 
-    QStringList listedTitles() const
+    // The listed titles, as "Facture|Projet Qt|…".
+    QString listed() const
     {
         QStringList titles;
         for (int row = 0; row < m_view->model().rowCount(); ++row)
             titles << m_view->model().index(row).data(LinkListModel::TitleRole).toString();
-        return titles;
+        return titles.join(u'|');
     }
-    int rowOf(const QString &title) const { return int(listedTitles().indexOf(title)); }
+    int rowOf(const QString &title) const { return int(listed().split(u'|').indexOf(title)); }
     QUuid idOf(const QString &title) const
     {
         for (const LinkItem &item : m_store->items()) {
@@ -92,19 +88,8 @@ protected:
         ADD_FAILURE() << "no record " << title.toStdString();
         return {};
     }
-    void clickStar(int row)
-    {
-        QTest::mouseClick(m_view->list()->viewport(), Qt::LeftButton, {},
-                          m_view->starRectOfRow(row).center());
-    }
     bool showsNoSelection() { return showsLabel(m_view.get(), u"Aucune fiche sélectionnée"_s); }
     template <typename T> T *find(const QString &name) { return child<T>(m_view.get(), name); }
-    void exportTo(const QString &archive)
-    {
-        m_dialogs.saveChoices.push_back(archive);
-        StdoutCapture quiet;
-        m_view->exportAction()->trigger();
-    }
 
     std::unique_ptr<LinkStore> m_store;
     std::unique_ptr<ContentView> m_view;
@@ -113,26 +98,25 @@ protected:
 
 TEST_F(ContentViewTest, SidebarControlsComeInOrderAndTheToolbarHasFiveSymbolButtons)
 {
-    openShown();
+    open();
     auto *search = find<QLineEdit>(u"search"_s);
     auto *categories = find<QComboBox>(u"categoryPicker"_s);
     auto *sort = find<QComboBox>(u"sortPicker"_s);
     auto *favorites = find<QCheckBox>(u"favoritesOnly"_s);
     auto *dateFilter = find<QCheckBox>(u"dateFilter"_s);
-    EXPECT_EQ(search->placeholderText(), u"Rechercher…"_s);
-    EXPECT_EQ(choices(categories),
-              (QStringList{u"Toutes"_s, u"Administratif"_s, u"Loisirs"_s, u"Travail"_s}));
-    EXPECT_EQ(choices(sort), (QStringList{u"Plus récent d'abord"_s, u"Plus ancien d'abord"_s,
-                                          u"Ordre alphabétique (A → Z)"_s}));
-    EXPECT_EQ(categories->currentText() + u'|' + sort->currentText(), u"Toutes|Plus récent d'abord"_s);
-    EXPECT_EQ(favorites->text() + u'|' + dateFilter->text(), u"Favoris uniquement|Filtrer par date"_s);
+    EXPECT_EQ(QStringList({search->placeholderText(), categories->currentText(), sort->currentText(),
+                           favorites->text(), dateFilter->text()})
+                  .join(u'|'),
+              u"Rechercher…|Toutes|Plus récent d'abord|Favoris uniquement|Filtrer par date"_s);
+    EXPECT_EQ(choices(categories).join(u'|'), u"Toutes|Administratif|Loisirs|Travail"_s);
+    EXPECT_EQ(choices(sort).join(u'|'),
+              u"Plus récent d'abord|Plus ancien d'abord|Ordre alphabétique (A → Z)"_s);
     EXPECT_EQ(notShown(m_view.get(), {u"Catégorie"_s, u"Tri"_s, u"Aucune fiche sélectionnée"_s}),
               QStringList());
 
     auto *dateRow = find<QWidget>(u"dateRow"_s);
     EXPECT_FALSE(dateRow->isVisible());
     QTest::keyClick(dateFilter, Qt::Key_Space);
-    EXPECT_TRUE(dateRow->isVisible());
     EXPECT_EQ(notShown(dateRow, {u"Du"_s, u"Au"_s}), QStringList());
     const QDateTime now = QDateTime::fromSecsSinceEpoch(qint64(newYear2025.toUnix()));
     EXPECT_EQ(find<QDateEdit>(u"dateTo"_s)->date(), now.date());
@@ -154,49 +138,42 @@ TEST_F(ContentViewTest, SidebarControlsComeInOrderAndTheToolbarHasFiveSymbolButt
 
 TEST_F(ContentViewTest, EachFilterControlNarrowsTheListAndTheChosenOrderIsStored)
 {
-    const auto type = [](const QString &text) {
-        return [text](ContentView &v) { QTest::keyClicks(child<QLineEdit>(&v, u"search"_s), text); };
+    const auto type = [this](const QString &text) {
+        return [this, text] { QTest::keyClicks(find<QLineEdit>(u"search"_s), text); };
     };
-    const auto pick = [](const QString &picker, const QString &text) {
-        return [=](ContentView &v) { choose(child<QComboBox>(&v, picker), text); };
+    const auto pick = [this](const QString &picker, const QString &text) {
+        return [this, picker, text] { choose(find<QComboBox>(picker), text); };
     };
-    const auto tick = [](const QString &toggle) {
-        return [toggle](ContentView &v) { QTest::keyClick(child<QCheckBox>(&v, toggle), Qt::Key_Space); };
+    const auto tick = [this](const QString &toggle) {
+        return [this, toggle] { QTest::keyClick(find<QCheckBox>(toggle), Qt::Key_Space); };
     };
-    const struct
-    {
-        const char *name;
-        std::function<void(ContentView &)> act;
-        QStringList expected;
-    } cases[]{
-        {"nothing", [](ContentView &) {}, {u"Facture"_s, u"Projet Qt"_s, u"Été en Provence"_s}},
-        {"search in upper case", type(u"ÉTÉ"_s), {u"Été en Provence"_s}},
-        {"search without accents", type(u"ete"_s), {}},
-        {"search in two titles", type(u"pro"_s), {u"Projet Qt"_s, u"Été en Provence"_s}},
-        {"category", pick(u"categoryPicker"_s, u"Travail"_s), {u"Projet Qt"_s}},
-        {"favourites only", tick(u"favoritesOnly"_s), {u"Projet Qt"_s}},
-        {"date range of the last month", tick(u"dateFilter"_s), {u"Facture"_s}},
-        {"oldest first",
-         pick(u"sortPicker"_s, u"Plus ancien d'abord"_s),
-         {u"Été en Provence"_s, u"Projet Qt"_s, u"Facture"_s}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        openShown();
-        c.act(*m_view);
-        EXPECT_EQ(listedTitles(), c.expected);
+    const std::tuple<const char *, std::function<void()>, QString> cases[]{
+        {"nothing", [] {}, u"Facture|Projet Qt|Été en Provence"_s},
+        {"search in upper case", type(u"ÉTÉ"_s), u"Été en Provence"_s},
+        {"search without accents", type(u"ete"_s), u""_s},
+        {"search in two titles", type(u"pro"_s), u"Projet Qt|Été en Provence"_s},
+        {"category", pick(u"categoryPicker"_s, u"Travail"_s), u"Projet Qt"_s},
+        {"favourites only", tick(u"favoritesOnly"_s), u"Projet Qt"_s},
+        {"date range of the last month", tick(u"dateFilter"_s), u"Facture"_s},
+        {"oldest first", pick(u"sortPicker"_s, u"Plus ancien d'abord"_s),
+         u"Été en Provence|Projet Qt|Facture"_s}};
+    for (const auto &[name, act, expected] : cases) {
+        SCOPED_TRACE(name);
+        open();
+        act();
+        EXPECT_EQ(listed(), expected);
     }
 
-    openShown({record(u"Mouche"_s, u"Loisirs"_s, 700000000), record(u"Abeille"_s, u"Loisirs"_s, 710000000),
-               record(u"Zèbre"_s, u"Loisirs"_s, 720000000)});
+    open({record(u"Mouche"_s, u"Loisirs"_s, 700000000), record(u"Abeille"_s, u"Loisirs"_s, 710000000),
+          record(u"Zèbre"_s, u"Loisirs"_s, 720000000)});
     choose(find<QComboBox>(u"sortPicker"_s), u"Ordre alphabétique (A → Z)"_s);
     EXPECT_EQ(m_settings.sortOrder(), u"Ordre alphabétique (A → Z)"_s);
-    EXPECT_EQ(listedTitles(), (QStringList{u"Abeille"_s, u"Mouche"_s, u"Zèbre"_s}));
+    EXPECT_EQ(listed(), u"Abeille|Mouche|Zèbre"_s);
 }
 
 TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
 {
-    openShown();
+    open();
     clickRow(m_view->list(), rowOf(u"Projet Qt"_s));
     ASSERT_NE(m_view->detailView(), nullptr);
     EXPECT_EQ(m_view->detailView()->itemId(), idOf(u"Projet Qt"_s));
@@ -204,7 +181,7 @@ TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
 
     // Hidden by the search, still shown on the right, selected again once listed again.
     QTest::keyClicks(find<QLineEdit>(u"search"_s), u"facture"_s);
-    EXPECT_EQ(listedTitles(), QStringList{u"Facture"_s});
+    EXPECT_EQ(listed(), u"Facture"_s);
     ASSERT_NE(m_view->detailView(), nullptr);
     EXPECT_EQ(m_view->detailView()->itemId(), idOf(u"Projet Qt"_s));
     find<QLineEdit>(u"search"_s)->clear();
@@ -225,31 +202,32 @@ TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
 
 TEST_F(ContentViewTest, StarTogglesTheFavouriteWithoutSelectingTheRowAndDeleteDeletesWithoutAsking)
 {
-    openShown();
+    open();
     const int row = rowOf(u"Facture"_s);
-    clickStar(row);
+    const QPoint star = m_view->starRectOfRow(row).center();
+    QTest::mouseClick(m_view->list()->viewport(), Qt::LeftButton, {}, star);
     EXPECT_TRUE(onDisk().items.at(2).isFavorite);
     EXPECT_TRUE(m_view->model().index(row).data(LinkListModel::FavoriteRole).toBool());
     EXPECT_EQ(m_view->selectedItemID(), std::nullopt);
-    clickStar(row);
+    QTest::mouseClick(m_view->list()->viewport(), Qt::LeftButton, {}, star);
     EXPECT_FALSE(onDisk().items.at(2).isFavorite);
 
     clickRow(m_view->list(), rowOf(u"Projet Qt"_s));
     QTest::keyClick(m_view->list(), Qt::Key_Delete);
     flushDeletions();
-    EXPECT_EQ(listedTitles(), (QStringList{u"Facture"_s, u"Été en Provence"_s}));
+    EXPECT_EQ(listed(), u"Facture|Été en Provence"_s);
     EXPECT_EQ(onDisk().items.size(), 2);
     EXPECT_TRUE(m_dialogs.alerts.empty());
     EXPECT_TRUE(showsNoSelection());
     // Rows are read before anything goes, although the list shrinks meanwhile.
     m_store->appendItem(record(u"Bail"_s, u"Loisirs"_s, 720000000));
     m_view->deleteRows({1, 0});
-    EXPECT_EQ(listedTitles(), QStringList{u"Été en Provence"_s});
+    EXPECT_EQ(listed(), u"Été en Provence"_s);
 }
 
 TEST_F(ContentViewTest, ToolbarButtonsOpenTheirSheets)
 {
-    openShown();
+    open();
     m_view->newItemAction()->trigger();
     EditLinkView *sheet = m_view->editSheet();
     ASSERT_NE(sheet, nullptr);
@@ -277,14 +255,17 @@ TEST_F(ContentViewTest, ToolbarButtonsOpenTheirSheets)
 
 TEST_F(ContentViewTest, ExportSaysSauvegardeTermineeAndOnlyRestaurerRestores)
 {
-    openShown();
+    open();
     auto *status = find<QLabel>(u"lastBackup"_s);
     EXPECT_EQ(status->text(), u"Aucune sauvegarde"_s);
-    m_dialogs.saveChoices.push_back(std::nullopt);
+    const QString archive = m_as.filePath(u"copie.fivabackup"_s);
+    m_dialogs.saveChoices = {std::nullopt, archive};
     m_view->exportAction()->trigger();
     EXPECT_TRUE(m_dialogs.alerts.empty());
-    const QString archive = m_as.filePath(u"copie.fivabackup"_s);
-    exportTo(archive);
+    {
+        StdoutCapture quiet;
+        m_view->exportAction()->trigger();
+    }
     EXPECT_EQ(alertTexts(m_dialogs), QStringList{u"Sauvegarde terminée||info|OK"_s});
     ASSERT_TRUE(m_store->lastBackupDate().has_value());
     EXPECT_TRUE(status->text().startsWith(u"Dernière sauvegarde : "_s));
@@ -302,7 +283,7 @@ TEST_F(ContentViewTest, ExportSaysSauvegardeTermineeAndOnlyRestaurerRestores)
               QStringList{u"Restaurer les données ?|Cette opération écrasera toutes les "
                           u"données actuelles.|warning|Restaurer,Annuler"_s});
     EXPECT_EQ(readBytes(dataFile()), before);
-    EXPECT_EQ(listedTitles(), (QStringList{u"Projet Qt"_s, u"Été en Provence"_s}));
+    EXPECT_EQ(listed(), u"Projet Qt|Été en Provence"_s);
     // A cancelled panel asks nothing.
     m_view->restoreAction()->trigger();
     EXPECT_EQ(m_dialogs.alerts.size(), 1u);
@@ -310,50 +291,42 @@ TEST_F(ContentViewTest, ExportSaysSauvegardeTermineeAndOnlyRestaurerRestores)
         StdoutCapture quiet;
         m_view->restoreAction()->trigger();
     }
-    EXPECT_EQ(listedTitles(), (QStringList{u"Facture"_s, u"Projet Qt"_s, u"Été en Provence"_s}));
+    EXPECT_EQ(listed(), u"Facture|Projet Qt|Été en Provence"_s);
     EXPECT_EQ(onDisk().items.size(), 3);
 }
 
 TEST_F(ContentViewTest, OldBackupAlertFollowsTheSettingAndTheThreeDayLimitOnEachAppearance)
 {
-    const struct
-    {
-        const char *name;
-        bool warn;
-        std::optional<double> age; // seconds before now; none for no backup at all
-        bool alert;
-    } cases[]{
-        {"never backed up", true, std::nullopt, true},
-        {"exactly three days", true, 259200, false},
-        {"three days and a second", true, 259201, true},
-        {"warning off, never backed up", false, std::nullopt, false},
-        {"warning off, old backup", false, 1e6, false},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        m_settings.setWarnOldBackup(c.warn);
-        open();
-        if (c.age)
-            m_store->setLastBackupDate(Timestamp{newYear2025.seconds - *c.age});
+    // Warning on, seconds since the last backup (none for never), whether the alert comes.
+    const std::tuple<bool, std::optional<double>, bool> cases[]{{true, std::nullopt, true},
+                                                                {true, 259200, false},
+                                                                {true, 259201, true},
+                                                                {false, std::nullopt, false},
+                                                                {false, 1e6, false}};
+    for (const auto &[warn, age, alert] : cases) {
+        SCOPED_TRACE(age.value_or(-1));
+        m_settings.setWarnOldBackup(warn);
+        open(threeRecords(), false);
+        if (age)
+            m_store->setLastBackupDate(Timestamp{newYear2025.seconds - *age});
         m_dialogs.alerts.clear();
         m_view->checkOldBackup();
         EXPECT_EQ(alertMessages(m_dialogs),
-                  c.alert ? QStringList{u"⚠️ Sauvegarde ancienne"_s} : QStringList());
+                  alert ? QStringList{u"⚠️ Sauvegarde ancienne"_s} : QStringList());
     }
 
     m_settings.setWarnOldBackup(true);
     m_dialogs.alerts.clear();
-    open();
+    open(threeRecords(), false);
     EXPECT_TRUE(m_dialogs.alerts.empty());
-    m_view->show();
-    QCoreApplication::processEvents();
     const QString old =
         u"⚠️ Sauvegarde ancienne|Votre dernière sauvegarde manuelle date de plus de 3 jours.|info|OK"_s;
-    EXPECT_EQ(alertTexts(m_dialogs), QStringList{old});
-    m_view->hide();
-    m_view->show();
-    QCoreApplication::processEvents();
-    EXPECT_EQ(alertTexts(m_dialogs), (QStringList{old, old}));
+    for (const QStringList &expected : {QStringList{old}, QStringList{old, old}}) {
+        m_view->hide();
+        m_view->show();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(alertTexts(m_dialogs), expected);
+    }
 }
 
 } // namespace

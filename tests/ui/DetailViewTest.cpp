@@ -13,7 +13,7 @@
 
 #include <algorithm>
 
-#include "ScreensTestSupport.h"
+#include "support/ScreenTest.h"
 
 using namespace fiva;
 using namespace fiva::test;

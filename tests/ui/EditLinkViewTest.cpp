@@ -3,7 +3,7 @@
 #include <QPlainTextEdit>
 
 #include "FilterTestSupport.h"
-#include "ScreensTestSupport.h"
+#include "support/ScreenTest.h"
 
 using namespace fiva;
 using namespace fiva::test;

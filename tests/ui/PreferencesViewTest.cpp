@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "ScreensTestSupport.h"
+#include "support/ScreenTest.h"
 
 using namespace fiva;
 using namespace fiva::test;

@@ -8,7 +8,7 @@
 
 #include <functional>
 
-#include "ScreensTestSupport.h"
+#include "support/ScreenTest.h"
 
 using namespace fiva;
 using namespace fiva::test;
