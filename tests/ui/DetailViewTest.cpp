@@ -21,6 +21,23 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// Every run of the document as "text|family|size|bold|italic".
+QStringList runsOf(const QTextDocument &document)
+{
+    QStringList runs;
+    for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
+        for (auto it = block.begin(); !it.atEnd(); ++it) {
+            const QTextCharFormat f = it.fragment().charFormat();
+            runs << QStringList{it.fragment().text(), f.fontFamilies().toStringList().value(0),
+                                QString::number(f.fontPointSize()),
+                                f.fontWeight() >= QFont::Bold ? u"bold"_s : u""_s,
+                                f.fontItalic() ? u"italic"_s : u""_s}
+                        .join(u'|');
+        }
+    }
+    return runs;
+}
+
 class DetailViewTest : public ScreenTest
 {
 protected:
@@ -48,20 +65,19 @@ protected:
         QTest::mouseClick(buttonWithText(m_view.get(), text), Qt::LeftButton);
     }
     // The rows are rebuilt after every change, so they are looked up afresh each time.
+    QWidget *rows() { return child<QWidget>(m_view.get(), u"attachments"_s); }
     void clickRowButton(const QString &name, int row)
     {
-        const auto buttons =
-            child<QWidget>(m_view.get(), u"attachments"_s)->findChildren<QPushButton *>(name);
-        ASSERT_LT(row, buttons.size());
-        QTest::mouseClick(buttons[row], Qt::LeftButton);
+        QPushButton *button = rows()->findChildren<QPushButton *>(name).value(row);
+        ASSERT_NE(button, nullptr) << name.toStdString() << ' ' << row;
+        QTest::mouseClick(button, Qt::LeftButton);
     }
-    QStringList attachmentNames()
+    QString attachmentNames()
     {
         QStringList names;
-        for (QLabel *name :
-             child<QWidget>(m_view.get(), u"attachments"_s)->findChildren<QLabel *>(u"attachmentName"_s))
+        for (QLabel *name : rows()->findChildren<QLabel *>(u"attachmentName"_s))
             names.append(name->text());
-        return names;
+        return names.join(u'|');
     }
     QString sourceFile(const QString &name, const QByteArray &bytes = "contenu")
     {
@@ -114,6 +130,26 @@ TEST_F(DetailViewTest, ShowsEveryFieldFollowsTheStoreAndFallsBackToItsCopy)
     EXPECT_EQ(label(u"title"_s), u"Avant"_s);
 }
 
+TEST_F(DetailViewTest, NotesFontFollowsPreferencesOnTheNextRender)
+{
+    LinkItem item = makeItem(u"f"_s, u"A"_s);
+    item.notes = notesHTML(u"texte"_s);
+    open(item);
+    const auto firstRun = [this] {
+        return runsOf(*child<QTextBrowser>(m_view.get(), u"notes"_s)->document()).value(0);
+    };
+    EXPECT_EQ(firstRun(), u"texte |Helvetica|16||"_s);
+    m_settings.setNoteFontName(u"Georgia"_s);
+    m_settings.setNoteFontSize(24);
+    // The view does not watch the settings: nothing changes until it renders again.
+    EXPECT_EQ(firstRun(), u"texte |Helvetica|16||"_s);
+    m_view->refresh();
+    EXPECT_EQ(firstRun(), u"texte |Georgia|24||"_s);
+    m_settings.setNoteFontSize(0);
+    m_store->updateItem(item.id, [](LinkItem &stored) { stored.notes = notesHTML(u"autre"_s); });
+    EXPECT_EQ(firstRun(), u"autre |Georgia|16||"_s);
+}
+
 TEST_F(DetailViewTest, OpenOpensByKindAndOnlyWellFormedAddresses)
 {
     // Kind, location, then the button's text and what it asked of the desktop.
@@ -155,7 +191,7 @@ TEST_F(DetailViewTest, AttachedCopiesCountUpTheirNamesAndACancelledOrFailedCopyR
         m_dialogs.openChoices.push_back(QStringList{source});
         clickButton(u"Ajouter une pièce jointe…"_s);
     }
-    EXPECT_EQ(attachmentNames(), (QStringList{u"rapport.pdf"_s, u"rapport-1.pdf"_s, u"notes"_s}));
+    EXPECT_EQ(attachmentNames(), u"rapport.pdf|rapport-1.pdf|notes"_s);
     QStringList stored;
     for (const Attachment &copy : m_store->items().first().attachments)
         stored << copy.fileName + u'|' + QDir(m_as.path()).relativeFilePath(copy.filePath) + u'|' +
@@ -215,7 +251,7 @@ TEST_F(DetailViewTest, AttachmentRowsOpenOrSayTheFileIsGoneAndDeletionsAskFirst)
     EXPECT_TRUE(QFileInfo::exists(kept));
     // The entry of a file already gone goes too.
     clickRowButton(u"deleteAttachment"_s, 1);
-    EXPECT_EQ(attachmentNames(), QStringList{u"garde.txt"_s});
+    EXPECT_EQ(attachmentNames(), u"garde.txt"_s);
     ASSERT_EQ(m_store->items().first().attachments.size(), 1);
     EXPECT_EQ(m_store->items().first().attachments.first().fileName, u"garde.txt"_s);
     EXPECT_EQ(onDisk().items, m_store->items());
@@ -293,23 +329,6 @@ TEST_F(DetailViewTest, PreviewOpensAWindowPerTypeTitledWithTheNameOrOnlyPrintsFo
     EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openPath "_s + other});
 }
 
-// Every run of the document as "text|family|size|bold|italic".
-QStringList runsOf(const QTextDocument &document)
-{
-    QStringList runs;
-    for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
-        for (auto it = block.begin(); !it.atEnd(); ++it) {
-            const QTextCharFormat f = it.fragment().charFormat();
-            runs << QStringList{it.fragment().text(), f.fontFamilies().toStringList().value(0),
-                                QString::number(f.fontPointSize()),
-                                f.fontWeight() >= QFont::Bold ? u"bold"_s : u""_s,
-                                f.fontItalic() ? u"italic"_s : u""_s}
-                        .join(u'|');
-        }
-    }
-    return runs;
-}
-
 TEST(DetailView, RenderedNotesTakeTheNotesFontKeepBoldAndItalicAndNeedAUtf8Form)
 {
     ensureWidgetsApplication();
@@ -328,26 +347,6 @@ TEST(DetailView, RenderedNotesTakeTheNotesFontKeepBoldAndItalicAndNeedAUtf8Form)
     broken.append(QChar(0xD800));
     EXPECT_EQ(DetailView::renderNotes(broken, u"Helvetica"_s, 16), nullptr);
     EXPECT_NE(DetailView::renderNotes(u"pas du HTML <<<"_s, u"Helvetica"_s, 16), nullptr);
-}
-
-TEST_F(DetailViewTest, NotesFontFollowsPreferencesOnTheNextRender)
-{
-    LinkItem item = makeItem(u"f"_s, u"A"_s);
-    item.notes = notesHTML(u"texte"_s);
-    open(item);
-    const auto firstRun = [this] {
-        return runsOf(*child<QTextBrowser>(m_view.get(), u"notes"_s)->document()).value(0);
-    };
-    EXPECT_EQ(firstRun(), u"texte |Helvetica|16||"_s);
-    m_settings.setNoteFontName(u"Georgia"_s);
-    m_settings.setNoteFontSize(24);
-    // The view does not watch the settings: nothing changes until it renders again.
-    EXPECT_EQ(firstRun(), u"texte |Helvetica|16||"_s);
-    m_view->refresh();
-    EXPECT_EQ(firstRun(), u"texte |Georgia|24||"_s);
-    m_settings.setNoteFontSize(0);
-    m_store->updateItem(item.id, [](LinkItem &stored) { stored.notes = notesHTML(u"autre"_s); });
-    EXPECT_EQ(firstRun(), u"autre |Georgia|16||"_s);
 }
 
 } // namespace
