@@ -104,10 +104,9 @@ TEST_F(DetailViewTest, ShowsEveryFieldFollowsTheStoreAndFallsBackToItsCopy)
     open(item);
     const QString created = QLocale().toString(QDateTime::fromSecsSinceEpoch(qint64(item.createdAt.toUnix())),
                                                QLocale::ShortFormat);
-    EXPECT_EQ(
-        (QStringList{label(u"title"_s), label(u"path"_s), label(u"kind"_s), label(u"category"_s),
-                     child<QLabel>(m_view.get(), u"favorite"_s)->toolTip(), label(u"createdAt"_s)}),
-        (QStringList{u"Avant"_s, item.path, u"Lien Internet"_s, u"Travail"_s, u"star.fill"_s, created}));
+    EXPECT_EQ((QStringList{label(u"title"_s), label(u"path"_s), label(u"kind"_s), label(u"category"_s),
+                           child<QLabel>(m_view.get(), u"favorite"_s)->toolTip(), label(u"createdAt"_s)}),
+              (QStringList{u"Avant"_s, item.path, u"Lien Internet"_s, u"Travail"_s, u"Favori"_s, created}));
     EXPECT_EQ(notShown(m_view.get(),
                        {u"Lien :"_s, u"Type :"_s, u"Catégorie :"_s, u"Favori :"_s, u"Créé le :"_s, u"Notes"_s,
                         u"Pièces jointes"_s, u"Aucune note"_s, u"Aucune pièce jointe"_s, u"Ouvrir"_s,

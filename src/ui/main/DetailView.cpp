@@ -207,7 +207,10 @@ void DetailView::refresh()
     m_category->setText(item.category);
     m_favorite->setPixmap(
         symbols::icon(item.isFavorite ? QStringLiteral("star.fill") : QStringLiteral("star")).pixmap(16, 16));
-    m_favorite->setToolTip(item.isFavorite ? QStringLiteral("star.fill") : QStringLiteral("star"));
+    // The star alone says nothing to a screen reader or to someone unsure of its meaning.
+    const QString favoriteText = item.isFavorite ? QStringLiteral("Favori") : QStringLiteral("Pas favori");
+    m_favorite->setToolTip(favoriteText);
+    m_favorite->setAccessibleName(favoriteText);
     m_createdAt->setText(createdText(item.createdAt));
 
     std::unique_ptr<QTextDocument> rendered;
