@@ -70,6 +70,7 @@ median() {
   printf '%s\n' "${times[@]}" | sort -g | awk '{ a[NR] = $1 } END { printf "%.3f", (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2 }'
 }
 
+load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 echo "| set | operation | fiva-cli | Info-ZIP | bsdtar | 7z | cp -r |"
 echo "|---|---|---|---|---|---|---|"
 for set in $sets; do
@@ -96,3 +97,5 @@ for set in $sets; do
   echo "| $label | pack | $pack_fiva | $pack_zip | $pack_bsdtar | $pack_7z | $pack_cp |"
   echo "| $label | unpack | $unpack_fiva | $unpack_zip | $unpack_bsdtar | $unpack_7z | $unpack_cp |"
 done
+echo
+echo "Load average (1, 5, 15 min) before: $load_before; after: $(cut -d' ' -f1-3 /proc/loadavg)"
