@@ -128,9 +128,8 @@ private:
     void write(ByteView bytes);
     Bytes readCentralDirectory();
     // Copies a stored file entry's data straight from the archive file to the start of the new file `fd` and
-    // returns its CRC-32 (0 with
-    // `skipCRC32`); nothing when the entry is small, not stored, or runs past the end of the archive, which
-    // then take the chunked path of `extract` with its errors.
+    // returns its CRC-32 (0 with `skipCRC32`); nothing when the entry is small, not stored, or runs past the
+    // end of the archive, which then take the chunked path of `extract` with its errors.
     std::optional<std::uint32_t> copyStoredData(const Entry &entry, int fd, bool skipCRC32);
     void writeCentralDirectoryAndEndRecords(const Bytes &centralDirectory, const Totals &totals);
     // The core addition; a stored file of several chunks whose open file is given as `sourceFile` has its
