@@ -19,13 +19,15 @@ namespace fiva::zip::fuzz {
 
 namespace fs = std::filesystem;
 
-// One scratch folder per process, in memory when the system offers it.
+// One scratch folder per process, in memory when the system offers it, removed when the process exits. The
+// path is never destroyed: a static one would be destroyed before the exit handler, registered while it was
+// being made, got to read it, and every folder would stay behind.
 inline const fs::path &scratchFolder()
 {
-    static const fs::path folder = [] {
+    static const fs::path &folder = *[] {
         const fs::path base = fs::exists("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
-        fs::path f = base / ("fiva-zip-fuzz-" + std::to_string(::getpid()));
-        fs::create_directories(f);
+        auto *f = new fs::path(base / ("fiva-zip-fuzz-" + std::to_string(::getpid())));
+        fs::create_directories(*f);
         std::atexit([] {
             std::error_code ignored;
             fs::remove_all(scratchFolder(), ignored);
