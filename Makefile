@@ -33,7 +33,8 @@ test-main: build
 test-nogui: deps
 	cmake -S . -B $(NOGUI) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DFIVA_BUILD_GUI=OFF
 	cmake --build $(NOGUI) -j $(JOBS)
-	cd $(NOGUI) && ctest --output-on-failure -j $(JOBS)
+	# The ZIP library is built the same way as in test-main, which already ran its entries past 4 GiB.
+	cd $(NOGUI) && ctest --output-on-failure -j $(JOBS) -LE large
 
 # The ZIP library and its tests under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan: deps
