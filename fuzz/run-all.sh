@@ -7,7 +7,8 @@ seconds=${2:-60}
 here=$(cd "$(dirname "$0")" && pwd)
 status=0
 for bin in "$build"/fuzz/fuzz_*; do
-  [ -x "$bin" ] || continue
+  # Only programs: the build also leaves folders named after the targets.
+  [ -f "$bin" ] && [ -x "$bin" ] || continue
   name=$(basename "$bin")
   target=${name#fuzz_}
   # New inputs go to a scratch corpus so the seeds in the repository stay small.
