@@ -210,6 +210,10 @@ void Archive::writeCentralDirectoryAndEndRecords(const Bytes &centralDirectory, 
         zip64->locator.relativeOffsetOfZIP64EOCDRecord = endRecordsOffset;
         write(zip64->record.data());
         write(zip64->locator.data());
+    } else {
+        // Records that were not written again must not stay current: the totals would be read
+        // from them, pointing at the central directory this addition just replaced.
+        zip64.reset();
     }
     write(record.data());
     m_endOfCentralDirectoryRecord = std::move(record);

@@ -278,6 +278,32 @@ TEST(ArchiveWriting, FilesFromDiskWriteTheBytesOfDefaultChunks)
     }
 }
 
+// Info-ZIP's -fz writes ZIP64 end records that no total needs; additions write only the plain end
+// record, and the next addition must find the central directory through it.
+TEST(ArchiveWriting, UpdatingAnArchiveWithUnneededZIP64EndRecords)
+{
+    TempDir dir;
+    writeFile(dir / "In/a.txt", "alpha");
+    ASSERT_EQ(run("cd " + quoted(dir.path()) + " && zip -q -fz -r out.zip In").status, 0);
+    const auto path = dir / "out.zip";
+    const std::string one = "one", two = "second";
+    {
+        Archive archive(path, Archive::AccessMode::update);
+        ASSERT_TRUE(archive.zip64EndOfCentralDirectory());
+        archive.addEntry("one.txt", EntryType::file, one.size(), utc(2020, 1, 1, 0, 0, 0), std::nullopt,
+                         CompressionMethod::none, 16384, textProvider(one));
+        EXPECT_FALSE(archive.zip64EndOfCentralDirectory());
+        archive.addEntry("two.txt", EntryType::file, two.size(), utc(2020, 1, 1, 0, 0, 0), std::nullopt,
+                         CompressionMethod::none, 16384, textProvider(two));
+    }
+    EXPECT_EQ(run("unzip -tq " + quoted(path)).status, 0);
+    Archive archive(path, Archive::AccessMode::read);
+    std::vector<std::string> names;
+    for (const Entry &e : archive)
+        names.push_back(e.path());
+    EXPECT_EQ(names, (std::vector<std::string>{"In/", "In/a.txt", "one.txt", "two.txt"}));
+}
+
 TEST(ArchiveWriting, EntryCountOf65535GetsZIP64EndRecords)
 {
     TempDir dir;

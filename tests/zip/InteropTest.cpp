@@ -100,6 +100,8 @@ TEST(Interop, ToolArchivesUnpackIdentically)
     TempDir dir;
     makeTree(dir / "Full", true, false);
     makeTree(dir / "Plain", false, true);
+    // Info-ZIP cannot write links into a pipe.
+    makeTree(dir / "Unlinked", false, false);
     const std::string python =
         "python3 -c \"import os, sys, zipfile\n"
         "method = zipfile.ZIP_DEFLATED if sys.argv[3] == 'deflate' else zipfile.ZIP_STORED\n"
@@ -121,7 +123,7 @@ TEST(Interop, ToolArchivesUnpackIdentically)
         {"zip -0", "Full", "zip -q -0 -r -y out.zip Full", true},
         {"zip -fz", "Full", "zip -q -fz -r -y out.zip Full", true},
         {"zip streamed", "Full", "zip -q -r -y - Full > out.zip", true},
-        {"zip -fd streamed", "Full", "zip -q -fd -r -y - Full | cat > out.zip", true},
+        {"zip -fd streamed", "Unlinked", "bash -o pipefail -c 'zip -q -fd -r - Unlinked | cat > out.zip'", true},
         {"python stored", "Plain", python + "out.zip stored", true},
         {"python deflated", "Plain", python + "out.zip deflate", true},
         {"bsdtar", "Full", "bsdtar -a -cf out.zip Full", true},
