@@ -322,10 +322,10 @@ void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t unco
 
     CentralDirectoryStructure structure =
         makeCentralDirectoryStructure(header, type, permissions, headerOffset);
-    if (previous.entryCount == std::numeric_limits<std::uint64_t>::max())
-        throw ArchiveError(ArchiveError::invalidCentralDirectoryEntryCount);
     if (previous.centralDirectorySize > std::numeric_limits<std::uint64_t>::max() - structure.totalSize())
         throw ArchiveError(ArchiveError::invalidCentralDirectorySize);
+    if (previous.entryCount == std::numeric_limits<std::uint64_t>::max())
+        throw ArchiveError(ArchiveError::invalidCentralDirectoryEntryCount);
     const Totals next{previous.entryCount + 1, previous.centralDirectorySize + structure.totalSize(),
                       endOfData};
     const Bytes structureBytes = structure.data();
