@@ -92,7 +92,7 @@ TEST(ArchiveReading, ZIP64EndRecordNeedsVersion45)
         put32(bytes, 0);
         put32(bytes, 0x07064b50);
         put32(bytes, 0);
-        put32(bytes, recordOffset);
+        put32(bytes, recordOffset + 1000); // wrong on purpose: the record is found where it must sit
         put32(bytes, 0);
         put32(bytes, 1);
         bytes.insert(bytes.end(), end.begin(), end.end());

@@ -62,6 +62,16 @@ TEST(FolderZip, RoundTripKeepsContentLinksPermissionsAndDates)
     fs::permissions(dir / "Src/deep", fs::perms(0750));
     const auto date = fs::file_time_type::clock::now() - std::chrono::hours(24 * 400);
     fs::last_write_time(dir / "Src/plain.txt", date);
+    // An empty folder and a link itself (not its target) get their dates back too.
+    const auto secondsOf = [](const fs::path &path) {
+        struct stat info
+        {
+        };
+        return ::lstat(path.c_str(), &info) == 0 ? info.st_mtim.tv_sec : -1;
+    };
+    const struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "Src/hollow").c_str(), old, 0), 0);
+    ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "Src/link").c_str(), old, AT_SYMLINK_NOFOLLOW), 0);
 
     for (CompressionMethod method : {CompressionMethod::none, CompressionMethod::deflate}) {
         const std::string tag = method == CompressionMethod::none ? "stored" : "deflated";
@@ -70,6 +80,8 @@ TEST(FolderZip, RoundTripKeepsContentLinksPermissionsAndDates)
         EXPECT_EQ(describeTree(dir / tag / "Src"), describeTree(dir / "Src")) << tag;
         const auto restored = fs::last_write_time(dir / tag / "Src/plain.txt");
         EXPECT_LE(std::chrono::abs(restored - date), std::chrono::seconds(2)) << tag;
+        EXPECT_EQ(secondsOf(dir / tag / "Src/hollow"), 1000000000) << tag;
+        EXPECT_EQ(secondsOf(dir / tag / "Src/link"), 1000000000) << tag;
     }
 }
 

@@ -3,6 +3,7 @@
 #include "zip/Errors.h"
 #include "zip/Records.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
