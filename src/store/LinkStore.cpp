@@ -3,6 +3,7 @@
 #include "model/JsonCodec.h"
 #include "model/SavedData.h"
 #include "platform/Clock.h"
+#include "platform/Collation.h"
 #include "platform/Paths.h"
 #include "store/Console.h"
 #include "store/FileIO.h"
@@ -13,7 +14,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLocale>
 #include <QTimer>
 
 #include <algorithm>
@@ -219,7 +219,7 @@ void LinkStore::setAsideUnreadableDataFile(const QString &path)
 
 void LinkStore::sortCategories()
 {
-    QCollator collator{QLocale()};
+    const QCollator collator = userCollator();
     std::stable_sort(m_categories.begin(), m_categories.end(),
                      [&](const QString &a, const QString &b) { return collator.compare(a, b) < 0; });
     Q_EMIT categoriesChanged();

@@ -1,6 +1,7 @@
 #include "ui/main/LinkListModel.h"
 
 #include "model/LinkItem.h"
+#include "platform/Collation.h"
 #include "ui/main/FilterEngine.h"
 #include "ui/main/FilterState.h"
 
@@ -20,7 +21,7 @@ struct LinkListModel::Private
     std::vector<int> rows;
 };
 
-LinkListModel::LinkListModel(QObject *parent) : LinkListModel(QCollator(), parent) {}
+LinkListModel::LinkListModel(QObject *parent) : LinkListModel(userCollator(), parent) {}
 
 LinkListModel::LinkListModel(const QCollator &collator, QObject *parent)
     : QAbstractListModel(parent), d(std::make_unique<Private>(collator))
