@@ -15,7 +15,9 @@ int usageError(const Command &command)
 
 bool helpRequested(const Command &command, const QStringList &args)
 {
-    if (!args.contains(QStringLiteral("--help")) && !args.contains(QStringLiteral("-h")))
+    // Only in first place: later on, "-h" may be a value, as in `add --title -h`.
+    const QString first = args.value(0);
+    if (first != QLatin1String("--help") && first != QLatin1String("-h"))
         return false;
     std::printf("usage: fiva-cli %s %s\n%s\n", command.name, command.usage, command.summary);
     return true;

@@ -46,14 +46,15 @@ TEST_F(StoreCli, RecordsCanBeAddedListedFlaggedAndDeleted)
     EXPECT_TRUE(first.out.startsWith(u"⚠️ Données absentes : "_s + dataFile()));
     const QString id = payload(first).value(0);
     ASSERT_EQ(id.size(), 36);
-    const CliRun second = run("add|--title|Dossier|--path|/tmp|--kind|directory|--category|Perso");
+    const CliRun second =
+        run("add|--title|-h|--path|/tmp|--kind|directory|--category|Perso"); // a value, not --help
     ASSERT_EQ(second.exitCode, 0);
     const QString id2 = payload(second).value(0);
 
     EXPECT_TRUE(read(dataFile()).contains("<p>ligne 1<br>ligne 2<\\/p>"));
     EXPECT_EQ(payload(run("list")),
               (QStringList{id + u"\turl\t0\tSans catégorie\tÉté\\tà Paris\thttps://example.org/a"_s,
-                           id2 + u"\tdirectory\t0\tPerso\tDossier\t/tmp"_s}));
+                           id2 + u"\tdirectory\t0\tPerso\t-h\t/tmp"_s}));
 
     EXPECT_EQ(run({u"favorite"_s, id.toLower()}).exitCode, 0);
     EXPECT_TRUE(payload(run("list")).value(0).startsWith(id + u"\turl\t1\t"_s));
