@@ -1,6 +1,7 @@
 // The data file at 10,000 and 100,000 records: the codec alone (decode, encode) and the store
 // around it (start-up, which reads, decodes, rewrites and sorts; one save after toggleFavorite).
 #include "model/JsonCodec.h"
+#include "platform/AllocatorTuning.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Workspace.h"
@@ -193,6 +194,8 @@ BENCHMARK(saveAfterToggleFavorite)->Arg(10000)->Arg(100000)->Unit(benchmark::kMi
 
 int main(int argc, char **argv)
 {
+    // Measured with the allocator settings the programs run with.
+    fiva::restartWithTunedAllocator(argv);
     // The store's timer needs an application object; nothing here runs its event loop.
     QCoreApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);

@@ -1,6 +1,7 @@
 // Peak memory of reading the data file, measured in a fresh process for each case so that one
 // case's high-water mark cannot hide another's: the program runs itself with --measure.
 #include "model/JsonCodec.h"
+#include "platform/AllocatorTuning.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Workspace.h"
@@ -86,6 +87,8 @@ int measure(const QString &mode, const QString &asFolder)
 
 int main(int argc, char **argv)
 {
+    // Measured with the allocator settings the programs run with.
+    fiva::restartWithTunedAllocator(argv);
     QCoreApplication app(argc, argv);
     const QStringList args = QCoreApplication::arguments();
     if (args.size() == 4 && args[1] == QStringLiteral("--measure"))

@@ -2,6 +2,7 @@
 #include "app/FivaApp.h"
 #include "app/MainWindow.h"
 #include "app/Resources.h"
+#include "platform/AllocatorTuning.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Settings.h"
@@ -12,6 +13,7 @@
 
 int main(int argc, char *argv[])
 {
+    fiva::restartWithTunedAllocator(argv);
     QApplication application(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Fiva"));
     QApplication::setApplicationName(QStringLiteral("Fiva"));

@@ -1,4 +1,5 @@
 #include "cli/Commands.h"
+#include "platform/AllocatorTuning.h"
 
 #include <QCoreApplication>
 
@@ -45,6 +46,7 @@ void printOverview(std::FILE *out)
 
 int main(int argc, char **argv)
 {
+    fiva::restartWithTunedAllocator(argv);
     using namespace fiva::cli;
     QCoreApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Fiva"));
