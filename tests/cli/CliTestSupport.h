@@ -28,6 +28,30 @@ inline QString cliPath()
     return QString::fromLocal8Bit(path);
 }
 
+// Runs a program to its end with nothing on its standard input. A program that cannot be started
+// (python3 missing) fails the test rather than skipping it.
+inline CliRun runProgram(const QString &program, const QStringList &args,
+                         const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment())
+{
+    QProcess process;
+    process.setProcessEnvironment(env);
+    process.start(program, args);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(120'000)) {
+        ADD_FAILURE() << program.toStdString() << " did not run to its end; scripts/install-deps installs it";
+        return {};
+    }
+    const QByteArray out = process.readAllStandardOutput();
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, out,
+            QString::fromUtf8(out), QString::fromUtf8(process.readAllStandardError())};
+}
+
+// Python builds the archives our own writer would refuse to make and serves as an independent oracle.
+inline CliRun python(const char *script, const QStringList &args)
+{
+    return runProgram(u"python3"_s, QStringList{u"-c"_s, QString::fromUtf8(script)} + args);
+}
+
 // Each test drives the real fiva-cli in a folder of its own; `home` is the XDG data folder, so the
 // store it opens is the one the application would open there.
 class CliTest : public ::testing::Test
@@ -39,25 +63,23 @@ protected:
 
     CliRun run(const QStringList &args, int which = 1) const
     {
-        QProcess process;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert(u"XDG_DATA_HOME"_s, home(which));
         env.insert(u"TMPDIR"_s, path(u"tmp"_s));
-        process.setProcessEnvironment(env);
         QDir().mkpath(path(u"tmp"_s));
-        process.start(cliPath(), args);
-        process.closeWriteChannel();
-        if (!process.waitForFinished(120'000))
-            return {};
-        const QByteArray out = process.readAllStandardOutput();
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, out,
-                QString::fromUtf8(out), QString::fromUtf8(process.readAllStandardError())};
+        return runProgram(cliPath(), args, env);
     }
 
-    // Arguments separated by "|", so that blanks inside one can be written.
+    // Arguments separated by "|", so that blanks inside one can be written; one starting with "@"
+    // names a file in the test's folder.
     CliRun run(const char *line, int which = 1) const
     {
-        return run(QString::fromUtf8(line).split(u'|', Qt::SkipEmptyParts), which);
+        QStringList args = QString::fromUtf8(line).split(u'|', Qt::SkipEmptyParts);
+        for (QString &arg : args) {
+            if (arg.startsWith(u'@'))
+                arg = path(arg.mid(1));
+        }
+        return run(args, which);
     }
 
     static QString write(const QString &file, const QByteArray &bytes)

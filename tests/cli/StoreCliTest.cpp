@@ -31,7 +31,9 @@ TEST_F(StoreCli, BadInvocationsPrintUsageAndExitWithTwoAndHelpAnswers)
         EXPECT_TRUE(r.err.contains(u"usage: fiva-cli"_s)) << line;
     }
     EXPECT_FALSE(QFile::exists(dataFile())) << "a rejected command must not touch the data";
-    for (const char *name : {"add", "list", "favorite", "delete", "categories", "backup-now", "history"}) {
+    // Every command of the tool answers --help, whatever its group.
+    for (const char *name : {"add", "list", "favorite", "delete", "categories", "backup-now", "history",
+                             "export", "restore", "decode-data", "decode-history", "zip", "unzip", "ls"}) {
         const CliRun r = run({QLatin1String(name), u"--help"_s});
         EXPECT_EQ(r.exitCode, 0) << name;
         EXPECT_TRUE(r.out.startsWith(u"usage: fiva-cli "_s + QLatin1String(name))) << name;
@@ -74,29 +76,28 @@ TEST_F(StoreCli, CategoriesFollowTheStoreRules)
     EXPECT_EQ(payload(run("categories")), (QStringList{u"Boulot"_s, u"Travail / Projets"_s}));
 }
 
-TEST_F(StoreCli, BackupNowWritesABackupAndRecordsItInTheHistory)
+TEST_F(StoreCli, BackupNowWritesABackupAndRecordsItInTheHistoryOrFailsWithOne)
 {
     ASSERT_EQ(run("categories|add|X").exitCode, 0);
+    const QString folder = home() + u"/Fiva/AutoBackups"_s;
+    write(folder, {});
+    const CliRun blocked = run("backup-now");
+    EXPECT_EQ(blocked.exitCode, 1);
+    EXPECT_TRUE(blocked.out.contains(u"❌ Auto-backup error: "_s + folder)) << blocked.out.toStdString();
+    EXPECT_TRUE(payload(run("history")).isEmpty());
+
+    QFile::remove(folder);
     const CliRun backup = run("backup-now");
     ASSERT_EQ(backup.exitCode, 0) << backup.out.toStdString();
-    const QString folder = home() + u"/Fiva/AutoBackups/"_s;
     const QStringList files = QDir(folder).entryList(QDir::Files);
     ASSERT_EQ(files.size(), 1);
     EXPECT_TRUE(files.first().startsWith(u"AutoBackup-"_s));
-    const QStringList fields = payload(run("history")).value(0).split(u'\t');
+    const QStringList history = payload(run("history"));
+    ASSERT_EQ(history.size(), 1);
+    const QStringList fields = history.first().split(u'\t');
     ASSERT_EQ(fields.size(), 4);
-    EXPECT_EQ(fields[3], folder + files.first());
+    EXPECT_EQ(fields[3], folder + u'/' + files.first());
     EXPECT_EQ(fields[2].toLongLong(), QFileInfo(fields[3]).size());
-    EXPECT_EQ(payload(run("history")).size(), 1);
-}
-
-TEST_F(StoreCli, BackupNowFailsWhenTheFolderCannotBeMade)
-{
-    const QString blocker = write(home() + u"/Fiva/AutoBackups"_s, {});
-    const CliRun r = run("backup-now");
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_TRUE(r.out.contains(u"❌ Auto-backup error: "_s + blocker)) << r.out.toStdString();
-    EXPECT_TRUE(payload(run("history")).isEmpty());
 }
 
 } // namespace

@@ -1,38 +1,12 @@
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QProcess>
-#include <QTemporaryDir>
-
 #include <zlib.h>
 
-#include <gtest/gtest.h>
+#include "CliTestSupport.h"
 
+namespace cli_test {
 namespace {
 
-struct CliRun
-{
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-CliRun runProgram(const QString &program, const QStringList &args)
-{
-    QProcess process;
-    process.start(program, args);
-    EXPECT_TRUE(process.waitForFinished(60000)) << qPrintable(program);
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            process.readAllStandardOutput(), process.readAllStandardError()};
-}
-
-CliRun runCli(const QStringList &args)
-{
-    return runProgram(QString::fromLocal8Bit(qgetenv("FIVA_CLI")), args);
-}
-
 // Hostile archives are written by Python's zipfile, then patched where zipfile refuses to go.
-const char *const makeHostile = R"(
+const char makeHostile[] = R"(
 import sys, zipfile
 kind, path = sys.argv[1], sys.argv[2]
 def link(z, name, target):
@@ -61,42 +35,7 @@ if kind == 'corrupt':
 open(path, 'wb').write(bytes(data))
 )";
 
-class ZipCli : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        ASSERT_FALSE(qgetenv("FIVA_CLI").isEmpty());
-        ASSERT_TRUE(m_dir.isValid());
-    }
-
-    QString path(const QString &name) const { return m_dir.filePath(name); }
-
-    void write(const QString &name, const QByteArray &bytes)
-    {
-        QDir().mkpath(QFileInfo(path(name)).absolutePath());
-        QFile f(path(name));
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-    }
-
-    QByteArray read(const QString &name) const
-    {
-        QFile f(QDir(m_dir.path()).absoluteFilePath(name));
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
-
-    QString hostile(const QString &kind)
-    {
-        const QString archive = path(kind + QStringLiteral(".zip"));
-        const CliRun made = runProgram(QStringLiteral("python3"),
-                                       {QStringLiteral("-c"), QString::fromUtf8(makeHostile), kind, archive});
-        EXPECT_EQ(made.exitCode, 0) << made.err.constData();
-        return archive;
-    }
-
-    QTemporaryDir m_dir;
-};
+using ZipCli = CliTest;
 
 QByteArray crcHex(const QByteArray &bytes)
 {
@@ -107,22 +46,22 @@ QByteArray crcHex(const QByteArray &bytes)
 
 TEST_F(ZipCli, ListShowsEveryEntryInDirectoryOrder)
 {
-    write(QStringLiteral("Data/a.txt"), "hello");
-    write(QStringLiteral("Data/sub/b.txt"), QByteArray(20000, 'b'));
-    ASSERT_TRUE(QFile::link(QStringLiteral("../a.txt"), path(QStringLiteral("Data/sub/l"))));
-    for (bool deflate : {false, true}) {
-        const QString archive = path(deflate ? QStringLiteral("d.zip") : QStringLiteral("s.zip"));
-        QStringList args{QStringLiteral("zip"), path(QStringLiteral("Data")), archive,
-                         QStringLiteral("--keep-parent")};
+    write(path(u"Data/a.txt"_s), "hello");
+    write(path(u"Data/sub/b.txt"_s), QByteArray(20000, 'b'));
+    ASSERT_TRUE(QFile::link(u"../a.txt"_s, path(u"Data/sub/l"_s)));
+    for (const bool deflate : {false, true}) {
+        SCOPED_TRACE(deflate ? "deflate" : "stored");
+        const QString archive = path(deflate ? u"d.zip"_s : u"s.zip"_s);
+        QStringList args{u"zip"_s, path(u"Data"_s), archive, u"--keep-parent"_s};
         if (deflate)
-            args << QStringLiteral("--deflate");
-        const CliRun zipped = runCli(args);
-        ASSERT_EQ(zipped.exitCode, 0) << zipped.err.constData();
+            args << u"--deflate"_s;
+        const CliRun zipped = run(args);
+        ASSERT_EQ(zipped.exitCode, 0) << zipped.err.toStdString();
 
-        const CliRun listed = runCli({QStringLiteral("ls"), archive});
-        ASSERT_EQ(listed.exitCode, 0) << listed.err.constData();
-        const QList<QByteArray> lines = listed.out.trimmed().split('\n');
-        ASSERT_EQ(lines.size(), 5) << listed.out.constData();
+        const CliRun listed = run({u"ls"_s, archive});
+        ASSERT_EQ(listed.exitCode, 0) << listed.err.toStdString();
+        const QList<QByteArray> lines = listed.outBytes.trimmed().split('\n');
+        ASSERT_EQ(lines.size(), 5) << listed.out.toStdString();
         EXPECT_EQ(lines[0], "file\t" + QByteArray(deflate ? "8\t7" : "0\t5") + "\t5\t" + crcHex("hello") +
                                 "\tData/a.txt");
         EXPECT_EQ(lines[1], "directory\t0\t0\t0\t00000000\tData/sub/");
@@ -134,91 +73,65 @@ TEST_F(ZipCli, ListShowsEveryEntryInDirectoryOrder)
         EXPECT_EQ(lines[3], "symlink\t0\t8\t8\t" + crcHex("../a.txt") + "\tData/sub/l");
         EXPECT_EQ(lines[4], "directory\t0\t0\t0\t00000000\tData/");
 
-        const QString out = path(deflate ? QStringLiteral("out-d/deeper") : QStringLiteral("out-s/deeper"));
-        const CliRun unzipped =
-            runCli({QStringLiteral("unzip"), archive, out, QStringLiteral("--allow-uncontained-symlinks")});
-        ASSERT_EQ(unzipped.exitCode, 0) << unzipped.err.constData();
-        EXPECT_EQ(read(QDir(out).filePath(QStringLiteral("Data/sub/b.txt"))), QByteArray(20000, 'b'));
-        EXPECT_EQ(QFileInfo(QDir(out).filePath(QStringLiteral("Data/sub/l"))).symLinkTarget(),
-                  QDir(out).filePath(QStringLiteral("Data/a.txt")));
+        const QDir out(path(deflate ? u"out-d/deeper"_s : u"out-s/deeper"_s));
+        const CliRun unzipped = run({u"unzip"_s, archive, out.path(), u"--allow-uncontained-symlinks"_s});
+        ASSERT_EQ(unzipped.exitCode, 0) << unzipped.err.toStdString();
+        EXPECT_EQ(read(out.filePath(u"Data/sub/b.txt"_s)), QByteArray(20000, 'b'));
+        EXPECT_EQ(QFileInfo(out.filePath(u"Data/sub/l"_s)).symLinkTarget(), out.filePath(u"Data/a.txt"_s));
     }
 }
 
-TEST_F(ZipCli, FailuresNameTheirCaseAndPath)
+TEST_F(ZipCli, FailuresNameTheirCaseAndPathAndBadUsageExitsTwo)
 {
-    write(QStringLiteral("Data/a.txt"), "a");
-    write(QStringLiteral("exists.zip"), "old");
-    write(QStringLiteral("not-a-zip"), QByteArray(100, 'n'));
+    write(path(u"Data/a.txt"_s), "a");
+    write(path(u"exists.zip"_s), "old");
+    write(path(u"not-a-zip"_s), QByteArray(100, 'n'));
+    for (const QString &kind :
+         {u"dotdot"_s, u"deepdotdot"_s, u"link"_s, u"crc"_s, u"method"_s, u"corrupt"_s}) {
+        const CliRun made = python(makeHostile, {kind, path(kind + u".zip"_s)});
+        ASSERT_EQ(made.exitCode, 0) << made.err.toStdString();
+    }
     struct Case
     {
-        QStringList args;
-        QByteArray expected;
-        QString expectedPath;
+        const char *args;
+        int exitCode;
+        const char *error;
+        const char *path; // in the test's folder, named by the message too
     };
     const Case cases[] = {
-        {{QStringLiteral("zip"), path(QStringLiteral("Data")), path(QStringLiteral("exists.zip"))},
-         "fileWriteFileExists",
-         path(QStringLiteral("exists.zip"))},
-        {{QStringLiteral("zip"), path(QStringLiteral("Nothing")), path(QStringLiteral("n.zip"))},
-         "fileReadNoSuchFile",
-         path(QStringLiteral("Nothing"))},
-        {{QStringLiteral("unzip"), path(QStringLiteral("none.zip")), path(QStringLiteral("o"))},
-         "fileReadNoSuchFile",
-         path(QStringLiteral("none.zip"))},
-        {{QStringLiteral("ls"), path(QStringLiteral("not-a-zip"))}, "missingEndOfCentralDirectoryRecord", {}},
-        {{QStringLiteral("unzip"), hostile(QStringLiteral("dotdot")), path(QStringLiteral("o1"))},
-         "fileReadInvalidFileName",
-         path(QStringLiteral("o1/../x"))},
-        {{QStringLiteral("unzip"), hostile(QStringLiteral("deepdotdot")), path(QStringLiteral("o2"))},
-         "fileReadInvalidFileName",
-         path(QStringLiteral("o2/a/../../x"))},
-        {{QStringLiteral("unzip"), hostile(QStringLiteral("link")), path(QStringLiteral("o3"))},
-         "uncontainedSymlink",
-         {}},
-        {{QStringLiteral("unzip"), hostile(QStringLiteral("crc")), path(QStringLiteral("o4"))},
-         "invalidCRC32",
-         {}},
-        {{QStringLiteral("unzip"), hostile(QStringLiteral("method")), path(QStringLiteral("o5"))},
-         "invalidCompressionMethod",
-         {}},
-        {{QStringLiteral("unzip"), hostile(QStringLiteral("corrupt")), path(QStringLiteral("o6"))},
-         "corruptedData",
-         {}},
+        {"zip|@Data|@exists.zip", 1, "fileWriteFileExists", "exists.zip"},
+        {"zip|@Nothing|@n.zip", 1, "fileReadNoSuchFile", "Nothing"},
+        {"unzip|@none.zip|@o", 1, "fileReadNoSuchFile", "none.zip"},
+        {"ls|@not-a-zip", 1, "missingEndOfCentralDirectoryRecord", nullptr},
+        {"unzip|@dotdot.zip|@o1", 1, "fileReadInvalidFileName", "o1/../x"},
+        {"unzip|@deepdotdot.zip|@o2", 1, "fileReadInvalidFileName", "o2/a/../../x"},
+        {"unzip|@link.zip|@o3", 1, "uncontainedSymlink", nullptr},
+        {"unzip|@crc.zip|@o4", 1, "invalidCRC32", nullptr},
+        {"unzip|@method.zip|@o5", 1, "invalidCompressionMethod", nullptr},
+        {"unzip|@corrupt.zip|@o6", 1, "corruptedData", nullptr},
+        {"zip|only-one", 2, "usage: fiva-cli zip ", nullptr},
+        {"zip|a|b|--bogus", 2, "usage: fiva-cli zip ", nullptr},
+        {"unzip", 2, "usage: fiva-cli unzip ", nullptr},
+        {"ls|a|b", 2, "usage: fiva-cli ls ", nullptr},
     };
     for (const Case &c : cases) {
-        const CliRun result = runCli(c.args);
-        EXPECT_EQ(result.exitCode, 1) << qPrintable(c.args.join(u' '));
-        EXPECT_EQ(result.err.count('\n'), 1) << result.err.constData();
-        EXPECT_TRUE(result.err.contains(c.expected)) << result.err.constData();
-        if (!c.expectedPath.isEmpty()) {
-            EXPECT_TRUE(result.err.contains(c.expectedPath.toUtf8())) << result.err.constData();
+        SCOPED_TRACE(c.args);
+        const CliRun result = run(c.args);
+        EXPECT_EQ(result.exitCode, c.exitCode);
+        EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
+        EXPECT_TRUE(result.err.contains(QLatin1String(c.error))) << result.err.toStdString();
+        if (c.path) {
+            EXPECT_TRUE(result.err.contains(path(QLatin1String(c.path)))) << result.err.toStdString();
         }
     }
-    EXPECT_EQ(read(QStringLiteral("exists.zip")), "old");
-    EXPECT_FALSE(QFileInfo::exists(path(QStringLiteral("x"))));
-    EXPECT_FALSE(QFileInfo::exists(path(QStringLiteral("f"))));
+    EXPECT_EQ(read(path(u"exists.zip"_s)), "old");
+    EXPECT_FALSE(QFileInfo::exists(path(u"x"_s)));
+    EXPECT_FALSE(QFileInfo::exists(path(u"f"_s)));
 
     // The flags lift exactly the checks they name.
-    EXPECT_EQ(runCli({QStringLiteral("unzip"), hostile(QStringLiteral("crc")), path(QStringLiteral("o7")),
-                      QStringLiteral("--skip-crc")})
-                  .exitCode,
-              0);
-    EXPECT_EQ(runCli({QStringLiteral("unzip"), hostile(QStringLiteral("link")), path(QStringLiteral("o8")),
-                      QStringLiteral("--allow-uncontained-symlinks")})
-                  .exitCode,
-              0);
-}
-
-TEST_F(ZipCli, UsageErrors)
-{
-    const QStringList cases[] = {
-        {QStringLiteral("zip"), QStringLiteral("only-one")},
-        {QStringLiteral("zip"), QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("--bogus")},
-        {QStringLiteral("unzip")},
-        {QStringLiteral("ls"), QStringLiteral("a"), QStringLiteral("b")},
-    };
-    for (const QStringList &args : cases)
-        EXPECT_EQ(runCli(args).exitCode, 2) << qPrintable(args.join(u' '));
+    EXPECT_EQ(run("unzip|@crc.zip|@o7|--skip-crc").exitCode, 0);
+    EXPECT_EQ(run("unzip|@link.zip|@o8|--allow-uncontained-symlinks").exitCode, 0);
 }
 
 } // namespace
+} // namespace cli_test

@@ -1,30 +1,23 @@
 #pragma once
 
 #include "model/JsonCodec.h"
-#include "model/LinkItem.h"
 #include "platform/Clock.h"
-#include "platform/Dialogs.h"
 #include "platform/Paths.h"
-#include "platform/Workspace.h"
 #include "store/LinkStore.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QStringList>
 #include <QTemporaryDir>
 #include <QUuid>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <memory>
-#include <ostream>
 #include <utility>
 #include <vector>
 
@@ -61,42 +54,13 @@ inline ToolRun runTool(const QString &program, const QStringList &args, const QS
             QString::fromUtf8(process.readAll())};
 }
 
-// Writes a ZIP with Python's zipfile. Entries: name, content, and whether the entry is a link.
-// `corruptCrcOf` flips the recorded CRC-32 of that entry in both headers.
+// An entry of a ZIP written by Python's zipfile: name, content, and whether it is a link.
 struct ZipEntry
 {
     QString name;
     QByteArray data;
     bool link = false;
 };
-
-inline void writeZipWithPython(const QString &path, const std::vector<ZipEntry> &entries,
-                               const QString &corruptCrcOf = {})
-{
-    static const char script[] = R"(
-import base64, sys, zipfile
-path, corrupt, entries = sys.argv[1], sys.argv[2].encode(), sys.argv[3:]
-with zipfile.ZipFile(path, 'w', zipfile.ZIP_STORED) as z:
-    for name, data, link in zip(entries[0::3], entries[1::3], entries[2::3]):
-        info = zipfile.ZipInfo(name, (2024, 5, 1, 12, 0, 0))
-        info.create_system = 3
-        info.external_attr = (0o120777 << 16 if link == '1' else
-                              (0o40755 << 16) | 0x10 if name.endswith('/') else 0o100644 << 16)
-        z.writestr(info, base64.b64decode(data))
-b = bytearray(open(path, 'rb').read())
-for sig, crc_at, name_at in ((b'PK\x03\x04', 14, 30), (b'PK\x01\x02', 16, 46)) if corrupt else ():
-    i = b.find(sig)
-    while i >= 0:
-        if b[i + name_at:i + name_at + len(corrupt)] == corrupt: b[i + crc_at] ^= 0xFF
-        i = b.find(sig, i + 4)
-open(path, 'wb').write(b)
-)";
-    QStringList args{u"-c"_s, QString::fromLatin1(script), path, corruptCrcOf};
-    for (const ZipEntry &e : entries)
-        args << e.name << QString::fromLatin1(e.data.toBase64()) << QString::number(e.link);
-    const ToolRun run = runTool(u"python3"_s, args);
-    ASSERT_EQ(run.exitCode, 0) << run.output.toStdString();
-}
 
 // Each test gets its own application-support folder ("as"), temporary folder (so that staging
 // folders left behind show), folder of user files, scripted dialogs and a clock that only moves
@@ -178,6 +142,37 @@ public:
                 << "chattr is needed to make a file read-only for root";
         }
         m_locked << p;
+    }
+
+    // Writes a ZIP at `relative` with Python's zipfile, so the reader meets archives it did not make.
+    // `corruptCrcOf` flips the recorded CRC-32 of that entry in both headers.
+    QString zipAt(const QString &relative, const std::vector<ZipEntry> &entries,
+                  const QString &corruptCrcOf = {})
+    {
+        static const char script[] = R"(
+import base64, sys, zipfile
+path, corrupt, entries = sys.argv[1], sys.argv[2].encode(), sys.argv[3:]
+with zipfile.ZipFile(path, 'w', zipfile.ZIP_STORED) as z:
+    for name, data, link in zip(entries[0::3], entries[1::3], entries[2::3]):
+        info = zipfile.ZipInfo(name, (2024, 5, 1, 12, 0, 0))
+        info.create_system = 3
+        info.external_attr = (0o120777 << 16 if link == '1' else
+                              (0o40755 << 16) | 0x10 if name.endswith('/') else 0o100644 << 16)
+        z.writestr(info, base64.b64decode(data))
+b = bytearray(open(path, 'rb').read())
+for sig, crc_at, name_at in ((b'PK\x03\x04', 14, 30), (b'PK\x01\x02', 16, 46)) if corrupt else ():
+    i = b.find(sig)
+    while i >= 0:
+        if b[i + name_at:i + name_at + len(corrupt)] == corrupt: b[i + crc_at] ^= 0xFF
+        i = b.find(sig, i + 4)
+open(path, 'wb').write(b)
+)";
+        QStringList args{u"-c"_s, QString::fromLatin1(script), path(relative), corruptCrcOf};
+        for (const ZipEntry &e : entries)
+            args << e.name << QString::fromLatin1(e.data.toBase64()) << QString::number(e.link);
+        const ToolRun run = runTool(u"python3"_s, args);
+        EXPECT_EQ(run.exitCode, 0) << run.output.toStdString();
+        return path(relative);
     }
 
     QString exportArchive(LinkStore &store, const QString &name = u"backup.fivabackup"_s)
