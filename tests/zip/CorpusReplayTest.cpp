@@ -1,25 +1,19 @@
-#include <fstream>
-#include <gtest/gtest.h>
-#include <iterator>
-#include <vector>
-
 #include "FuzzHarness.h"
+#include "TestSupport.h"
 
 // Every file of the fuzz corpus runs through the fuzz targets' code, so regressions show in ordinary builds.
+namespace fiva::zip::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 TEST(FuzzCorpus, EveryFileReplaysThroughBothTargets)
 {
     std::size_t replayed = 0;
     for (const auto &target : fs::directory_iterator(FIVA_FUZZ_CORPUS)) {
         for (const auto &file : fs::directory_iterator(target.path())) {
-            std::ifstream in(file.path(), std::ios::binary);
-            const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), {}};
             SCOPED_TRACE(file.path().string());
-            fiva::zip::fuzz::readArchive(bytes.data(), bytes.size());
-            fiva::zip::fuzz::unzipArchive(bytes.data(), bytes.size());
+            const Bytes bytes = readBytes(file.path());
+            fuzz::readArchive(bytes.data(), bytes.size());
+            fuzz::unzipArchive(bytes.data(), bytes.size());
             ++replayed;
         }
     }
@@ -27,3 +21,4 @@ TEST(FuzzCorpus, EveryFileReplaysThroughBothTargets)
 }
 
 } // namespace
+} // namespace fiva::zip::test

@@ -8,15 +8,6 @@
 namespace fiva::zip::test {
 namespace {
 
-std::vector<std::string> entryPaths(const fs::path &archivePath)
-{
-    Archive archive(archivePath, Archive::AccessMode::read);
-    std::vector<std::string> names;
-    for (const Entry &e : archive)
-        names.push_back(e.path());
-    return names;
-}
-
 TEST(FolderZip, PackingOrderWithAndWithoutParent)
 {
     TempDir dir;
@@ -48,63 +39,33 @@ TEST(FolderZip, PackingRefusesMissingSourceAndExistingDestination)
     EXPECT_EQ(errorCaseOf([&] { unzipItem(dir / "none.zip", dir / "out"); }), "fileReadNoSuchFile");
 }
 
-TEST(FolderZip, RoundTripKeepsContentLinksPermissionsAndDates)
-{
-    TempDir dir;
-    writeFile(dir / "Src/plain.txt", "plain");
-    writeFile(dir / "Src/empty", "");
-    writeFile(dir / "Src/deep/er/big.bin", std::string(100000, 'z') + "tail");
-    writeFile(dir / "Src/caf\xC3\xA9 \xE2\x82\xAC.txt", "accent");
-    fs::create_directories(dir / "Src/hollow");
-    fs::create_symlink("plain.txt", dir / "Src/link");
-    fs::create_symlink("deep/er", dir / "Src/dirlink");
-    fs::permissions(dir / "Src/plain.txt", fs::perms(0600));
-    fs::permissions(dir / "Src/deep", fs::perms(0750));
-    const auto date = fs::file_time_type::clock::now() - std::chrono::hours(24 * 400);
-    fs::last_write_time(dir / "Src/plain.txt", date);
-    // An empty folder and a link itself (not its target) get their dates back too.
-    const auto secondsOf = [](const fs::path &path) {
-        struct stat info
-        {
-        };
-        return ::lstat(path.c_str(), &info) == 0 ? info.st_mtim.tv_sec : -1;
-    };
-    const struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "Src/hollow").c_str(), old, 0), 0);
-    ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "Src/link").c_str(), old, AT_SYMLINK_NOFOLLOW), 0);
-
-    for (CompressionMethod method : {CompressionMethod::none, CompressionMethod::deflate}) {
-        const std::string tag = method == CompressionMethod::none ? "stored" : "deflated";
-        zipItem(dir / "Src", dir / (tag + ".zip"), true, method);
-        unzipItem(dir / (tag + ".zip"), dir / tag);
-        EXPECT_EQ(describeTree(dir / tag / "Src"), describeTree(dir / "Src")) << tag;
-        const auto restored = fs::last_write_time(dir / tag / "Src/plain.txt");
-        EXPECT_LE(std::chrono::abs(restored - date), std::chrono::seconds(2)) << tag;
-        EXPECT_EQ(secondsOf(dir / tag / "Src/hollow"), 1000000000) << tag;
-        EXPECT_EQ(secondsOf(dir / tag / "Src/link"), 1000000000) << tag;
-    }
-}
-
+// Entries and links leaving the destination are refused, links only unless allowed; nothing appears beside
+// the destination, and inside it only the expected items.
 TEST(FolderZip, EntriesLeavingTheDestinationAreRefused)
 {
     struct Case
     {
         std::vector<RawEntry> entries;
         std::string expectedError;
-        std::vector<std::string> expectedInside; // relative to the destination
+        std::map<std::string, std::string> expectedInside; // as described by describeTree
+        bool allowUncontainedSymlinks = false;
     } cases[] = {
         {{{.name = "../x", .content = "evil"}}, "fileReadInvalidFileName", {}},
         {{{.name = "a/../../x", .content = "evil"}}, "fileReadInvalidFileName", {}},
-        {{{.name = "/x", .content = "fine"}}, "", {"x"}},
-        {{{.name = "ok/../y", .content = "fine"}}, "", {"ok", "y"}},
+        {{{.name = "/x", .content = "fine"}}, "", {{"x", "file fine"}}},
+        {{{.name = "ok/../y", .content = "fine"}}, "", {{"ok", "dir"}, {"y", "file fine"}}},
         {{{.name = "sub/", .content = "", .externalAttributes = 040755u << 16},
           {.name = "sub/l", .content = "../f", .externalAttributes = 0120777u << 16}},
          "uncontainedSymlink",
-         {"sub"}},
+         {{"sub", "dir"}}},
+        {{{.name = "sub/l", .content = "../f", .externalAttributes = 0120777u << 16}},
+         "",
+         {{"sub", "dir"}, {"sub/l", "link ../f"}},
+         true},
         {{{.name = "sub/l", .content = "g", .externalAttributes = 0120777u << 16},
           {.name = "sub/m", .content = "./g", .externalAttributes = 0120777u << 16}},
          "",
-         {"sub/l", "sub/m"}},
+         {{"sub", "dir"}, {"sub/l", "link g"}, {"sub/m", "link ./g"}}},
         {{{.name = "abs", .content = "/etc/passwd", .externalAttributes = 0120777u << 16}},
          "uncontainedSymlink",
          {}},
@@ -112,46 +73,27 @@ TEST(FolderZip, EntriesLeavingTheDestinationAreRefused)
         {{{.name = "l", .content = ".", .externalAttributes = 0120777u << 16},
           {.name = "l/../x", .content = "evil"}},
          "fileReadInvalidFileName",
-         {"l"}},
+         {{"l", "link ."}}},
         {{{.name = "l", .content = "sub/..", .externalAttributes = 0120777u << 16},
           {.name = "l/../y/", .content = "", .externalAttributes = 040755u << 16}},
          "fileReadInvalidFileName",
-         {"l"}},
+         {{"l", "link sub/.."}}},
         {{{.name = std::string("nul\0/../../x", 12), .content = "evil"}}, "fileReadInvalidFileName", {}},
     };
     for (const Case &c : cases) {
+        SCOPED_TRACE(c.entries.front().name + (c.allowUncontainedSymlinks ? " allowed" : ""));
         TempDir dir;
         writeBytes(dir / "h.zip", buildArchive(c.entries));
         fs::create_directories(dir / "outer/dest");
-        const std::string error = errorCaseOf([&] { unzipItem(dir / "h.zip", dir / "outer/dest"); });
-        EXPECT_EQ(error, c.expectedError) << c.entries.front().name;
-        // Nothing may appear beside the destination, and only the expected items inside it.
-        std::vector<std::string> outside;
-        for (const auto &item : fs::directory_iterator(dir / "outer"))
-            outside.push_back(item.path().filename().string());
-        EXPECT_EQ(outside, std::vector<std::string>{"dest"}) << c.entries.front().name;
-        std::vector<std::string> inside;
-        for (const auto &item : fs::directory_iterator(dir / "outer/dest"))
-            inside.push_back(item.path().filename().string());
-        std::vector<std::string> expectedTop;
-        for (const auto &p : c.expectedInside)
-            expectedTop.push_back(p.substr(0, p.find('/')));
-        std::sort(expectedTop.begin(), expectedTop.end());
-        expectedTop.erase(std::unique(expectedTop.begin(), expectedTop.end()), expectedTop.end());
-        std::sort(inside.begin(), inside.end());
-        EXPECT_EQ(inside, expectedTop) << c.entries.front().name;
-        for (const auto &p : c.expectedInside)
-            EXPECT_TRUE(fs::exists(fs::symlink_status(dir / "outer/dest" / p))) << p;
+        EXPECT_EQ(errorCaseOf([&] {
+                      unzipItem(dir / "h.zip", dir / "outer/dest", false, c.allowUncontainedSymlinks);
+                  }),
+                  c.expectedError);
+        std::map<std::string, std::string> expected{{"dest", "dir"}};
+        for (const auto &[path, description] : c.expectedInside)
+            expected["dest/" + path] = description;
+        EXPECT_EQ(describeTree(dir / "outer", false), expected);
     }
-}
-
-TEST(FolderZip, UncontainedLinksAreCreatedWhenAllowed)
-{
-    TempDir dir;
-    writeBytes(dir / "l.zip",
-               buildArchive({{.name = "sub/l", .content = "../f", .externalAttributes = 0120777u << 16}}));
-    unzipItem(dir / "l.zip", dir / "out", false, true);
-    EXPECT_EQ(fs::read_symlink(dir / "out/sub/l"), "../f");
 }
 
 TEST(FolderZip, ExistingItemsAndAttributes)
@@ -193,7 +135,6 @@ TEST(FolderZip, HostileDataGivesNamedErrors)
         Bytes archive;
         std::string expectedError;
     } cases[] = {
-        {"crc", buildArchive({{.name = "f", .content = text, .crc = 1234}}), "invalidCRC32"},
         {"folder crc",
          buildArchive({{.name = "d/", .content = "", .externalAttributes = 040755u << 16, .crc = 5}}),
          "invalidCRC32"},
@@ -210,12 +151,6 @@ TEST(FolderZip, HostileDataGivesNamedErrors)
         writeBytes(dir / "h.zip", c.archive);
         EXPECT_EQ(errorCaseOf([&] { unzipItem(dir / "h.zip", dir / "out"); }), c.expectedError) << c.label;
     }
-    // The data is written out in full before the checksum disagrees, and it stays.
-    TempDir dir;
-    writeBytes(dir / "crc.zip", cases[0].archive);
-    EXPECT_EQ(errorCaseOf([&] { unzipItem(dir / "crc.zip", dir / "out"); }), "invalidCRC32");
-    EXPECT_EQ(readFile(dir / "out/f"), text);
-    EXPECT_EQ(errorCaseOf([&] { unzipItem(dir / "crc.zip", dir / "skip", true); }), "");
 }
 
 TEST(FolderZip, ContainmentOnText)

@@ -1,8 +1,6 @@
 #include "zip/Archive.h"
 #include "zip/FolderZip.h"
 
-#include <random>
-
 #include "TestSupport.h"
 
 // Archives we write must satisfy tools that no one here wrote, and theirs must unpack with our code.
@@ -13,13 +11,9 @@ const std::string nonASCIIName = "\xC3\xA9t\xC3\xA9 \xE2\x82\xAC.txt";
 
 void makeTree(const fs::path &root, bool withLinks, bool withNonASCII)
 {
-    std::mt19937 random(11);
-    std::string binary(300000, '\0');
-    for (auto &c : binary)
-        c = static_cast<char>(random());
     writeFile(root / "a.txt", "alpha\n");
     writeFile(root / "empty", "");
-    writeFile(root / "bin/random.bin", binary);
+    writeFile(root / "bin/random.bin", randomText(300000, 11));
     writeFile(root / "deep/x/y/z.txt", std::string(70000, 'z'));
     fs::create_directories(root / "hollow");
     if (withNonASCII)
@@ -46,26 +40,49 @@ std::string pythonTestzip(const fs::path &archive)
            quoted(archive);
 }
 
+// Every extractor, ours included, gives back the tree we packed, links to files and folders and permissions
+// too; ours also gives back dates, those of an empty folder and of a link itself included.
 TEST(Interop, OurArchivesPassTheToolsAndExtractIdentically)
 {
     TempDir dir;
     makeTree(dir / "Src", true, true);
+    fs::create_symlink("deep/x", dir / "Src/dirlink");
+    fs::permissions(dir / "Src/a.txt", fs::perms(0600));
+    fs::permissions(dir / "Src/deep", fs::perms(0750));
+    const auto date = fs::file_time_type::clock::now() - std::chrono::hours(24 * 400);
+    fs::last_write_time(dir / "Src/a.txt", date);
+    const struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "Src/hollow").c_str(), old, 0), 0);
+    ASSERT_EQ(::utimensat(AT_FDCWD, (dir / "Src/link").c_str(), old, AT_SYMLINK_NOFOLLOW), 0);
+    const auto secondsOf = [](const fs::path &path) {
+        struct stat info
+        {
+        };
+        return ::lstat(path.c_str(), &info) == 0 ? info.st_mtim.tv_sec : -1;
+    };
     for (CompressionMethod method : {CompressionMethod::none, CompressionMethod::deflate}) {
         const std::string tag = method == CompressionMethod::none ? "stored" : "deflated";
+        SCOPED_TRACE(tag);
         const fs::path archive = dir / (tag + ".zip");
         zipItem(dir / "Src", archive, true, method);
         expectTool("unzip -t " + quoted(archive), "No errors detected");
         expectTool("zipinfo " + quoted(archive), "Src/bin/random.bin");
-        expectTool(pythonTestzip(archive), "entries 13");
+        expectTool(pythonTestzip(archive), "entries 14");
         expectTool("bsdtar -tf " + quoted(archive), "Src/deep/x/l");
 
         const auto expected = describeTree(dir / "Src");
         fs::create_directories(dir / (tag + "-unzip"));
         expectTool("unzip -q " + quoted(archive) + " -d " + quoted(dir / (tag + "-unzip")));
-        EXPECT_EQ(describeTree(dir / (tag + "-unzip/Src")), expected) << tag << " unzip";
+        EXPECT_EQ(describeTree(dir / (tag + "-unzip/Src")), expected) << "unzip";
         fs::create_directories(dir / (tag + "-bsdtar"));
         expectTool("bsdtar -xf " + quoted(archive) + " -C " + quoted(dir / (tag + "-bsdtar")));
-        EXPECT_EQ(describeTree(dir / (tag + "-bsdtar/Src")), expected) << tag << " bsdtar";
+        EXPECT_EQ(describeTree(dir / (tag + "-bsdtar/Src")), expected) << "bsdtar";
+        unzipItem(archive, dir / (tag + "-ours"));
+        EXPECT_EQ(describeTree(dir / (tag + "-ours/Src")), expected) << "ours";
+        EXPECT_LE(std::chrono::abs(fs::last_write_time(dir / (tag + "-ours/Src/a.txt")) - date),
+                  std::chrono::seconds(2));
+        EXPECT_EQ(secondsOf(dir / (tag + "-ours/Src/hollow")), 1000000000);
+        EXPECT_EQ(secondsOf(dir / (tag + "-ours/Src/link")), 1000000000);
     }
 }
 
@@ -146,13 +163,28 @@ TEST(Interop, ToolArchivesUnpackIdentically)
     }
 }
 
-TEST(Interop, InfoZIPNamesWithoutTheUTF8FlagDecodeAsCodePage437)
+// Info-ZIP sets no UTF-8 flag, so its names decode as code page 437. Its -fz writes ZIP64 end records that no
+// total needs; additions write only the plain end record, and the next addition must find the central
+// directory through it.
+TEST(Interop, InfoZIPArchivesReadAndTakeAdditions)
 {
     TempDir dir;
     writeFile(dir / "In/caf\xC3\xA9", "x");
-    ASSERT_EQ(run("cd " + quoted(dir.path()) + " && zip -q -r out.zip In").status, 0);
-    Archive archive(dir / "out.zip", Archive::AccessMode::read);
-    EXPECT_TRUE(archive["In/caf\xE2\x94\x9C\xE2\x8C\x90"]); // bytes C3 A9 read as code page 437
+    writeFile(dir / "one.txt", "one");
+    writeFile(dir / "two.txt", "second");
+    ASSERT_EQ(run("cd " + quoted(dir.path()) + " && zip -q -fz -r out.zip In").status, 0);
+    const auto path = dir / "out.zip";
+    {
+        Archive archive(path, Archive::AccessMode::update);
+        ASSERT_TRUE(archive.zip64EndOfCentralDirectory());
+        archive.addEntry("one.txt", dir.path());
+        EXPECT_FALSE(archive.zip64EndOfCentralDirectory());
+        archive.addEntry("two.txt", dir.path());
+    }
+    EXPECT_EQ(run("unzip -tq " + quoted(path)).status, 0);
+    // C3 A9 read as code page 437.
+    EXPECT_EQ(entryPaths(path),
+              (std::vector<std::string>{"In/", "In/caf\xE2\x94\x9C\xE2\x8C\x90", "one.txt", "two.txt"}));
 }
 
 } // namespace

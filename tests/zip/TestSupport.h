@@ -1,11 +1,13 @@
 #pragma once
 
+#include "zip/Archive.h"
 #include "zip/Errors.h"
 #include "zip/Records.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <array>
 #include <cstdio>
@@ -14,11 +16,14 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
+#include <random>
 #include <string>
+#include <vector>
 
 namespace fiva::zip::test {
 
@@ -74,6 +79,17 @@ inline void writeBytes(const fs::path &path, const Bytes &bytes)
     writeFile(path, std::string(bytes.begin(), bytes.end()));
 }
 
+// Reproducible bytes: any of the 256 values, or the first `alphabet` lower-case letters.
+inline std::string randomText(std::size_t size, unsigned seed, unsigned alphabet = 256)
+{
+    std::mt19937 random(seed);
+    const char first = alphabet < 256 ? 'a' : 0;
+    std::string text(size, '\0');
+    for (auto &c : text)
+        c = static_cast<char>(first + random() % alphabet);
+    return text;
+}
+
 struct CommandResult
 {
     int status = -1;
@@ -99,30 +115,32 @@ inline CommandResult run(const std::string &command)
 inline std::string quoted(const fs::path &path)
 {
     std::string out = "'";
-    for (char c : path.string()) {
-        if (c == '\'')
-            out += "'\\''";
-        else
-            out += c;
-    }
+    for (char c : path.string())
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return out + "'";
 }
 
-// Runs `action` and returns the name of the error case it threw ("" when it succeeded).
+// Runs `action` and returns the name of the error case it threw ("" when it succeeded). Callers match errors
+// by their message, so it must name the case too.
 inline std::string errorCaseOf(const std::function<void()> &action)
 {
+    std::string name;
+    const auto named = [&name](const auto &e) {
+        name = std::decay_t<decltype(e)>::caseName(e.errorCase());
+        EXPECT_NE(std::string(e.what()).find(name), std::string::npos) << e.what();
+    };
     try {
         action();
     } catch (const ArchiveError &e) {
-        return ArchiveError::caseName(e.errorCase());
+        named(e);
     } catch (const CompressionError &e) {
-        return CompressionError::caseName(e.errorCase());
+        named(e);
     } catch (const DataError &e) {
-        return DataError::caseName(e.errorCase());
+        named(e);
     } catch (const FileSystemError &e) {
-        return FileSystemError::caseName(e.errorCase());
+        named(e);
     }
-    return "";
+    return name;
 }
 
 // A description of a tree: for each relative path, its kind and content (or link target), and permissions.
@@ -131,7 +149,7 @@ inline std::map<std::string, std::string> describeTree(const fs::path &root, boo
     std::map<std::string, std::string> tree;
     for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
         const fs::path &p = it->path();
-        const std::string rel = fs::relative(p, root).string();
+        const std::string rel = p.lexically_relative(root).string(); // not through links
         struct stat st
         {
         };
@@ -147,24 +165,23 @@ inline std::map<std::string, std::string> describeTree(const fs::path &root, boo
     return tree;
 }
 
-} // namespace fiva::zip::test
-
-#include <zlib.h>
-
-#include <vector>
-
-namespace fiva::zip::test {
-
-inline void put16(Bytes &out, unsigned v)
+// The paths of an archive's entries, in the order of its central directory.
+inline std::vector<std::string> entryPaths(const fs::path &archivePath)
 {
-    out.push_back(static_cast<std::uint8_t>(v));
-    out.push_back(static_cast<std::uint8_t>(v >> 8));
+    Archive archive(archivePath, Archive::AccessMode::read);
+    std::vector<std::string> paths;
+    for (const Entry &e : archive)
+        paths.push_back(e.path());
+    return paths;
 }
 
-inline void put32(Bytes &out, std::uint32_t v)
+// Little-endian fields of `width` bytes each.
+inline void put(Bytes &out, unsigned width, std::initializer_list<std::uint64_t> values)
 {
-    put16(out, v & 0xFFFF);
-    put16(out, v >> 16);
+    for (const std::uint64_t v : values) {
+        for (unsigned i = 0; i < width; ++i)
+            out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+    }
 }
 
 inline void putText(Bytes &out, const std::string &text)
@@ -201,6 +218,8 @@ struct RawEntry
     std::string content;      // the uncompressed bytes
     std::uint16_t method = 0; // 8 deflates `content`; anything else stores it
     std::uint16_t flags = 0x0800;
+    std::uint16_t time = 0;
+    std::uint16_t date = 0x5221; // 2021-01-01
     std::uint16_t versionMadeBy = 0x0315;
     std::uint32_t externalAttributes = 0100644u << 16;
     std::optional<std::uint32_t> crc{};   // defaults to the real CRC of `content`
@@ -213,45 +232,29 @@ inline Bytes buildArchive(const std::vector<RawEntry> &entries, const std::strin
     Bytes out;
     Bytes directory;
     for (const RawEntry &e : entries) {
-        const std::string data = e.rawData ? *e.rawData : (e.method == 8 ? rawDeflate(e.content) : e.content);
-        const std::uint32_t crc = e.crc.value_or(zlibCRC(e.content));
-        const auto offset = static_cast<std::uint32_t>(out.size());
-        auto common = [&](Bytes &b) {
-            put16(b, 20);
-            put16(b, e.flags);
-            put16(b, e.method);
-            put16(b, 0);      // time
-            put16(b, 0x5221); // 2021-01-01
-            put32(b, crc);
-            put32(b, static_cast<std::uint32_t>(data.size()));
-            put32(b, static_cast<std::uint32_t>(e.content.size()));
-            put16(b, static_cast<unsigned>(e.name.size()));
-            put16(b, 0);
+        const std::string data = e.rawData.value_or(e.method == 8 ? rawDeflate(e.content) : e.content);
+        const std::uint64_t offset = out.size();
+        const auto common = [&](Bytes &b) {
+            put(b, 2, {20, e.flags, e.method, e.time, e.date});
+            put(b, 4, {e.crc.value_or(zlibCRC(e.content)), data.size(), e.content.size()});
+            put(b, 2, {e.name.size(), 0}); // no extra field
         };
-        put32(out, 0x04034b50);
+        put(out, 4, {0x04034b50});
         common(out);
-        putText(out, e.name);
-        putText(out, data);
-        put32(directory, 0x02014b50);
-        put16(directory, e.versionMadeBy);
+        putText(out, e.name + data);
+        put(directory, 4, {0x02014b50});
+        put(directory, 2, {e.versionMadeBy});
         common(directory);
-        put16(directory, 0); // comment
-        put16(directory, 0); // disk
-        put16(directory, 0); // internal
-        put32(directory, e.externalAttributes);
-        put32(directory, offset);
+        put(directory, 2, {0, 0, 0}); // comment, disk and internal attributes
+        put(directory, 4, {e.externalAttributes, offset});
         putText(directory, e.name);
     }
-    const auto directoryOffset = static_cast<std::uint32_t>(out.size());
+    const std::uint64_t directoryOffset = out.size();
     out.insert(out.end(), directory.begin(), directory.end());
-    put32(out, 0x06054b50);
-    put16(out, 0);
-    put16(out, 0);
-    put16(out, static_cast<unsigned>(entries.size()));
-    put16(out, static_cast<unsigned>(entries.size()));
-    put32(out, static_cast<std::uint32_t>(directory.size()));
-    put32(out, directoryOffset);
-    put16(out, static_cast<unsigned>(comment.size()));
+    put(out, 4, {0x06054b50});
+    put(out, 2, {0, 0, entries.size(), entries.size()});
+    put(out, 4, {directory.size(), directoryOffset});
+    put(out, 2, {comment.size()});
     putText(out, comment);
     return out;
 }
