@@ -21,39 +21,23 @@ public:
     AlertAnswer runAlert(const AlertRequest &request) override
     {
         alerts.push_back(request);
-        if (alertAnswers.empty())
-            return {};
-        AlertAnswer answer = std::move(alertAnswers.front());
-        alertAnswers.pop_front();
-        return answer;
+        return next(alertAnswers);
     }
 
     void showOpenPanel(const OpenPanelRequest &request, OpenPanelDone done) override
     {
         openPanels.push_back(request);
         m_openDone = std::move(done);
-        if (holdPanels)
-            return;
-        std::optional<QStringList> choice;
-        if (!openChoices.empty()) {
-            choice = std::move(openChoices.front());
-            openChoices.pop_front();
-        }
-        finishOpenPanel(std::move(choice));
+        if (!holdPanels)
+            finishOpenPanel(next(openChoices));
     }
 
     void showSavePanel(const SavePanelRequest &request, SavePanelDone done) override
     {
         savePanels.push_back(request);
         m_saveDone = std::move(done);
-        if (holdPanels)
-            return;
-        std::optional<QString> choice;
-        if (!saveChoices.empty()) {
-            choice = std::move(saveChoices.front());
-            saveChoices.pop_front();
-        }
-        finishSavePanel(std::move(choice));
+        if (!holdPanels)
+            finishSavePanel(next(saveChoices));
     }
 
     // Ends the pending save panel with this choice (nothing means cancelled).
@@ -68,7 +52,6 @@ public:
             done(std::move(choice));
     }
     bool savePanelPending() const { return static_cast<bool>(m_saveDone); }
-    bool openPanelPending() const { return static_cast<bool>(m_openDone); }
 
     // Answers on cue.
     std::deque<AlertAnswer> alertAnswers;
@@ -82,6 +65,16 @@ public:
     std::vector<SavePanelRequest> savePanels;
 
 private:
+    // The next scripted answer; without one, the first button or a cancelled panel.
+    template <typename T> static T next(std::deque<T> &script)
+    {
+        if (script.empty())
+            return T{};
+        T answer = std::move(script.front());
+        script.pop_front();
+        return answer;
+    }
+
     OpenPanelDone m_openDone;
     SavePanelDone m_saveDone;
 };

@@ -1,12 +1,10 @@
 #pragma once
 
 #include "model/JsonCodec.h"
-#include "model/LinkItem.h"
 #include "model/SavedData.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Settings.h"
-#include "platform/Workspace.h"
 #include "store/LinkStore.h"
 
 #include <QAbstractButton>
@@ -112,6 +110,21 @@ inline void clickRow(QAbstractItemView *view, int row)
     QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, view->visualRect(index).center());
 }
 
+// A left click in the middle of `widget`; a widget not found fails the test instead of crashing it.
+inline void click(QWidget *widget)
+{
+    ASSERT_NE(widget, nullptr) << "nothing to click";
+    QTest::mouseClick(widget, Qt::LeftButton);
+}
+
+// Hides and shows `window` again, as a user bringing it back does, and lets it settle.
+inline void showAgain(QWidget *window)
+{
+    window->hide();
+    window->show();
+    QCoreApplication::processEvents();
+}
+
 // Widgets closed or replaced go with deleteLater; tests look once they are really gone.
 inline void flushDeletions()
 {
@@ -134,22 +147,13 @@ inline QStringList alertTexts(const FakeDialogs &dialogs)
     QStringList texts;
     for (const AlertRequest &alert : dialogs.alerts) {
         QStringList parts{alert.message, alert.informativeText,
-                          alert.style == AlertStyle::warning ? QStringLiteral("warning")
-                                                             : QStringLiteral("info"),
-                          alert.buttons.join(QLatin1Char(','))};
+                          alert.style == AlertStyle::warning ? u"warning"_s : u"info"_s,
+                          alert.buttons.join(u',')};
         if (alert.textField)
             parts << *alert.textField;
-        texts << parts.join(QLatin1Char('|'));
+        texts << parts.join(u'|');
     }
     return texts;
-}
-
-inline QStringList alertMessages(const FakeDialogs &dialogs)
-{
-    QStringList messages;
-    for (const AlertRequest &alert : dialogs.alerts)
-        messages << alert.message;
-    return messages;
 }
 
 // A real store over a temporary application-support folder, the scripted dialogs, a fixed clock and

@@ -4,8 +4,11 @@
 #include "model/Timestamp.h"
 #include "platform/Workspace.h"
 
+#include <QAbstractItemModel>
 #include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QString>
 #include <QStringList>
 #include <QUrl>
@@ -14,6 +17,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <optional>
 #include <ostream>
 #include <utility>
 
@@ -72,6 +76,14 @@ private:
     QString m_text;
 };
 
+// What `action` prints; called without looking at the result, it just keeps the test's output clean.
+template <typename F> QString printedBy(F &&action)
+{
+    StdoutCapture capture;
+    action();
+    return capture.finish();
+}
+
 // Records what the store asked of the desktop.
 class RecordingWorkspace final : public Workspace
 {
@@ -111,17 +123,45 @@ inline QByteArray sha256Of(const QString &path)
     return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
 }
 
+// What every row of a list model holds in `role`, as "first|second|…".
+inline QString rowTexts(const QAbstractItemModel &model, int role)
+{
+    QStringList texts;
+    for (int row = 0; row < model.rowCount(); ++row)
+        texts << model.index(row, 0).data(role).toString();
+    return texts.join(u'|');
+}
+
+// The wrapping the edit form puts around every note.
+inline QString editFormNotes(const QString &text)
+{
+    return u"<html>\n    <head>\n        <meta charset=\"UTF-8\">\n    </head>\n    <body>\n        <p>"_s +
+           text + u"</p>\n    </body>\n</html>"_s;
+}
+
+// A record with every field the record list filters or sorts by at hand.
+struct ItemFields
+{
+    QString title;
+    QString path = u"https://example.org"_s;
+    std::optional<QString> notes = std::nullopt;
+    QString category = u"Sans catégorie"_s;
+    double createdAt = 0;
+    bool isFavorite = false;
+};
+
+inline LinkItem makeItem(const ItemFields &s)
+{
+    return {QUuid::createUuid(),    s.title,      s.path, s.category, s.notes,
+            Timestamp{s.createdAt}, s.isFavorite, {}};
+}
+
+// A record of the store tests: a web link named after its title, from 2023.
 inline LinkItem makeItem(const QString &title, const QString &category, QList<Attachment> attachments = {})
 {
-    return {QUuid::createUuid(),
-            title,
-            u"https://example.org/"_s + title,
-            category,
-            std::nullopt,
-            Timestamp{700000000.0},
-            false,
-            std::move(attachments),
-            LinkKind::url};
+    LinkItem item = makeItem({title, u"https://example.org/"_s + title, std::nullopt, category, 700000000.0});
+    item.attachments = std::move(attachments);
+    return item;
 }
 
 // 2025-01-01 00:00:00 UTC.

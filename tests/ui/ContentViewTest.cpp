@@ -23,10 +23,7 @@ namespace {
 
 LinkItem record(const QString &title, const QString &category, double createdAt, bool favorite = false)
 {
-    LinkItem item = makeItem(title, category);
-    item.createdAt = Timestamp{createdAt};
-    item.isFavorite = favorite;
-    return item;
+    return makeItem({title, u"https://example.org/"_s + title, std::nullopt, category, createdAt, favorite});
 }
 
 // Three records, newest first: "Facture" is from the day before the clock's now, within the initial
@@ -71,23 +68,9 @@ protected:
     }
 
     // The listed titles, as "Facture|Projet Qt|…".
-    QString listed() const
-    {
-        QStringList titles;
-        for (int row = 0; row < m_view->model().rowCount(); ++row)
-            titles << m_view->model().index(row).data(LinkListModel::TitleRole).toString();
-        return titles.join(u'|');
-    }
+    QString listed() const { return rowTexts(m_view->model(), LinkListModel::TitleRole); }
     int rowOf(const QString &title) const { return int(listed().split(u'|').indexOf(title)); }
-    QUuid idOf(const QString &title) const
-    {
-        for (const LinkItem &item : m_store->items()) {
-            if (item.title == title)
-                return item.id;
-        }
-        ADD_FAILURE() << "no record " << title.toStdString();
-        return {};
-    }
+    QUuid idOf(const QString &title) const { return m_view->model().idAt(rowOf(title)); }
     bool showsNoSelection() { return showsLabel(m_view.get(), u"Aucune fiche sélectionnée"_s); }
     template <typename T> T *find(const QString &name) { return child<T>(m_view.get(), name); }
 
@@ -149,8 +132,6 @@ TEST_F(ContentViewTest, EachFilterControlNarrowsTheListAndTheChosenOrderIsStored
     };
     const std::tuple<const char *, std::function<void()>, QString> cases[]{
         {"nothing", [] {}, u"Facture|Projet Qt|Été en Provence"_s},
-        {"search in upper case", type(u"ÉTÉ"_s), u"Été en Provence"_s},
-        {"search without accents", type(u"ete"_s), u""_s},
         {"search in two titles", type(u"pro"_s), u"Projet Qt|Été en Provence"_s},
         {"category", pick(u"categoryPicker"_s, u"Travail"_s), u"Projet Qt"_s},
         {"favourites only", tick(u"favoritesOnly"_s), u"Projet Qt"_s},
@@ -174,20 +155,21 @@ TEST_F(ContentViewTest, EachFilterControlNarrowsTheListAndTheChosenOrderIsStored
 TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
 {
     open();
+    const QUuid projet = idOf(u"Projet Qt"_s);
     clickRow(m_view->list(), rowOf(u"Projet Qt"_s));
     ASSERT_NE(m_view->detailView(), nullptr);
-    EXPECT_EQ(m_view->detailView()->itemId(), idOf(u"Projet Qt"_s));
+    EXPECT_EQ(m_view->detailView()->itemId(), projet);
     EXPECT_FALSE(showsNoSelection());
 
     // Hidden by the search, still shown on the right, selected again once listed again.
     QTest::keyClicks(find<QLineEdit>(u"search"_s), u"facture"_s);
     EXPECT_EQ(listed(), u"Facture"_s);
     ASSERT_NE(m_view->detailView(), nullptr);
-    EXPECT_EQ(m_view->detailView()->itemId(), idOf(u"Projet Qt"_s));
+    EXPECT_EQ(m_view->detailView()->itemId(), projet);
     find<QLineEdit>(u"search"_s)->clear();
     EXPECT_EQ(m_view->list()->selectionModel()->selectedRows().value(0).row(), rowOf(u"Projet Qt"_s));
 
-    m_store->deleteItem(idOf(u"Projet Qt"_s));
+    m_store->deleteItem(projet);
     flushDeletions();
     EXPECT_EQ(m_view->detailView(), nullptr);
     EXPECT_TRUE(showsNoSelection());
@@ -216,7 +198,6 @@ TEST_F(ContentViewTest, StarTogglesTheFavouriteWithoutSelectingTheRowAndDeleteDe
     QTest::keyClick(m_view->list(), Qt::Key_Delete);
     flushDeletions();
     EXPECT_EQ(listed(), u"Facture|Été en Provence"_s);
-    EXPECT_EQ(onDisk().items.size(), 2);
     EXPECT_TRUE(m_dialogs.alerts.empty());
     EXPECT_TRUE(showsNoSelection());
     // Rows are read before anything goes, although the list shrinks meanwhile.
@@ -262,10 +243,7 @@ TEST_F(ContentViewTest, ExportSaysSauvegardeTermineeAndOnlyRestaurerRestores)
     m_dialogs.saveChoices = {std::nullopt, archive};
     m_view->exportAction()->trigger();
     EXPECT_TRUE(m_dialogs.alerts.empty());
-    {
-        StdoutCapture quiet;
-        m_view->exportAction()->trigger();
-    }
+    printedBy([&] { m_view->exportAction()->trigger(); });
     EXPECT_EQ(alertTexts(m_dialogs), QStringList{u"Sauvegarde terminée||info|OK"_s});
     ASSERT_TRUE(m_store->lastBackupDate().has_value());
     EXPECT_TRUE(status->text().startsWith(u"Dernière sauvegarde : "_s));
@@ -287,44 +265,35 @@ TEST_F(ContentViewTest, ExportSaysSauvegardeTermineeAndOnlyRestaurerRestores)
     // A cancelled panel asks nothing.
     m_view->restoreAction()->trigger();
     EXPECT_EQ(m_dialogs.alerts.size(), 1u);
-    {
-        StdoutCapture quiet;
-        m_view->restoreAction()->trigger();
-    }
+    printedBy([&] { m_view->restoreAction()->trigger(); });
     EXPECT_EQ(listed(), u"Facture|Projet Qt|Été en Provence"_s);
-    EXPECT_EQ(onDisk().items.size(), 3);
 }
 
-TEST_F(ContentViewTest, OldBackupAlertFollowsTheSettingAndTheThreeDayLimitOnEachAppearance)
+// Where the three-day limit lies is the store's verdict (isBackupOld); the window asks it when the setting
+// allows, and again on each appearance.
+TEST_F(ContentViewTest, OldBackupAlertFollowsTheSettingAndTheStoresVerdictOnEachAppearance)
 {
-    // Warning on, seconds since the last backup (none for never), whether the alert comes.
-    const std::tuple<bool, std::optional<double>, bool> cases[]{{true, std::nullopt, true},
-                                                                {true, 259200, false},
-                                                                {true, 259201, true},
-                                                                {false, std::nullopt, false},
-                                                                {false, 1e6, false}};
-    for (const auto &[warn, age, alert] : cases) {
-        SCOPED_TRACE(age.value_or(-1));
+    const QString old =
+        u"⚠️ Sauvegarde ancienne|Votre dernière sauvegarde manuelle date de plus de 3 jours.|info|OK"_s;
+    // Warning on, a backup made just now, whether the alert comes.
+    for (const auto &[warn, backedUp, alert] :
+         {std::tuple{true, false, true}, {true, true, false}, {false, false, false}}) {
+        SCOPED_TRACE(testing::Message() << warn << backedUp);
         m_settings.setWarnOldBackup(warn);
         open(threeRecords(), false);
-        if (age)
-            m_store->setLastBackupDate(Timestamp{newYear2025.seconds - *age});
+        if (backedUp)
+            m_store->setLastBackupDate(newYear2025);
         m_dialogs.alerts.clear();
         m_view->checkOldBackup();
-        EXPECT_EQ(alertMessages(m_dialogs),
-                  alert ? QStringList{u"⚠️ Sauvegarde ancienne"_s} : QStringList());
+        EXPECT_EQ(alertTexts(m_dialogs), alert ? QStringList{old} : QStringList());
     }
 
     m_settings.setWarnOldBackup(true);
     m_dialogs.alerts.clear();
     open(threeRecords(), false);
     EXPECT_TRUE(m_dialogs.alerts.empty());
-    const QString old =
-        u"⚠️ Sauvegarde ancienne|Votre dernière sauvegarde manuelle date de plus de 3 jours.|info|OK"_s;
     for (const QStringList &expected : {QStringList{old}, QStringList{old, old}}) {
-        m_view->hide();
-        m_view->show();
-        QCoreApplication::processEvents();
+        showAgain(m_view.get());
         EXPECT_EQ(alertTexts(m_dialogs), expected);
     }
 }

@@ -2,7 +2,6 @@
 
 #include <QPlainTextEdit>
 
-#include "FilterTestSupport.h"
 #include "support/ScreenTest.h"
 
 using namespace fiva;
@@ -26,7 +25,6 @@ protected:
     static QLineEdit *path(EditLinkView &f) { return child<QLineEdit>(&f, u"path"_s); }
     static QPlainTextEdit *notes(EditLinkView &f) { return child<QPlainTextEdit>(&f, u"notes"_s); }
     static QPushButton *button(EditLinkView &f, const QString &name) { return child<QPushButton>(&f, name); }
-    static void click(QWidget *widget) { QTest::mouseClick(widget, Qt::LeftButton); }
     static void pick(EditLinkView &f, LinkType t) { click(button(f, u"linkType%1"_s.arg(int(t)))); }
 };
 
@@ -49,15 +47,9 @@ TEST_F(EditLinkViewTest, NewRecordIsStoredTrimmedWithFirstCategoryAndNotesAndCom
     const LinkItem item = store->items().first();
     EXPECT_FALSE(item.id.isNull());
     // The store sorts its list, so the first entry is "Loisirs".
-    EXPECT_EQ(item, (LinkItem{item.id,
-                              u"Mon site"_s,
-                              u"https://example.org"_s,
-                              u"Loisirs"_s,
-                              editFormNotes(u"ligne <b>1</b> & co<br>ligne 2"_s),
-                              newYear2025,
-                              false,
-                              {},
-                              LinkKind::url}));
+    EXPECT_EQ(item, (LinkItem{item.id, u"Mon site"_s, u"https://example.org"_s, u"Loisirs"_s,
+                              editFormNotes(u"ligne <b>1</b> & co<br>ligne 2"_s), newYear2025, false,
+                              QList<Attachment>(), LinkKind::url}));
     EXPECT_EQ(onDisk().items, store->items());
 
     auto again = openForm(*store, &item);
@@ -66,34 +58,52 @@ TEST_F(EditLinkViewTest, NewRecordIsStoredTrimmedWithFirstCategoryAndNotesAndCom
     EXPECT_EQ(notes(*again)->toPlainText(), u"ligne <b>1</b> & co\nligne 2"_s);
 }
 
-TEST_F(EditLinkViewTest, EmptyTitleOrLocationAfterTrimmingAsksForBoth)
+TEST_F(EditLinkViewTest, ConfirmingNeedsATitleAndALocationAfterTrimmingWhileCancelAndEscapeWriteNothing)
 {
+    enum Leave { confirm, returnKey, escape, cancel };
+    // Title and location (set rather than typed: a line feed cannot be typed into a line edit), how the
+    // form is left, whether that stores a record.
     const struct
     {
         QString title;
         QString path;
-        bool accepted;
-    } cases[]{{u""_s, u"x"_s, false},     {u"x"_s, u""_s, false},
-              {u" \t "_s, u"x"_s, false}, {u"x"_s, u"\u00a0\u2003"_s, false},
-              {u"\n"_s, u"x"_s, true},    {u" a "_s, u" b "_s, true}};
+        Leave leave;
+        bool stored;
+    } cases[]{{u""_s, u"x"_s, confirm, false},     {u"x"_s, u""_s, confirm, false},
+              {u" \t "_s, u"x"_s, confirm, false}, {u"x"_s, u"\u00a0\u2003"_s, confirm, false},
+              {u"\n"_s, u"x"_s, confirm, true},    {u" a "_s, u" b "_s, confirm, true},
+              {u"t"_s, u"p"_s, returnKey, true},   {u"t"_s, u"p"_s, escape, false},
+              {u"t"_s, u"p"_s, cancel, false}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(QString(c.title + u'|' + c.path).toStdString());
+        SCOPED_TRACE(QString(c.title + u'|' + c.path + u'|' + QString::number(c.leave)).toStdString());
         m_dialogs.alerts.clear();
-        auto store = startWith({}, {u"A"_s});
+        auto store = startWith({}, {});
         const QByteArray before = readBytes(dataFile());
         auto form = openForm(*store);
-        // setText rather than typing: a line feed cannot be typed into a line edit.
+        EXPECT_EQ(form->category(), u"Sans catégorie"_s);
         title(*form)->setText(c.title);
         path(*form)->setText(c.path);
-        click(button(*form, u"confirm"_s));
-        EXPECT_EQ(store->items().size(), c.accepted ? 1 : 0);
-        if (c.accepted) {
+        if (c.leave == confirm || c.leave == cancel)
+            click(button(*form, c.leave == confirm ? u"confirm"_s : u"cancel"_s));
+        else
+            QTest::keyClick(title(*form), c.leave == returnKey ? Qt::Key_Return : Qt::Key_Escape);
+        EXPECT_EQ(store->items().size(), c.stored ? 1 : 0);
+        if (c.stored) {
             EXPECT_TRUE(m_dialogs.alerts.empty());
+            EXPECT_FALSE(form->isVisible());
+            EXPECT_EQ(form->result(), QDialog::Accepted);
+            EXPECT_EQ(store->items().first().category, u"Sans catégorie"_s);
+            EXPECT_EQ(store->items().first().notes, editFormNotes({}));
+            continue;
+        }
+        EXPECT_EQ(readBytes(dataFile()), before);
+        if (c.leave != confirm) {
+            EXPECT_FALSE(form->isVisible());
+            EXPECT_EQ(form->result(), QDialog::Rejected);
             continue;
         }
         EXPECT_EQ(alertTexts(m_dialogs),
                   QStringList{u"Champs requis|Le titre et le lien ne doivent pas être vides.|warning|OK"_s});
-        EXPECT_EQ(readBytes(dataFile()), before);
         EXPECT_TRUE(form->isVisible());
         EXPECT_EQ(title(*form)->text(), c.title);
         EXPECT_EQ(path(*form)->text(), c.path);
@@ -135,34 +145,6 @@ TEST_F(EditLinkViewTest, EditingKeepsIdentityDateFavouriteAttachmentsAndUnlisted
     QTest::keyClick(picker, Qt::Key_Down);
     click(button(*again, u"confirm"_s));
     EXPECT_EQ(store->items().first().category, u"B / C"_s);
-}
-
-TEST_F(EditLinkViewTest, ReturnSavesWithSansCategorieWhileCancelAndEscapeWriteNothing)
-{
-    for (const Qt::Key key : {Qt::Key_unknown, Qt::Key_Escape, Qt::Key_Return}) {
-        SCOPED_TRACE(key);
-        auto store = startWith({}, {});
-        const QByteArray before = readBytes(dataFile());
-        auto form = openForm(*store);
-        EXPECT_EQ(form->category(), u"Sans catégorie"_s);
-        QTest::keyClicks(title(*form), u"t"_s);
-        QTest::keyClicks(path(*form), u"p"_s);
-        if (key == Qt::Key_unknown)
-            click(button(*form, u"cancel"_s));
-        else
-            QTest::keyClick(title(*form), key);
-        EXPECT_FALSE(form->isVisible());
-        if (key == Qt::Key_Return) {
-            EXPECT_EQ(form->result(), QDialog::Accepted);
-            ASSERT_EQ(store->items().size(), 1);
-            EXPECT_EQ(store->items().first().category, u"Sans catégorie"_s);
-            EXPECT_EQ(store->items().first().notes, editFormNotes({}));
-            continue;
-        }
-        EXPECT_EQ(form->result(), QDialog::Rejected);
-        EXPECT_TRUE(store->items().isEmpty());
-        EXPECT_EQ(readBytes(dataFile()), before);
-    }
 }
 
 TEST_F(EditLinkViewTest, ARecordDeletedOrAFormClosedMeanwhileIsLeftAlone)

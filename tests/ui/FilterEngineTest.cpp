@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "FilterTestSupport.h"
+#include "support/TestCommon.h"
 
 using namespace fiva;
 using namespace Qt::StringLiterals;
@@ -60,21 +60,17 @@ public:
         return m_target.left(++m_typed);
     }
 
+    // A braced list runs its parts in order, so the draws come as written.
     LinkItem item()
     {
-        LinkItem item;
-        item.id = QUuid::createUuid();
-        item.title = text(4);
-        item.path = text(3);
-        const int notes = below(4);
-        if (notes == 1)
-            item.notes = editFormNotes(text(4));
-        else if (notes == 2)
-            item.notes = text(4);
-        item.category = pick(categories);
-        item.createdAt = day();
-        item.isFavorite = chance(40);
-        return item;
+        return fiva::test::makeItem({text(4), text(3), notes(), pick(categories), day().seconds, chance(40)});
+    }
+    std::optional<QString> notes()
+    {
+        const int kind = below(4);
+        return kind == 1   ? std::optional(editFormNotes(text(4)))
+               : kind == 2 ? std::optional(text(4))
+                           : std::nullopt;
     }
 
     // A query taken from some record's text most of the time, so that searches find things.
@@ -140,15 +136,6 @@ void editState(RandomEdits &random, FilterState &state, const QList<LinkItem> &i
     edits[random.below(9)]();
 }
 
-FilterEngine::Tuning tuning(bool twoThreads, std::size_t parallelThreshold, bool keepRecentMatches)
-{
-    FilterEngine::Tuning tuning;
-    tuning.twoThreads = twoThreads;
-    tuning.parallelThreshold = parallelThreshold;
-    tuning.keepRecentMatches = keepRecentMatches;
-    return tuning;
-}
-
 // Whatever the engine caches, after any sequence of record edits and filter changes it lists exactly
 // what a full recomputation lists, in every locale and with every part of it switched on or off.
 TEST(FilterEngineEquivalence, MatchesFullRecomputationUnderRandomEdits)
@@ -162,8 +149,8 @@ TEST(FilterEngineEquivalence, MatchesFullRecomputationUnderRandomEdits)
     } setups[]{
         {"french", QLocale(QLocale::French, QLocale::France), shipped},
         {"c locale", QLocale::c(), shipped},
-        {"every scan on two threads", QLocale(QLocale::French), tuning(true, 2, true)},
-        {"nothing remembered", QLocale(QLocale::English), tuning(false, shipped.parallelThreshold, false)}};
+        {"every scan on two threads", QLocale(QLocale::French), {.twoThreads = true, .parallelThreshold = 2}},
+        {"nothing remembered", QLocale(QLocale::English), {.twoThreads = false, .keepRecentMatches = false}}};
     for (const auto &setup : setups) {
         SCOPED_TRACE(setup.name);
         const QCollator collator(setup.locale);

@@ -9,12 +9,11 @@
 
 #include <gtest/gtest.h>
 
-#include "FilterTestSupport.h"
+#include "support/TestCommon.h"
 
 using namespace fiva;
+using namespace fiva::test;
 using namespace Qt::StringLiterals;
-using fiva::test::editFormNotes;
-using fiva::test::makeItem;
 
 namespace {
 
@@ -34,14 +33,7 @@ protected:
         m_model.setItems(m_items);
     }
 
-    // The listed titles, as "Promenade|Provence|…".
-    QString titles() const
-    {
-        QStringList out;
-        for (int row = 0; row < m_model.rowCount(); ++row)
-            out.append(m_model.index(row).data(LinkListModel::TitleRole).toString());
-        return out.join(u'|');
-    }
+    QString titles() const { return rowTexts(m_model, LinkListModel::TitleRole); }
 
     void search(const QString &text)
     {

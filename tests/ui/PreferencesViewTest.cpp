@@ -40,10 +40,22 @@ protected:
     QVariant stored(Key key) const { return Settings(settingsFile()).value(key); }
 };
 
-TEST_F(PreferencesViewTest, ShowsTheStoredValuesWritesNoneOfThemAndFollowsChangesMadeElsewhere)
+TEST_F(PreferencesViewTest, ListsTheChoicesShowsTheStoredValuesWritesNoneAndFollowsChangesMadeElsewhere)
 {
     PreferencesView view(m_settings);
     EXPECT_EQ(view.width(), 540);
+    auto *fonts = child<QComboBox>(&view, u"noteFontName"_s);
+    EXPECT_EQ(choices(fonts), (QStringList{u"Helvetica"_s, u"Times New Roman"_s, u"Georgia"_s,
+                                           u"Courier New"_s, u"Arial"_s}));
+    // Each font is drawn in itself.
+    for (int i = 0; i < fonts->count(); ++i) {
+        const QFont font = fonts->itemData(i, Qt::FontRole).value<QFont>();
+        EXPECT_EQ(font.family(), fonts->itemText(i));
+        EXPECT_EQ(font.pointSizeF(), 13.0);
+    }
+    EXPECT_EQ(choices(child<QComboBox>(&view, u"backupReminderDay"_s)),
+              (QStringList{u"Lundi"_s, u"Mardi"_s, u"Mercredi"_s, u"Jeudi"_s, u"Vendredi"_s, u"Samedi"_s,
+                           u"Dimanche"_s}));
     EXPECT_EQ(shown(view), u"on|on|Helvetica|16|16 pt|Lundi|Helvetica|16"_s);
     for (Key key : Settings::allKeys)
         EXPECT_FALSE(m_settings.contains(key));
@@ -71,9 +83,9 @@ TEST_F(PreferencesViewTest, EachGestureIsStoredAtOnce)
     const auto press = [&](const QString &name, Qt::Key key) {
         QTest::keyClick(child<QWidget>(&view, name), key);
     };
-    QTest::mouseClick(child<QCheckBox>(&view, u"askDeleteConfirmation"_s), Qt::LeftButton);
+    click(child<QCheckBox>(&view, u"askDeleteConfirmation"_s));
     EXPECT_EQ(stored(Key::askDeleteConfirmation), false);
-    QTest::mouseClick(child<QCheckBox>(&view, u"warnOldBackup"_s), Qt::LeftButton);
+    click(child<QCheckBox>(&view, u"warnOldBackup"_s));
     EXPECT_EQ(stored(Key::warnOldBackup), false);
     press(u"warnOldBackup"_s, Qt::Key_Space);
     EXPECT_EQ(stored(Key::warnOldBackup), true);
@@ -87,22 +99,6 @@ TEST_F(PreferencesViewTest, EachGestureIsStoredAtOnce)
     press(u"backupReminderDay"_s, Qt::Key_End);
     EXPECT_EQ(stored(Key::backupReminderDay), u"Dimanche"_s);
     EXPECT_EQ(shown(view), u"off|on|Times New Roman|30|30 pt|Dimanche|Times New Roman|30"_s);
-}
-
-TEST_F(PreferencesViewTest, PickersListTheirChoicesAndFontsAreDrawnInTheirOwnFont)
-{
-    PreferencesView view(m_settings);
-    auto *fonts = child<QComboBox>(&view, u"noteFontName"_s);
-    EXPECT_EQ(choices(fonts), (QStringList{u"Helvetica"_s, u"Times New Roman"_s, u"Georgia"_s,
-                                           u"Courier New"_s, u"Arial"_s}));
-    for (int i = 0; i < fonts->count(); ++i) {
-        const QFont font = fonts->itemData(i, Qt::FontRole).value<QFont>();
-        EXPECT_EQ(font.family(), fonts->itemText(i));
-        EXPECT_EQ(font.pointSizeF(), 13.0);
-    }
-    EXPECT_EQ(choices(child<QComboBox>(&view, u"backupReminderDay"_s)),
-              (QStringList{u"Lundi"_s, u"Mardi"_s, u"Mercredi"_s, u"Jeudi"_s, u"Vendredi"_s, u"Samedi"_s,
-                           u"Dimanche"_s}));
 }
 
 TEST(PreferencesView, SizeTextShowsTheWholePartAndThePreviewAReadableSize)
