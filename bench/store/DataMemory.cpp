@@ -19,19 +19,13 @@
 #include <cstdio>
 
 #include "common/DataGenerator.h"
+#include "common/NoWorkspace.h"
 
 namespace {
 
 using namespace fiva;
 
-class NoWorkspace final : public Workspace
-{
-public:
-    bool openUrl(const QUrl &) override { return false; }
-    bool openPath(const QString &) override { return false; }
-    bool showFolder(const QString &) override { return false; }
-    bool revealItem(const QString &) override { return false; }
-};
+using bench::NoWorkspace;
 
 // The high-water mark of this process's own memory. Not getrusage's ru_maxrss: that one carries
 // over from the parent across fork and exec, and the parent holds the generated data.

@@ -22,19 +22,13 @@
 #include <vector>
 
 #include "common/DataGenerator.h"
+#include "common/NoWorkspace.h"
 
 namespace {
 
 using namespace fiva;
 
-class NoWorkspace final : public Workspace
-{
-public:
-    bool openUrl(const QUrl &) override { return false; }
-    bool openPath(const QString &) override { return false; }
-    bool showFolder(const QString &) override { return false; }
-    bool revealItem(const QString &) override { return false; }
-};
+using bench::NoWorkspace;
 
 double msSince(const QElapsedTimer &timer)
 {
