@@ -10,8 +10,6 @@
 
 #include <QCollator>
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QLocale>
 #include <QTemporaryDir>
 
@@ -23,6 +21,7 @@
 #include <simdjson.h>
 
 #include "common/DataGenerator.h"
+#include "common/FreshProcess.h"
 #include "common/NoWorkspace.h"
 
 namespace {
@@ -44,15 +43,10 @@ const QByteArray &encodedData(int count)
 class DataFolder
 {
 public:
-    explicit DataFolder(int count)
-        : m_paths(m_dir.path(), m_dir.path() + QStringLiteral("/tmp")),
-          m_dataFile(m_dir.path() + QStringLiteral("/Fiva/FivaData.json"))
+    explicit DataFolder(int count) : m_paths(m_dir.path(), m_dir.path() + QStringLiteral("/tmp"))
     {
-        QDir().mkpath(m_dir.path() + QStringLiteral("/Fiva"));
-        QFile file(m_dataFile);
-        const QByteArray &bytes = encodedData(count);
-        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-            std::fprintf(stderr, "cannot write %s\n", qPrintable(m_dataFile));
+        if (!bench::writeDataFolder(m_dir.path(), encodedData(count)))
+            std::fprintf(stderr, "cannot write the data file in %s\n", qPrintable(m_dir.path()));
     }
 
     const Paths &paths() const { return m_paths; }
@@ -60,7 +54,6 @@ public:
 private:
     QTemporaryDir m_dir;
     FixedPaths m_paths;
-    QString m_dataFile;
 };
 
 void setBytes(benchmark::State &state, int count)

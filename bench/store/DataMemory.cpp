@@ -9,9 +9,7 @@
 #include "store/LinkStore.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <unistd.h>
@@ -19,6 +17,7 @@
 #include <cstdio>
 
 #include "common/DataGenerator.h"
+#include "common/FreshProcess.h"
 #include "common/NoWorkspace.h"
 
 namespace {
@@ -92,21 +91,13 @@ int main(int argc, char **argv)
                 "x_file");
     for (int count : {10000, 100000}) {
         QTemporaryDir dir;
-        QDir().mkpath(dir.path() + QStringLiteral("/Fiva"));
         const QByteArray bytes = json::encode(bench::generateSavedData(count)).value();
-        QFile file(dir.path() + QStringLiteral("/Fiva/FivaData.json"));
-        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+        if (!bench::writeDataFolder(dir.path(), bytes))
             return 1;
-        file.close();
         for (const QString &mode :
              {QStringLiteral("decode"), QStringLiteral("store"), QStringLiteral("save")}) {
-            QProcess child;
-            child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-            child.start(QCoreApplication::applicationFilePath(),
-                        {QStringLiteral("--measure"), mode, dir.path()});
-            child.waitForFinished(-1);
-            const QList<QByteArray> out = child.readAllStandardOutput().trimmed().split(' ');
-            if (child.exitCode() != 0 || out.size() != 3 || out[2].toLongLong() != count) {
+            const QList<QByteArray> out = bench::measureInFreshProcess({mode, dir.path()});
+            if (out.size() != 3 || out[2].toLongLong() != count) {
                 std::fprintf(stderr, "measurement of %s failed\n", qPrintable(mode));
                 return 1;
             }

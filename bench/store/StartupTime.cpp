@@ -11,10 +11,7 @@
 #include "store/LinkStore.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <algorithm>
@@ -22,6 +19,7 @@
 #include <vector>
 
 #include "common/DataGenerator.h"
+#include "common/FreshProcess.h"
 #include "common/NoWorkspace.h"
 
 namespace {
@@ -69,17 +67,6 @@ int measure(const QString &mode, const QString &asFolder)
     return 0;
 }
 
-QList<QByteArray> runChild(const QString &mode, const QString &folder)
-{
-    QProcess child;
-    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--measure"), mode, folder});
-    child.waitForFinished(-1);
-    if (child.exitCode() != 0)
-        return {};
-    return child.readAllStandardOutput().trimmed().split(' ');
-}
-
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
@@ -100,19 +87,16 @@ int main(int argc, char **argv)
     const int count = args.size() > 2 ? args[2].toInt() : 100000;
 
     QTemporaryDir dir;
-    QDir().mkpath(dir.path() + QStringLiteral("/Fiva"));
     const QByteArray bytes = json::encode(bench::generateSavedData(count)).value();
-    QFile file(dir.path() + QStringLiteral("/Fiva/FivaData.json"));
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+    if (!bench::writeDataFolder(dir.path(), bytes))
         return 1;
-    file.close();
 
     std::vector<std::vector<double>> columns(4);
     std::printf("%d records, %.1f MB, %d fresh processes (ms)\n%8s %8s %8s %8s %10s\n", count,
                 double(bytes.size()) / 1e6, runs, "read", "decode", "sort", "sum", "LinkStore");
     for (int run = 0; run < runs; ++run) {
-        QList<QByteArray> out = runChild(QStringLiteral("parts"), dir.path());
-        out += runChild(QStringLiteral("store"), dir.path());
+        QList<QByteArray> out = bench::measureInFreshProcess({QStringLiteral("parts"), dir.path()});
+        out += bench::measureInFreshProcess({QStringLiteral("store"), dir.path()});
         if (out.size() != 4) {
             std::fprintf(stderr, "measurement failed\n");
             return 1;
