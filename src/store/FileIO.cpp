@@ -2,7 +2,10 @@
 
 #include "model/JsonCodec.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QUuid>
 
 #include <errno.h>
 #include <fcntl.h>
@@ -211,6 +214,58 @@ std::optional<QString> writeDocument(const QString &path, const SavedData &data)
     if (auto error = json::encode(data, output))
         return error;
     return output.finish();
+}
+
+Replacement::Replacement(const QString &target) : m_target(target)
+{
+    const QFileInfo info(target);
+    if (info.isSymLink()) {
+        // A dangling link keeps its text as the place to write; a loop leaves the link itself.
+        const QString resolved = info.symLinkTarget();
+        if (!resolved.isEmpty())
+            m_target = resolved;
+    }
+    const QFileInfo resolvedInfo(m_target);
+    const QString name = QStringLiteral(".") + resolvedInfo.fileName() + QStringLiteral(".tmp-") +
+                         QUuid::createUuid().toString(QUuid::WithoutBraces);
+    m_temporary = resolvedInfo.dir().filePath(name);
+}
+
+Replacement::~Replacement()
+{
+    if (!m_committed)
+        ::unlink(QFile::encodeName(m_temporary).constData());
+}
+
+std::optional<QString> Replacement::commit()
+{
+    const QByteArray temporary = QFile::encodeName(m_temporary);
+    const QByteArray target = QFile::encodeName(m_target);
+    const int fd = ::open(temporary.constData(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0)
+        return describe(m_temporary, QString::fromLocal8Bit(std::strerror(errno)));
+    struct stat previous
+    {
+    };
+    if (::stat(target.constData(), &previous) == 0 && S_ISREG(previous.st_mode))
+        (void)::fchmod(fd, previous.st_mode & 07777);
+    if (::fsync(fd) != 0) {
+        const int error = errno;
+        ::close(fd);
+        return describe(m_temporary, QString::fromLocal8Bit(std::strerror(error)));
+    }
+    ::close(fd);
+    if (::rename(temporary.constData(), target.constData()) != 0)
+        return describe(m_target, QString::fromLocal8Bit(std::strerror(errno)));
+    m_committed = true;
+    // The rename itself lives in the folder; without this a power cut may still bring back the old name.
+    const QByteArray folder = QFile::encodeName(QFileInfo(m_target).absolutePath());
+    const int dirFd = ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd >= 0) {
+        (void)::fsync(dirFd);
+        ::close(dirFd);
+    }
+    return std::nullopt;
 }
 
 std::optional<QString> makeFolder(const QString &path)

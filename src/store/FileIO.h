@@ -24,6 +24,35 @@ std::optional<QString> writeWholeFile(const QString &path, const QByteArray &byt
 // A document that cannot be encoded leaves the file untouched.
 std::optional<QString> writeDocument(const QString &path, const SavedData &data);
 
+// A new version of a file is written under a temporary name beside it and only then renamed over
+// it, so that a crash or a power cut at any instant leaves either the old complete file or the new
+// complete one. Writing in place, as a plain rewrite would, can leave half of each.
+//
+// The target is followed through symbolic links: a data file linked into a synchronised folder
+// stays a link, and the file it points at is the one replaced. Nothing is created until the
+// caller writes temporaryPath(); a replacement that is not committed removes what was written there.
+class Replacement final
+{
+public:
+    explicit Replacement(const QString &target);
+    ~Replacement();
+    Replacement(const Replacement &) = delete;
+    Replacement &operator=(const Replacement &) = delete;
+
+    // The file that will be replaced, after links.
+    const QString &targetPath() const { return m_target; }
+    // A name in the target's folder that did not exist when asked for.
+    const QString &temporaryPath() const { return m_temporary; }
+    // Flushes the temporary file to disk, gives it the permission bits of the file it replaces
+    // (when there is one), renames it over the target and flushes the folder.
+    std::optional<QString> commit();
+
+private:
+    QString m_target;
+    QString m_temporary;
+    bool m_committed = false;
+};
+
 // Creates the folder and its missing parents; no error when it already exists as a folder.
 std::optional<QString> makeFolder(const QString &path);
 
