@@ -15,10 +15,12 @@
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QKeySequence>
+#include <QLibraryInfo>
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
 #include <QSettings>
+#include <QTranslator>
 
 namespace fiva {
 
@@ -29,6 +31,21 @@ std::unique_ptr<QSettings> openWindowState(const QString &file)
     if (file.isEmpty())
         return std::make_unique<QSettings>(QStringLiteral("Fiva"), QStringLiteral("Fiva"));
     return std::make_unique<QSettings>(file, QSettings::IniFormat);
+}
+
+// The interface is written in French only, so Qt's French catalogue is loaded even under a C or
+// English locale; without it the panels would mix "Look in:" with our own French texts.
+std::unique_ptr<QTranslator> installQtTexts()
+{
+    auto translator = std::make_unique<QTranslator>();
+    const QString folder = QLibraryInfo::path(QLibraryInfo::TranslationsPath);
+    if (!translator->load(QStringLiteral("qtbase_fr"), folder)) {
+        console::print(QStringLiteral("⚠️ Textes de Qt en français introuvables dans le dossier"),
+                       folder);
+        return nullptr;
+    }
+    QCoreApplication::installTranslator(translator.get());
+    return translator;
 }
 
 void centre(QWidget *window)
@@ -47,7 +64,7 @@ void bringForward(QWidget *window)
 } // namespace
 
 FivaApp::FivaApp(AppServices services, QObject *parent)
-    : QObject(parent), m_services(std::move(services)),
+    : QObject(parent), m_services(std::move(services)), m_qtTexts(installQtTexts()),
       m_windowState(openWindowState(m_services.windowStateFile)),
       m_store(std::make_unique<LinkStore>(m_services.paths, m_services.workspace, m_services.clock,
                                           m_services.timerPeriod)),

@@ -12,6 +12,7 @@
 
 class QAction;
 class QSettings;
+class QTranslator;
 
 namespace fiva {
 
@@ -42,7 +43,8 @@ struct AppServices
 };
 
 // The application: the one store every window is handed, the main window with the menus, and the
-// windows opened from them.
+// windows opened from them. Qt's own texts (file panels, standard buttons, the text fields' context
+// menu) are French while it exists, whatever the locale says, as the rest of the interface is.
 class FivaApp final : public QObject
 {
     Q_OBJECT
@@ -77,6 +79,8 @@ private:
     void buildMenus();
 
     AppServices m_services;
+    // Qt's own texts in French; installed before any window exists and removed after the last.
+    std::unique_ptr<QTranslator> m_qtTexts;
     std::unique_ptr<QSettings> m_windowState;
     std::unique_ptr<LinkStore> m_store;
     HelpMenuCommands m_helpCommands;

@@ -1,14 +1,17 @@
 #include "app/AboutWindow.h"
 #include "app/PdfWindow.h"
+#include "ui/common/QtDialogs.h"
 #include "ui/main/ContentView.h"
 #include "ui/settings/BackupConfigWindow.h"
 #include "ui/settings/PreferencesView.h"
 
+#include <QFileDialog>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPdfDocument>
 #include <QTimer>
 #include <QToolBar>
+#include <QTreeView>
 
 #include "AppTestSupport.h"
 
@@ -47,7 +50,59 @@ QAction *menuItem(FivaApp &app, const QString &text)
     return nullptr;
 }
 
+// The texts of the visible widgets of one type, and of the actions of a menu, without the
+// shortcuts and separators.
+template <typename T> QStringList texts(QWidget *parent)
+{
+    QStringList shown;
+    for (T *widget : parent->findChildren<T *>()) {
+        if (widget->isVisibleTo(parent))
+            shown << widget->text();
+    }
+    return shown;
+}
+QStringList texts(const QMenu &menu)
+{
+    QStringList shown;
+    for (QAction *action : menu.actions()) {
+        if (!action->isSeparator())
+            shown << action->text().section(u'\t', 0, 0);
+    }
+    return shown;
+}
+QStringList columns(const QAbstractItemView &view)
+{
+    QStringList shown;
+    for (int column = 0; column < view.model()->columnCount(); ++column)
+        shown << view.model()->headerData(column, Qt::Horizontal).toString();
+    return shown;
+}
+
 using AppShellTest = AppTest;
+
+// Qt's own texts follow the rest of the interface, although the tests run under the C locale.
+TEST_F(AppShellTest, QtsOwnTextsInThePanelsAndTheFieldsMenuAreFrench)
+{
+    auto app = launch();
+    QtDialogs qt(app->mainWindow());
+    qt.setUseNativePanels(false);
+    qt.showSavePanel({u"Sauvegarde-Fiva.fivabackup"_s, {u"fivabackup"_s}}, [](std::optional<QString>) {});
+    auto *panel = child<QFileDialog>(app->mainWindow(), u"savePanel"_s);
+    ASSERT_NE(panel, nullptr);
+    QLineEdit field;
+    const std::unique_ptr<QMenu> menu(field.createStandardContextMenu());
+    const std::pair<QStringList, QStringList> cases[]{
+        {texts<QLabel>(panel), {u"Voir dans :"_s, u"&Nom de fichier :"_s, u"Fichiers de type :"_s}},
+        {texts<QPushButton>(panel), {u"&Enregistrer"_s, u"Annuler"_s}},
+        {columns(*child<QTreeView>(panel, u"treeView"_s)),
+         {u"Nom"_s, u"Taille"_s, u"Type"_s, u"Dernière modification"_s}},
+        {texts(*menu),
+         {u"&Annuler"_s, u"&Rétablir"_s, u"Co&uper"_s, u"Cop&ier"_s, u"Co&ller"_s, u"Supprimer"_s,
+          u"Tout sélectionner"_s}}};
+    for (const auto &[shown, french] : cases)
+        EXPECT_EQ(shown, french);
+    panel->reject();
+}
 
 TEST_F(AppShellTest, MenusHoldTheirItemsInOrderAndTheContentsToolbarSitsAtTheTopOfTheWindow)
 {
