@@ -27,6 +27,7 @@ int main(int argc, char *argv[])
     fiva::SystemClock clock;
     fiva::QtDialogs dialogs;
     fiva::Settings settings;
+    dialogs.setStartFolders(paths, settings);
     fiva::FivaApp app(fiva::AppServices{
         paths,
         workspace,

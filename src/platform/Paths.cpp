@@ -1,6 +1,7 @@
 #include "platform/Paths.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
 
 #include <utility>
@@ -19,9 +20,17 @@ QString DesktopPaths::temporaryFolder() const
     return QDir::tempPath();
 }
 
-FixedPaths::FixedPaths(QString applicationSupportFolder, QString temporaryFolder)
+QString DesktopPaths::documentsFolder() const
+{
+    // Minimal systems often have no Documents folder; a panel asked to open a missing one would
+    // fall back to the working folder, which is wherever Fiva happened to be launched from.
+    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    return !documents.isEmpty() && QFileInfo(documents).isDir() ? documents : QDir::homePath();
+}
+
+FixedPaths::FixedPaths(QString applicationSupportFolder, QString temporaryFolder, QString documentsFolder)
     : m_applicationSupportFolder(std::move(applicationSupportFolder)),
-      m_temporaryFolder(std::move(temporaryFolder))
+      m_temporaryFolder(std::move(temporaryFolder)), m_documentsFolder(std::move(documentsFolder))
 {
 }
 

@@ -16,15 +16,17 @@ struct KeySpec
     QVariant defaultValue;
 };
 
-const std::array<KeySpec, 6> &keyTable()
+const std::array<KeySpec, Settings::allKeys.size()> &keyTable()
 {
-    static const std::array<KeySpec, 6> table{{
+    static const std::array<KeySpec, Settings::allKeys.size()> table{{
         {Settings::Key::sortOrder, u"sortOrder", QMetaType::QString, QStringLiteral("Plus récent d'abord")},
         {Settings::Key::warnOldBackup, u"warnOldBackup", QMetaType::Bool, true},
         {Settings::Key::askDeleteConfirmation, u"askDeleteConfirmation", QMetaType::Bool, true},
         {Settings::Key::backupReminderDay, u"backupReminderDay", QMetaType::QString, QStringLiteral("Lundi")},
         {Settings::Key::noteFontName, u"noteFontName", QMetaType::QString, QStringLiteral("Helvetica")},
         {Settings::Key::noteFontSize, u"noteFontSize", QMetaType::Double, 16.0},
+        {Settings::Key::lastOpenPanelFolder, u"lastOpenPanelFolder", QMetaType::QString, QString()},
+        {Settings::Key::lastSavePanelFolder, u"lastSavePanelFolder", QMetaType::QString, QString()},
     }};
     return table;
 }

@@ -26,12 +26,15 @@ public:
         askDeleteConfirmation,
         backupReminderDay,
         noteFontName,
-        noteFontSize
+        noteFontSize,
+        // Where the last open or save panel was confirmed, to start the next one there; empty until then.
+        lastOpenPanelFolder,
+        lastSavePanelFolder
     };
     Q_ENUM(Key)
     static constexpr std::array allKeys{
-        Key::sortOrder,         Key::warnOldBackup, Key::askDeleteConfirmation,
-        Key::backupReminderDay, Key::noteFontName,  Key::noteFontSize};
+        Key::sortOrder,    Key::warnOldBackup, Key::askDeleteConfirmation, Key::backupReminderDay,
+        Key::noteFontName, Key::noteFontSize,  Key::lastOpenPanelFolder,   Key::lastSavePanelFolder};
 
     // The user's settings store, under organisation and application "Fiva".
     explicit Settings(QObject *parent = nullptr);

@@ -2,6 +2,7 @@
 
 #include "ui/common/Symbols.h"
 
+#include <QDir>
 #include <QFileDialog>
 #include <QMessageBox>
 #include <QTimer>
@@ -108,6 +109,55 @@ TEST_F(QtDialogsTest, PanelsAskForWhatTheRequestSaysAndAnswerThroughTheirCallbac
     static_cast<QDialog *>(save)->accept();
     // The extension is added to a name typed without one.
     EXPECT_EQ(saved, std::vector<std::optional<QString>>{dir.filePath(u"copie.fivabackup"_s)});
+}
+
+// Each kind of panel starts where the last one of its kind was confirmed, in this launch or an
+// earlier one, else in the documents folder; never in the working folder.
+TEST_F(QtDialogsTest, PanelsStartInTheFolderLastConfirmedForTheirKindElseInTheDocuments)
+{
+    QTemporaryDir home;
+    const QString documents = home.filePath(u"Documents"_s), backups = home.filePath(u"Sauvegardes"_s),
+                  elsewhere = home.filePath(u"Ailleurs"_s);
+    for (const QString &folder : {documents, backups, elsewhere})
+        QDir().mkpath(folder);
+    writeBytes(backups + u"/a.fivabackup"_s, "x");
+    const FixedPaths paths(m_as.path(), m_as.path(), documents);
+    m_qt.setStartFolders(paths, m_settings);
+    Settings nextLaunch(settingsFile());
+    QtDialogs next(&m_window);
+    next.setUseNativePanels(false);
+    next.setStartFolders(paths, nextLaunch);
+
+    // Opens a save or an open panel, confirms it on `choose` or cancels it when empty, and says
+    // where it started.
+    const auto run = [&](QtDialogs &dialogs, bool save, const QString &choose) {
+        if (save)
+            dialogs.showSavePanel({u"Sauvegarde-Fiva.fivabackup"_s, {u"fivabackup"_s}}, [](auto) {});
+        else
+            dialogs.showOpenPanel({}, [](auto) {});
+        QFileDialog *shown = panel(save ? u"savePanel"_s : u"openPanel"_s);
+        const QString start = shown->directory().absolutePath();
+        if (choose.isEmpty()) {
+            shown->reject();
+        } else {
+            shown->selectFile(choose);
+            static_cast<QDialog *>(shown)->accept();
+        }
+        return start;
+    };
+    const std::tuple<QtDialogs &, bool, QString, QString> steps[]{
+        {m_qt, false, backups + u"/a.fivabackup"_s, documents},
+        {m_qt, true, elsewhere + u"/copie.fivabackup"_s, documents},
+        {m_qt, false, {}, backups},
+        {m_qt, true, {}, elsewhere},
+        {next, false, {}, backups},
+        {next, true, {}, elsewhere}};
+    for (const auto &[dialogs, save, choose, startsIn] : steps)
+        EXPECT_EQ(run(dialogs, save, choose), startsIn) << save << choose.toStdString();
+
+    // A remembered folder that has gone since is not offered.
+    QDir(elsewhere).removeRecursively();
+    EXPECT_EQ(run(next, true, {}), documents);
 }
 
 TEST(QtDialogs, ExtensionsBecomeOnePattern)

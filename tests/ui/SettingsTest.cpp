@@ -28,7 +28,9 @@ const std::vector<KeyRow> keyRows{
     {Key::askDeleteConfirmation, u"askDeleteConfirmation"_s, true, false},
     {Key::backupReminderDay, u"backupReminderDay"_s, u"Lundi"_s, u"Dimanche"_s},
     {Key::noteFontName, u"noteFontName"_s, u"Helvetica"_s, u"Courier New"_s},
-    {Key::noteFontSize, u"noteFontSize"_s, 16.0, 30.0}};
+    {Key::noteFontSize, u"noteFontSize"_s, 16.0, 30.0},
+    {Key::lastOpenPanelFolder, u"lastOpenPanelFolder"_s, QString(), u"/home/léa/Documents"_s},
+    {Key::lastSavePanelFolder, u"lastSavePanelFolder"_s, QString(), u"/media/clé/Sauvegardes"_s}};
 
 class SettingsTest : public ::testing::Test
 {

@@ -1,7 +1,11 @@
 #include "ui/common/QtDialogs.h"
 
+#include "platform/Paths.h"
+#include "platform/Settings.h"
+
 #include <QDialogButtonBox>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QGridLayout>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -34,9 +38,33 @@ void insertTextField(QMessageBox &box, QLineEdit *field)
     grid->addWidget(buttons, row + 1, column, rowSpan, columnSpan);
 }
 
+void startInFolder(QFileDialog &panel, const Paths *paths, const Settings *settings, Settings::Key memory)
+{
+    QString folder = settings ? settings->value(memory).toString() : QString();
+    // The remembered folder may have been moved or removed since, or be on a disk that is not there.
+    if (folder.isEmpty() || !QFileInfo(folder).isDir())
+        folder = paths ? paths->documentsFolder() : QString();
+    if (!folder.isEmpty())
+        panel.setDirectory(folder);
+}
+
+// The folder holding what was chosen, rather than the one the panel showed last: a name typed with
+// a folder in it saves there.
+void rememberFolder(Settings *settings, Settings::Key memory, const QString &chosen)
+{
+    if (settings)
+        settings->setValue(memory, QFileInfo(chosen).absolutePath());
+}
+
 } // namespace
 
 QtDialogs::QtDialogs(QWidget *parentWindow) : m_parentWindow(parentWindow) {}
+
+void QtDialogs::setStartFolders(const Paths &paths, Settings &settings)
+{
+    m_paths = &paths;
+    m_settings = &settings;
+}
 
 AlertAnswer QtDialogs::runAlert(const AlertRequest &request)
 {
@@ -113,17 +141,21 @@ void QtDialogs::showOpenPanel(const OpenPanelRequest &request, OpenPanelDone don
     // call should the dialog be both accepted and closed.
     if (!request.confirmButtonTitle.isEmpty())
         panel->setLabelText(QFileDialog::Accept, request.confirmButtonTitle);
+    startInFolder(*panel, m_paths, m_settings, Settings::Key::lastOpenPanelFolder);
     auto callback = std::make_shared<OpenPanelDone>(std::move(done));
-    QObject::connect(panel, &QFileDialog::finished, panel, [panel, callback](int result) {
+    const auto finished = [panel, callback, settings = m_settings](int result) {
         OpenPanelDone call = std::exchange(*callback, nullptr);
         if (!call)
             return;
         const QStringList chosen = panel->selectedFiles();
-        if (result == QDialog::Accepted && !chosen.isEmpty())
+        if (result == QDialog::Accepted && !chosen.isEmpty()) {
+            rememberFolder(settings, Settings::Key::lastOpenPanelFolder, chosen.first());
             call(chosen);
-        else
+        } else {
             call(std::nullopt);
-    });
+        }
+    };
+    QObject::connect(panel, &QFileDialog::finished, panel, finished);
     panel->open();
 }
 
@@ -139,18 +171,22 @@ void QtDialogs::showSavePanel(const SavePanelRequest &request, SavePanelDone don
         panel->setNameFilters(filters);
     if (!request.allowedExtensions.isEmpty())
         panel->setDefaultSuffix(request.allowedExtensions.first());
+    startInFolder(*panel, m_paths, m_settings, Settings::Key::lastSavePanelFolder);
     panel->selectFile(request.proposedName);
     auto callback = std::make_shared<SavePanelDone>(std::move(done));
-    QObject::connect(panel, &QFileDialog::finished, panel, [panel, callback](int result) {
+    const auto finished = [panel, callback, settings = m_settings](int result) {
         SavePanelDone call = std::exchange(*callback, nullptr);
         if (!call)
             return;
         const QStringList chosen = panel->selectedFiles();
-        if (result == QDialog::Accepted && !chosen.isEmpty())
+        if (result == QDialog::Accepted && !chosen.isEmpty()) {
+            rememberFolder(settings, Settings::Key::lastSavePanelFolder, chosen.first());
             call(chosen.first());
-        else
+        } else {
             call(std::nullopt);
-    });
+        }
+    };
+    QObject::connect(panel, &QFileDialog::finished, panel, finished);
     panel->open();
 }
 

@@ -193,6 +193,8 @@ void PreferencesView::refresh(Settings::Key key)
         break;
     }
     case Settings::Key::sortOrder:
+    case Settings::Key::lastOpenPanelFolder:
+    case Settings::Key::lastSavePanelFolder:
         break;
     }
 }
