@@ -57,6 +57,14 @@ TEST_F(CategoryManagerViewTest, WithoutSelectionShowsHintsAndClosesWithFermerOrE
     EXPECT_EQ(rows(*sheet), u"A|B"_s);
     EXPECT_EQ(sections(*sheet), hints);
     EXPECT_FALSE(sheet->selectedCategory());
+    // A Ctrl-click on the selected line empties the selection, and the sheet forgets the name.
+    select(*sheet, u"B"_s);
+    const QModelIndex b = list(*sheet)->model()->index(1, 0);
+    QTest::mouseClick(list(*sheet)->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                      list(*sheet)->visualRect(b).center());
+    EXPECT_TRUE(list(*sheet)->selectedItems().isEmpty());
+    EXPECT_FALSE(sheet->selectedCategory());
+    EXPECT_EQ(sections(*sheet), hints);
 
     click(child<QPushButton>(sheet.get(), u"close"_s));
     EXPECT_FALSE(sheet->isVisible());

@@ -169,10 +169,12 @@ CategoryManagerView::CategoryManagerView(LinkStore &store, Dialogs &dialogs, QWi
     reloadList();
     refreshSections();
 
+    // Only the user changes the list's selection here (reloadList blocks the signal): a Ctrl-click
+    // that clears it leaves nothing for the rename and delete sections to act on.
     connect(m_list, &QListWidget::itemSelectionChanged, this, [this] {
         const QList<QListWidgetItem *> selected = m_list->selectedItems();
-        if (!selected.isEmpty())
-            m_selectedCategory = selected.first()->text();
+        m_selectedCategory =
+            selected.isEmpty() ? std::nullopt : std::optional<QString>(selected.first()->text());
         refreshSections();
     });
     connect(m_newCategory, &QLineEdit::textChanged, this, &CategoryManagerView::refreshSections);

@@ -28,7 +28,7 @@ public:
     ~CategoryManagerView() override;
 
     // The name last selected in the list; kept after a rename even though the list no longer
-    // holds it, cleared by a delete.
+    // holds it, cleared by a delete and when the user empties the list's selection.
     std::optional<QString> selectedCategory() const { return m_selectedCategory; }
     void selectCategory(const std::optional<QString> &name);
 
