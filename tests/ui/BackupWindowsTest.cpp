@@ -2,6 +2,7 @@
 #include "ui/settings/BackupHistoryView.h"
 
 #include <QAbstractItemModelTester>
+#include <QClipboard>
 #include <QFrame>
 #include <QLocale>
 #include <QSignalSpy>
@@ -147,6 +148,40 @@ TEST_F(BackupWindowsTest, HistoryListsBackupsNewestFirstInRowsOfFourLinesWhoseLi
     QTest::mouseClick(viewport, Qt::LeftButton, {}, view.linkRectOfRow(1).center());
     QTest::mouseClick(viewport, Qt::LeftButton, {}, link.center());
     EXPECT_EQ(m_workspace.calls, (std::vector<QString>{u"revealItem "_s + older, u"revealItem "_s + newer}));
+
+    // A path six rows wide is shown whole, on more lines, with the link still inside its row.
+    QString deep = m_as.path();
+    while (QFontMetrics(view.list()->font()).horizontalAdvance(deep) < 6 * view.list()->viewport()->width())
+        deep += u"/dossier des sauvegardes"_s;
+    m_clock.advance(60);
+    deep = recordBackup(deep.mid(m_as.path().size() + 1) + u"/profonde.fivabackup"_s);
+    const QRect deepRow = view.list()->visualRect(row(view, 0));
+    EXPECT_GE(deepRow.height(), view.list()->visualRect(row(view, 1)).height() +
+                                    3 * QFontMetrics(view.list()->font()).height());
+    EXPECT_TRUE(deepRow.contains(view.linkRectOfRow(0)));
+
+    // The keyboard reaches the link and copies the path of the current row, as the row's menu does.
+    QApplication::setActiveWindow(&view);
+    view.list()->setFocus();
+    m_workspace.calls.clear();
+    const std::tuple<Qt::Key, Qt::KeyboardModifiers, QString, QString> keys[]{
+        {Qt::Key_Home, Qt::NoModifier, {}, deep},
+        {Qt::Key_Return, Qt::NoModifier, u"revealItem "_s + deep, deep},
+        {Qt::Key_Down, Qt::NoModifier, {}, newer},
+        {Qt::Key_Enter, Qt::KeypadModifier, u"revealItem "_s + newer, newer}};
+    for (const auto &[key, modifiers, revealed, copied] : keys) {
+        QApplication::clipboard()->clear();
+        QTest::keyClick(view.list(), key, modifiers);
+        QTest::keyClick(view.list(), Qt::Key_C, Qt::ControlModifier);
+        EXPECT_EQ(QApplication::clipboard()->text(), copied) << key;
+        EXPECT_EQ(m_workspace.calls.empty() ? QString() : m_workspace.calls.back(), revealed) << key;
+        m_workspace.calls.clear();
+    }
+    QStringList menu;
+    for (const QAction *action : view.list()->actions())
+        menu << action->text();
+    EXPECT_EQ(view.list()->contextMenuPolicy(), Qt::ActionsContextMenu);
+    EXPECT_EQ(menu, (QStringList{u"Afficher dans le Finder"_s, u"Copier le chemin"_s}));
 
     QSignalSpy dismissed(&view, &BackupHistoryView::dismissRequested);
     click(view.closeButton());

@@ -6,7 +6,9 @@
 #include "ui/common/Symbols.h"
 
 #include <QAbstractListModel>
+#include <QAction>
 #include <QApplication>
+#include <QClipboard>
 #include <QDateTime>
 #include <QFontMetrics>
 #include <QHBoxLayout>
@@ -15,9 +17,11 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyledItemDelegate>
+#include <QTextLayout>
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -90,12 +94,41 @@ RowFonts rowFonts(const QFont &base)
     return fonts;
 }
 
-// The four lines' heights, top to bottom.
-std::array<int, 4> lineHeights(const QFont &base)
+// Lays the path out in lines of at most `width`, breaking between words where it can and inside
+// one where it must, as a path is mostly one long word. Returns the height of the lines.
+int layOutPath(QTextLayout &layout, int width)
+{
+    QTextOption option;
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    layout.setTextOption(option);
+    qreal height = 0;
+    layout.beginLayout();
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(std::max(width, 1));
+        line.setPosition(QPointF(0, height));
+        height += line.height();
+    }
+    layout.endLayout();
+    return static_cast<int>(std::ceil(height));
+}
+
+// The four parts' heights, top to bottom, for a row whose text is `width` wide.
+std::array<int, 4> lineHeights(const QFont &base, const QString &path, int width)
 {
     const RowFonts fonts = rowFonts(base);
-    return {QFontMetrics(fonts.headline).height(), QFontMetrics(fonts.caption).height(),
-            QFontMetrics(fonts.caption2).height(), QFontMetrics(fonts.link).height()};
+    QTextLayout layout(path, fonts.caption);
+    const int pathHeight = std::max(layOutPath(layout, width), QFontMetrics(fonts.caption).height());
+    return {QFontMetrics(fonts.headline).height(), pathHeight, QFontMetrics(fonts.caption2).height(),
+            QFontMetrics(fonts.link).height()};
+}
+
+// Where the link of `row` lies, for a row whose text is `width` wide.
+QRect linkRect(const QFont &base, const QString &path, const QRect &row, int width)
+{
+    const auto heights = lineHeights(base, path, width);
+    const int top = row.top() + rowPadding + heights[0] + heights[1] + heights[2] + 3 * lineSpacing;
+    const int linkWidth = QFontMetrics(base).horizontalAdvance(revealLabel) + 2;
+    return {row.left() + sideMargin, top, linkWidth, heights[3]};
 }
 
 class HistoryDelegate final : public QStyledItemDelegate
@@ -106,12 +139,15 @@ public:
     {
     }
 
-    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &) const override
+    // The viewport's width rather than the option's, which is not the row's when sizes are asked.
+    int textWidth() const { return m_view.list()->viewport()->width() - 2 * sideMargin; }
+
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
     {
         int height = 2 * rowPadding + 3 * lineSpacing;
-        for (int line : lineHeights(option.font))
+        for (int line : lineHeights(option.font, m_model.log(index.row()).filePath, textWidth()))
             height += line;
-        return {option.rect.width(), height};
+        return {m_view.list()->viewport()->width(), height};
     }
 
     void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
@@ -125,33 +161,39 @@ public:
 
         const BackupLog &log = m_model.log(index.row());
         const RowFonts fonts = rowFonts(option.font);
-        const auto heights = lineHeights(option.font);
+        const int width = textWidth();
+        const auto heights = lineHeights(option.font, log.filePath, width);
         const bool selected = option.state & QStyle::State_Selected;
         const QPalette &palette = option.palette;
         const QColor primary = palette.color(selected ? QPalette::HighlightedText : QPalette::Text);
         QColor secondary = primary;
         secondary.setAlphaF(0.6f);
 
-        const int width = option.rect.width() - 2 * sideMargin;
+        const int left = option.rect.left() + sideMargin;
         int top = option.rect.top() + rowPadding;
         const auto line = [&](const QFont &font, const QColor &colour, const QString &text, int height) {
             painter->setFont(font);
             painter->setPen(colour);
-            const QRect rect(option.rect.left() + sideMargin, top, width, height);
+            const QRect rect(left, top, width, height);
             painter->drawText(rect, Qt::AlignLeft | Qt::AlignVCenter,
                               QFontMetrics(font).elidedText(text, Qt::ElideMiddle, width));
             top += height + lineSpacing;
         };
         painter->save();
         line(fonts.headline, primary, BackupHistoryView::dateText(log), heights[0]);
-        line(fonts.caption, secondary, log.filePath, heights[1]);
+        painter->setPen(secondary);
+        QTextLayout path(log.filePath, fonts.caption);
+        layOutPath(path, width);
+        path.draw(painter, QPointF(left, top));
+        top += heights[1] + lineSpacing;
         line(fonts.caption2, secondary,
              QStringLiteral("Taille : ") + BackupHistoryView::sizeText(log.fileSize), heights[2]);
         QFont link = fonts.link;
         link.setUnderline(true);
         painter->setFont(link);
         painter->setPen(selected ? primary : palette.color(QPalette::Link));
-        painter->drawText(BackupHistoryView::linkRect(option), Qt::AlignLeft | Qt::AlignVCenter, revealLabel);
+        painter->drawText(linkRect(option.font, log.filePath, option.rect, width),
+                          Qt::AlignLeft | Qt::AlignVCenter, revealLabel);
         painter->restore();
     }
 
@@ -162,7 +204,8 @@ public:
             return false;
         const auto *mouse = static_cast<QMouseEvent *>(event);
         if (mouse->button() != Qt::LeftButton ||
-            !BackupHistoryView::linkRect(option).contains(mouse->position().toPoint()))
+            !linkRect(option.font, m_model.log(index.row()).filePath, option.rect, textWidth())
+                 .contains(mouse->position().toPoint()))
             return false;
         m_view.revealBackupFile(m_model.log(index.row()));
         return true;
@@ -207,12 +250,31 @@ BackupHistoryView::BackupHistoryView(LinkStore &store, Workspace &workspace, QWi
     m_list->setObjectName(QStringLiteral("historyList"));
     m_list->setModel(model);
     m_list->setItemDelegate(new HistoryDelegate(*model, *this));
-    m_list->setUniformItemSizes(true);
+    // Rows are as tall as their path needs. A fixed scroll bar keeps the width they were measured
+    // at, and long histories are measured a batch at a time.
+    m_list->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    m_list->setResizeMode(QListView::Adjust);
+    m_list->setLayoutMode(QListView::Batched);
     m_list->setMouseTracking(true);
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     layout->addWidget(m_list, 1);
+
+    // The list takes the keyboard focus; these act on its current row, from the keyboard or from
+    // the row's context menu.
+    auto *reveal = new QAction(revealLabel, m_list);
+    reveal->setObjectName(QStringLiteral("revealCurrent"));
+    reveal->setShortcuts({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
+    reveal->setShortcutContext(Qt::WidgetShortcut);
+    connect(reveal, &QAction::triggered, this, &BackupHistoryView::revealCurrentBackupFile);
+    auto *copy = new QAction(QStringLiteral("Copier le chemin"), m_list);
+    copy->setObjectName(QStringLiteral("copyPath"));
+    copy->setShortcut(QKeySequence::Copy);
+    copy->setShortcutContext(Qt::WidgetShortcut);
+    connect(copy, &QAction::triggered, this, &BackupHistoryView::copyCurrentPath);
+    m_list->addActions({reveal, copy});
+    m_list->setContextMenuPolicy(Qt::ActionsContextMenu);
 
     connect(m_close, &QToolButton::clicked, this, &BackupHistoryView::dismissRequested);
 }
@@ -240,26 +302,28 @@ QString BackupHistoryView::sizeText(qint64 bytes)
     return QLocale().formattedDataSize(bytes, bytes < 1'000'000 ? 0 : 1, QLocale::DataSizeSIFormat);
 }
 
-QRect BackupHistoryView::linkRect(const QStyleOptionViewItem &option)
-{
-    const auto heights = lineHeights(option.font);
-    const int top = option.rect.top() + rowPadding + heights[0] + heights[1] + heights[2] + 3 * lineSpacing;
-    const int width = QFontMetrics(option.font).horizontalAdvance(revealLabel) + 2;
-    return {option.rect.left() + sideMargin, top, width, heights[3]};
-}
-
 QRect BackupHistoryView::linkRectOfRow(int row) const
 {
-    QStyleOptionViewItem option;
-    option.initFrom(m_list->viewport());
-    option.font = m_list->font();
-    option.rect = m_list->visualRect(m_list->model()->index(row, 0));
-    return linkRect(option);
+    return linkRect(m_list->font(), m_store.backupHistory().at(row).filePath,
+                    m_list->visualRect(m_list->model()->index(row, 0)),
+                    m_list->viewport()->width() - 2 * sideMargin);
 }
 
 void BackupHistoryView::revealBackupFile(const BackupLog &log)
 {
     m_workspace.revealItem(log.filePath);
+}
+
+void BackupHistoryView::revealCurrentBackupFile()
+{
+    if (const QModelIndex current = m_list->currentIndex(); current.isValid())
+        revealBackupFile(m_store.backupHistory().at(current.row()));
+}
+
+void BackupHistoryView::copyCurrentPath()
+{
+    if (const QModelIndex current = m_list->currentIndex(); current.isValid())
+        QGuiApplication::clipboard()->setText(m_store.backupHistory().at(current.row()).filePath);
 }
 
 } // namespace fiva

@@ -4,8 +4,6 @@
 #include <QRect>
 #include <QWidget>
 
-class QModelIndex;
-class QStyleOptionViewItem;
 class QToolButton;
 
 namespace fiva {
@@ -16,7 +14,8 @@ class Workspace;
 
 // The backup history sheet: one row per entry of the store's history, newest first, redrawn
 // whenever the history changes. The rows are painted rather than built from widgets because the
-// history is never trimmed and grows by a hundred entries a day.
+// history is never trimmed and grows by a hundred entries a day. The path is shown whole, over as
+// many lines as it needs; the keyboard reaches the link and copies the path through the list.
 class BackupHistoryView final : public QWidget
 {
     Q_OBJECT
@@ -30,12 +29,14 @@ public:
     // What a row shows, line by line.
     static QString dateText(const BackupLog &log);
     static QString sizeText(qint64 bytes);
-    // Where the row's "Afficher dans le Finder" link is drawn within the row's rectangle.
-    static QRect linkRect(const QStyleOptionViewItem &option);
+    // Where the "Afficher dans le Finder" link of a row is drawn.
     QRect linkRectOfRow(int row) const;
 
     // Shows the backup file selected in the file manager, whether or not it still exists.
     void revealBackupFile(const BackupLog &log);
+    // What the current row's link and "Copier le chemin" do; both also answer Return and Ctrl+C.
+    void revealCurrentBackupFile();
+    void copyCurrentPath();
 
 Q_SIGNALS:
     // The close button was pressed; whoever presented the sheet closes it.
