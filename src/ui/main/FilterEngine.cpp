@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <string>
 #include <thread>
 
 namespace fiva {
@@ -51,10 +52,8 @@ void appendWtf8(std::string &out, QStringView text)
     }
 }
 
-QString fromWtf8(const char *data, std::size_t size)
+void appendUtf16(std::u16string &out, const char *data, std::size_t size)
 {
-    QString out;
-    out.reserve(static_cast<qsizetype>(size));
     const auto *p = reinterpret_cast<const unsigned char *>(data);
     const auto *end = p + size;
     while (p < end) {
@@ -74,13 +73,12 @@ QString fromWtf8(const char *data, std::size_t size)
         for (; more > 0 && p < end; --more, ++p)
             c = (c << 6) | (*p & 0x3F);
         if (QChar::requiresSurrogates(c)) {
-            out.append(QChar(QChar::highSurrogate(c)));
-            out.append(QChar(QChar::lowSurrogate(c)));
+            out.push_back(QChar::highSurrogate(c));
+            out.push_back(QChar::lowSurrogate(c));
         } else {
-            out.append(QChar(static_cast<char16_t>(c)));
+            out.push_back(static_cast<char16_t>(c));
         }
     }
-    return out;
 }
 
 bool isContinuation(unsigned char byte)
@@ -90,7 +88,9 @@ bool isContinuation(unsigned char byte)
 
 // Whether a match may begin or end at `at`, inside the record text [spanBegin, spanEnd) whose fields
 // end with a NUL. Below U+0300 nothing combines with its neighbour except CR with LF, which decides
-// nearly every case from the bytes around `at`; the rest asks Qt's grapheme rules on the decoded field.
+// nearly every case from the bytes around `at`; the rest decodes the run of non-ASCII text around
+// `at`, with one ASCII character on each side, which is all the grapheme rules look at, into a
+// buffer each thread keeps, and asks the same rules as the plain search.
 bool isBoundary(const char *spanBegin, const char *spanEnd, const char *at)
 {
     if (at == spanBegin || at == spanEnd || at[-1] == '\0' || *at == '\0')
@@ -103,15 +103,23 @@ bool isBoundary(const char *spanBegin, const char *spanEnd, const char *at)
     if (next < 0xCC && previous < 0xCC)
         return !(previous == '\r' && next == '\n');
 
-    const char *fieldBegin = at;
-    while (fieldBegin > spanBegin && fieldBegin[-1] != '\0')
-        --fieldBegin;
-    const auto *fieldEnd = static_cast<const char *>(std::memchr(at, '\0', std::size_t(spanEnd - at)));
-    if (!fieldEnd)
-        fieldEnd = spanEnd;
-    const QString field = fromWtf8(fieldBegin, std::size_t(fieldEnd - fieldBegin));
-    const qsizetype position = fromWtf8(fieldBegin, std::size_t(at - fieldBegin)).size();
-    return isCharacterBoundary(field, position);
+    // NUL is ASCII, so neither end leaves the field.
+    const char *windowBegin = at - 1;
+    while (windowBegin > spanBegin && static_cast<unsigned char>(*windowBegin) >= 0x80)
+        --windowBegin;
+    if (*windowBegin == '\0')
+        ++windowBegin;
+    const char *windowEnd = at;
+    while (windowEnd < spanEnd && static_cast<unsigned char>(*windowEnd) >= 0x80)
+        ++windowEnd;
+    if (windowEnd < spanEnd && *windowEnd != '\0')
+        ++windowEnd;
+    thread_local std::u16string window;
+    window.clear();
+    appendUtf16(window, windowBegin, std::size_t(at - windowBegin));
+    const auto position = static_cast<qsizetype>(window.size());
+    appendUtf16(window, at, std::size_t(windowEnd - at));
+    return isCharacterBoundary(QStringView(window), position);
 }
 
 template <typename Work> void runSplit(bool twoThreads, std::size_t threshold, std::size_t size, Work &&work)

@@ -1,10 +1,36 @@
 #include "ui/main/SearchText.h"
 
-#include <QTextBoundaryFinder>
+#include <cstdint>
+#include <memory>
+#include <unicode/ubrk.h>
 
 namespace fiva {
 
 namespace {
+
+struct CloseBreakIterator
+{
+    void operator()(UBreakIterator *iterator) const { ubrk_close(iterator); }
+};
+
+// ICU's character iterator follows Unicode's extended grapheme cluster rules as written, which look
+// at the characters alone. Qt's boundaries also depend on the script Qt guesses for the surrounding
+// text, so that "👍" would be a whole character in "नमस्ते 👍🏽" but not in "hello 👍🏽", and
+// the engine's reuse of earlier matches would disagree with a fresh search. One iterator per thread: the
+// engine scans on two, and opening one costs more than many checks.
+UBreakIterator *characterBreaks()
+{
+    thread_local const std::unique_ptr<UBreakIterator, CloseBreakIterator> iterator = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        UBreakIterator *opened = ubrk_open(UBRK_CHARACTER, "", nullptr, 0, &status);
+        if (U_FAILURE(status)) {
+            ubrk_close(opened);
+            opened = nullptr;
+        }
+        return std::unique_ptr<UBreakIterator, CloseBreakIterator>(opened);
+    }();
+    return iterator.get();
+}
 
 constexpr char16_t capitalSigma = u'\u03A3';
 
@@ -136,9 +162,29 @@ bool isCharacterBoundary(QStringView text, qsizetype position)
 {
     if (position <= 0 || position >= text.size())
         return true;
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text.data(), text.size());
-    finder.setPosition(position);
-    return finder.isAtBoundary();
+    const char16_t before = text[position - 1].unicode(), after = text[position].unicode();
+    // Nothing below U+0300 joins its neighbour but CR with LF.
+    if (before < 0x300 && after < 0x300)
+        return !(before == u'\r' && after == u'\n');
+    // No rule looks further back than a run of non-ASCII characters, nor further ahead than the
+    // next character: asking about that window alone keeps long fields cheap and gives the same
+    // answer as the whole text.
+    qsizetype start = position - 1;
+    while (start > 0 && text[start].unicode() >= 0x80)
+        --start;
+    qsizetype end = position;
+    while (end < text.size() && text[end].unicode() >= 0x80)
+        ++end;
+    if (end < text.size())
+        ++end;
+    UBreakIterator *breaks = characterBreaks();
+    if (!breaks || end - start > INT32_MAX)
+        return !QChar::isLowSurrogate(after);
+    UErrorCode status = U_ZERO_ERROR;
+    ubrk_setText(breaks, text.utf16() + start, static_cast<int32_t>(end - start), &status);
+    if (U_FAILURE(status))
+        return !QChar::isLowSurrogate(after);
+    return ubrk_isBoundary(breaks, static_cast<int32_t>(position - start)) != 0;
 }
 
 bool containsWholeCharacters(QStringView haystack, QStringView needle)

@@ -15,7 +15,9 @@ QString searchKey(const QString &text);
 // nor "q" in "q́". Both arguments are expected in searchKey form.
 bool containsWholeCharacters(QStringView haystack, QStringView needle);
 
-// Whether a grapheme cluster boundary lies at `position` of `text` (both ends count as boundaries).
+// Whether an extended grapheme cluster boundary lies at `position` of `text` (both ends count as
+// boundaries). The answer depends only on the characters, never on the script of the text around
+// them, so a match found inside a longer query's match is always found on its own.
 bool isCharacterBoundary(QStringView text, qsizetype position);
 
 } // namespace fiva
