@@ -1,5 +1,7 @@
 #include "app/SingleInstance.h"
+#include "ui/editing/EditLinkView.h"
 #include "ui/main/ContentView.h"
+#include "ui/main/DetailView.h"
 #include "ui/main/LinkListModel.h"
 
 #include <QLineEdit>
@@ -58,11 +60,23 @@ TEST_F(SharedFilesTest, ARecordAddedByFivaCliAppearsAndSurvivesTheWindowsNextSav
     const std::optional<QUuid> selected = view->selectedItemID();
     ASSERT_TRUE(selected.has_value());
 
+    // And a form open on it, with a change typed but not saved yet.
+    QTest::mouseClick(child<QPushButton>(view->findChild<DetailView *>(), u"edit"_s), Qt::LeftButton);
+    auto *sheet = app->mainWindow()->findChild<EditLinkView *>();
+    ASSERT_NE(sheet, nullptr);
+    QLineEdit *path = child<QLineEdit>(sheet, u"path"_s);
+    path->clear();
+    QTest::keyClicks(path, u"https://exemple.fr/nouveau"_s);
+
     ASSERT_EQ(runProgram(program("FIVA_CLI"), {u"add"_s, u"--title"_s, u"Bateau"_s, u"--path"_s, u"p"_s}), 0);
     QTRY_COMPARE_WITH_TIMEOUT(app->store().items().size(), 3, 5000);
     EXPECT_EQ(view->model().rowCount(), 3);
     EXPECT_EQ(view->selectedItemID(), selected);
     EXPECT_EQ(child<QLineEdit>(view, u"search"_s)->text(), u"Ba"_s);
+    ASSERT_EQ(app->mainWindow()->findChild<EditLinkView *>(), sheet);
+    EXPECT_EQ(path->text(), u"https://exemple.fr/nouveau"_s);
+    QTest::mouseClick(child<QPushButton>(sheet, u"confirm"_s), Qt::LeftButton);
+    EXPECT_EQ(onDisk().items.size(), 3);
 
     // The window's next save (a star) writes the three records, the outside one included.
     const int row = view->model().rowOf(*selected);
@@ -70,8 +84,9 @@ TEST_F(SharedFilesTest, ARecordAddedByFivaCliAppearsAndSurvivesTheWindowsNextSav
     const SavedData saved = onDisk();
     ASSERT_EQ(saved.items.size(), 3);
     EXPECT_EQ(saved.items.last().title, u"Bateau"_s);
-    EXPECT_TRUE(std::any_of(saved.items.begin(), saved.items.end(),
-                            [&](const LinkItem &item) { return item.id == *selected && item.isFavorite; }));
+    EXPECT_TRUE(std::any_of(saved.items.begin(), saved.items.end(), [&](const LinkItem &item) {
+        return item.id == *selected && item.isFavorite && item.path == u"https://exemple.fr/nouveau"_s;
+    }));
 }
 
 TEST_F(SharedFilesTest, ASecondStartBringsTheRunningWindowForwardAndEnds)
