@@ -26,8 +26,11 @@ int main(int argc, char *argv[])
 
     fiva::DesktopPaths paths;
     // A second start shows the running window instead of opening a second store on the same files.
-    fiva::SingleInstance instance(QDir(paths.applicationSupportFolder()).filePath(QStringLiteral("Fiva")));
-    if (!instance.claim())
+    // Without a data folder there are no files to share, and nothing to key the instance on.
+    const QString dataFolder = paths.applicationSupportFolder();
+    fiva::SingleInstance instance(dataFolder.isEmpty() ? QString()
+                                                       : QDir(dataFolder).filePath(QStringLiteral("Fiva")));
+    if (!dataFolder.isEmpty() && !instance.claim())
         return 0;
     fiva::DesktopWorkspace workspace;
     fiva::SystemClock clock;
