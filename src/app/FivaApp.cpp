@@ -7,6 +7,7 @@
 #include "platform/Dialogs.h"
 #include "platform/Workspace.h"
 #include "store/Console.h"
+#include "store/Recovery.h"
 #include "ui/main/ContentView.h"
 #include "ui/settings/BackupConfigWindow.h"
 #include "ui/settings/PreferencesView.h"
@@ -71,6 +72,8 @@ FivaApp::FivaApp(AppServices services, QObject *parent)
       m_helpCommands(m_services.resources, m_services.dialogs, m_services.workspace)
 {
     m_store->setDialogs(&m_services.dialogs);
+    // fiva-cli and scripts change the same files: the window shows what they saved.
+    m_store->watchFiles();
     m_mainWindow = std::make_unique<MainWindow>(*m_windowState);
     m_mainWindow->setWindowIcon(appIcon());
     auto *content = new ContentView(*m_store, m_services.dialogs, m_services.workspace, m_services.settings,
@@ -127,6 +130,43 @@ void FivaApp::buildMenus()
                     [this] { m_helpCommands.openWebPage(siteAddress() + QStringLiteral("/contact")); });
     help->addAction(QStringLiteral("Aide en ligne"), this,
                     [this] { m_helpCommands.openWebPage(siteAddress() + QStringLiteral("/mini-forum")); });
+}
+
+void FivaApp::showMainWindow()
+{
+    if (m_mainWindow->isMinimized())
+        m_mainWindow->showNormal();
+    bringForward(m_mainWindow.get());
+}
+
+void FivaApp::offerRecovery()
+{
+    const QString setAside = m_store->setAsideDataFile();
+    if (setAside.isEmpty())
+        return;
+    const QString title = QStringLiteral("Fichier de données illisible");
+    const QString what = QStringLiteral("Le fichier de données n’a pas pu être lu. Il a été mis de côté sous "
+                                        "le nom « %1 ».")
+                             .arg(setAside);
+    const auto candidate = m_store->newestReadableAutoBackup();
+    if (!candidate) {
+        m_services.dialogs.runAlert(
+            AlertRequest{title,
+                         what + QStringLiteral("\n\nAucune sauvegarde automatique lisible n’a été trouvée."),
+                         AlertStyle::warning,
+                         {QStringLiteral("OK")},
+                         std::nullopt});
+        return;
+    }
+    const AlertAnswer answer = m_services.dialogs.runAlert(
+        AlertRequest{title,
+                     what + QStringLiteral("\n\nCharger la sauvegarde automatique la plus récente ?\n") +
+                         recoveryOffer(*candidate),
+                     AlertStyle::warning,
+                     {QStringLiteral("Charger la sauvegarde"), QStringLiteral("Annuler")},
+                     std::nullopt});
+    if (answer.button == 0)
+        m_store->recoverFromAutoBackup(candidate->path);
 }
 
 void FivaApp::showAbout()

@@ -63,6 +63,12 @@ public:
     QAction *backupConfigAction() const { return m_backupConfig; }
     QAction *helpAction() const { return m_help; }
 
+    // Brings the main window to the front, as a second start of the program asks.
+    void showMainWindow();
+    // When the data file could not be read at start and was set aside: says so, and offers the
+    // newest automatic backup that decodes, with its date and number of records.
+    void offerRecovery();
+
     void showAbout();
     void showPreferences();
     void showBackupConfigWindow();

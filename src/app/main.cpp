@@ -2,6 +2,7 @@
 #include "app/FivaApp.h"
 #include "app/MainWindow.h"
 #include "app/Resources.h"
+#include "app/SingleInstance.h"
 #include "platform/AllocatorTuning.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
@@ -10,6 +11,7 @@
 #include "ui/common/QtDialogs.h"
 
 #include <QApplication>
+#include <QDir>
 
 int main(int argc, char *argv[])
 {
@@ -23,6 +25,13 @@ int main(int argc, char *argv[])
     QApplication::setWindowIcon(fiva::appIcon());
 
     fiva::DesktopPaths paths;
+    // A second start shows the running window instead of opening a second store on the same files.
+    // Without a data folder there are no files to share, and nothing to key the instance on.
+    const QString dataFolder = paths.applicationSupportFolder();
+    fiva::SingleInstance instance(dataFolder.isEmpty() ? QString()
+                                                       : QDir(dataFolder).filePath(QStringLiteral("Fiva")));
+    if (!dataFolder.isEmpty() && !instance.claim())
+        return 0;
     fiva::DesktopWorkspace workspace;
     fiva::SystemClock clock;
     fiva::QtDialogs dialogs;
@@ -38,5 +47,8 @@ int main(int argc, char *argv[])
         {}});
     dialogs.setParentWindow(app.mainWindow());
     app.mainWindow()->show();
+    QObject::connect(&instance, &fiva::SingleInstance::activationRequested, &app,
+                     [&app] { app.showMainWindow(); });
+    app.offerRecovery();
     return QApplication::exec();
 }

@@ -4,6 +4,7 @@
 #include "platform/Paths.h"
 #include "platform/Workspace.h"
 #include "store/LinkStore.h"
+#include "store/Recovery.h"
 
 #include <QFileInfo>
 
@@ -85,11 +86,56 @@ int runRestore(const QStringList &args)
     return session.store().restoreBackup(archive) ? exitOk : exitFailure;
 }
 
+int runRecover(const QStringList &args)
+{
+    const Command &self = command("recover");
+    if (helpRequested(self, args))
+        return exitOk;
+    QStringList rest = args;
+    const bool yes = rest.removeAll(QStringLiteral("--yes")) > 0;
+    if (!rest.isEmpty())
+        return usageError(self);
+    BackupSession session;
+    LinkStore &store = session.store();
+    if (!store.setAsideDataFile().isEmpty())
+        printErr(QStringLiteral("Le fichier de données était illisible ; il a été mis de côté : ") +
+                 store.setAsideDataFile());
+    const auto candidate = store.newestReadableAutoBackup();
+    if (!candidate) {
+        printErr(QStringLiteral("fiva-cli recover: aucune sauvegarde automatique lisible dans ") +
+                 store.autoBackupsFolderURL());
+        return exitFailure;
+    }
+    const QString offer = recoveryOffer(*candidate);
+    std::printf("%s\n", qPrintable(offer));
+    std::fflush(stdout);
+    if (!yes) {
+        const AlertAnswer answer = session.dialogs().runAlert(
+            {QStringLiteral("Charger cette sauvegarde automatique ?"),
+             QStringLiteral("Elle remplacera les %1 fiches actuelles.").arg(store.items().size()),
+             AlertStyle::warning,
+             {QStringLiteral("Charger"), QStringLiteral("Annuler")},
+             std::nullopt});
+        if (answer.button != 0) {
+            printErr(
+                session.dialogs().lastConfirmationHadNoTerminal()
+                    ? QStringLiteral("fiva-cli recover: no terminal to confirm on; pass --yes to load it "
+                                     "without asking")
+                    : QStringLiteral("fiva-cli recover: cancelled, nothing changed"));
+            return exitFailure;
+        }
+    }
+    return store.recoverFromAutoBackup(candidate->path) ? exitOk : exitFailure;
+}
+
 constexpr Command commands[] = {
     {"export", "ARCHIVE", "write a backup archive (data and attachment copies); prints its path and size",
      runExport},
     {"restore", "ARCHIVE [--yes]",
      "replace the data by a backup archive's; asks first on a terminal unless --yes", runRestore},
+    {"recover", "[--yes]",
+     "load the newest readable automatic backup as the data file; asks first on a terminal unless --yes",
+     runRecover},
 };
 
 const Command &command(const char *name)

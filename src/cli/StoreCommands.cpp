@@ -144,8 +144,9 @@ int runAdd(const QStringList &args)
     item.notes = notesHTML(notes.value_or(QString()));
     item.createdAt = clock.now();
     item.kind = kind;
-    store.appendItem(item);
-    store.save();
+    // Under the data folder's lock, onto the records as they are on disk at that moment: the
+    // window or another fiva-cli may have saved since this store was opened.
+    store.addItem(item);
     if (session.exitCode() == exitOk)
         printLine(item.id.toString(QUuid::WithoutBraces).toUpper());
     return session.exitCode();

@@ -116,6 +116,12 @@ void LinkStore::performAutoBackup()
         return fail(QStringLiteral("no application-support folder"));
     if (const auto error = fileio::makeFolder(folder))
         return fail(*error);
+    // The backup, the backup date and the history entry are one change: another writer's records
+    // are read first, so the backup holds them too.
+    const LockScope lock(*this);
+    if (!lock.error().isEmpty())
+        return fail(lock.error());
+    reloadIfChanged();
 
     const Timestamp now = m_clock.now();
     const QString path = QDir(folder).filePath(autoBackupFileName(now));
@@ -134,6 +140,12 @@ void LinkStore::performAutoBackup()
 
 void LinkStore::addBackupLog(const QString &backupFilePath)
 {
+    const LockScope lock(*this);
+    // Entries another process added meanwhile are kept.
+    const QString historyFile = historyFileURL();
+    if (lock.error().isEmpty() && !historyFile.isEmpty() && fileio::stampOf(historyFile) != m_historyStamp &&
+        reloadHistoryFile())
+        Q_EMIT reloadedFromDisk();
     const QFileInfo info(backupFilePath);
     const qint64 size = info.exists() ? info.size() : 0;
     m_backupHistory.prepend(BackupLog{QUuid::createUuid(), m_clock.now(), info.absoluteFilePath(), size});
@@ -145,11 +157,14 @@ void LinkStore::addBackupLog(const QString &backupFilePath)
     const QString historyPath = historyFileURL();
     if (historyPath.isEmpty())
         return fail(QStringLiteral("no application-support folder"));
+    if (!lock.error().isEmpty())
+        return fail(lock.error());
     const Result<QByteArray> bytes = json::encode(m_backupHistory);
     if (!bytes)
         return fail(bytes.error());
     if (const auto error = fileio::writeWholeFile(historyPath, bytes.value()))
         return fail(*error);
+    m_historyStamp = fileio::stampOf(historyPath);
 }
 
 void LinkStore::pruneAutoBackups()
@@ -191,15 +206,78 @@ void LinkStore::openAutoBackupsFolder()
 
 void LinkStore::loadBackupHistory()
 {
-    const QString path = historyFileURL();
-    if (path.isEmpty())
-        return;
-    const Result<QByteArray> bytes = fileio::readWholeFile(path);
+    if (!historyFileURL().isEmpty())
+        reloadHistoryFile();
+}
+
+namespace {
+
+// The seconds since 1970 in an automatic backup's name, if it has the form we write.
+std::optional<double> autoBackupTime(const QString &name)
+{
+    static const QString prefix = QStringLiteral("AutoBackup-");
+    static const QString suffix = QStringLiteral(".fivabackup");
+    if (!name.startsWith(prefix) || !name.endsWith(suffix))
+        return std::nullopt;
+    bool ok = false;
+    const double seconds = name.mid(prefix.size(), name.size() - prefix.size() - suffix.size()).toDouble(&ok);
+    return ok ? std::optional<double>(seconds) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<LinkStore::AutoBackupCandidate> LinkStore::newestReadableAutoBackup() const
+{
+    const QString folder = autoBackupsFolderURL();
+    if (folder.isEmpty())
+        return std::nullopt;
+    std::vector<std::pair<double, QString>> backups;
+    const QStringList names = QDir(folder).entryList(QDir::Files | QDir::NoDotAndDotDot);
+    for (const QString &name : names) {
+        if (const auto seconds = autoBackupTime(name))
+            backups.emplace_back(*seconds, QDir(folder).filePath(name));
+    }
+    std::sort(backups.begin(), backups.end(), [](const auto &a, const auto &b) { return a.first > b.first; });
+    for (const auto &[seconds, path] : backups) {
+        Result<json::InputBuffer> bytes = fileio::readDocument(path);
+        if (!bytes)
+            continue;
+        Result<SavedData> decoded = json::decodeSavedData(std::move(bytes).value(), m_clock.now());
+        if (!decoded)
+            continue;
+        // The document's backup date is the moment it was written; the name says the same.
+        const Timestamp date = decoded.value().lastBackupDate.value_or(Timestamp::fromUnix(seconds));
+        return AutoBackupCandidate{path, date, decoded.value().items.size()};
+    }
+    return std::nullopt;
+}
+
+bool LinkStore::recoverFromAutoBackup(const QString &path)
+{
+    const auto fail = [](const QString &description) {
+        console::print(u"❌ Erreur récupération :", description);
+        return false;
+    };
+    const LockScope lock(*this);
+    if (!lock.error().isEmpty())
+        return fail(lock.error());
+    Result<json::InputBuffer> bytes = fileio::readDocument(path);
     if (!bytes)
-        return;
-    Result<QList<BackupLog>> history = json::decodeBackupHistory(bytes.value());
-    if (history)
-        setBackupHistory(std::move(history).value());
+        return fail(bytes.error());
+    Result<SavedData> decoded = json::decodeSavedData(std::move(bytes).value(), m_clock.now());
+    if (!decoded)
+        return fail(path + QStringLiteral(": ") + decoded.error());
+    SavedData data = std::move(decoded).value();
+    // Loaded as the data file would be at start, then saved as the data file.
+    setItems(std::move(data.items));
+    setCategories(std::move(data.categories));
+    m_lastBackupDate = data.lastBackupDate;
+    Q_EMIT lastBackupDateChanged();
+    if (!writeDataFile())
+        return false;
+    sortCategories();
+    m_setAsideDataFile.clear();
+    return true;
 }
 
 } // namespace fiva

@@ -123,7 +123,11 @@ int writeAll(int fd, QByteArrayView bytes, qint64 offset)
 class FileOutput final : public json::DocumentOutput
 {
 public:
-    explicit FileOutput(const QString &path) : m_path(path) {}
+    // Failures name `shownPath`: the user knows the target, not the temporary file beside it.
+    explicit FileOutput(const QString &path, const QString &shownPath = {})
+        : m_path(path), m_shownPath(shownPath.isEmpty() ? path : shownPath)
+    {
+    }
     ~FileOutput() override
     {
         if (m_fd >= 0)
@@ -185,10 +189,11 @@ public:
 private:
     QString failure(int error) const
     {
-        return describe(m_path, QString::fromLocal8Bit(std::strerror(error)));
+        return describe(m_shownPath, QString::fromLocal8Bit(std::strerror(error)));
     }
 
     QString m_path;
+    QString m_shownPath;
     int m_fd = -1;
     qint64 m_size = 0;
     bool m_regular = true;
@@ -198,22 +203,69 @@ private:
 
 } // namespace
 
+namespace {
+
+// Whether the target is something a Replacement can stand in for: a regular file, or nothing yet.
+// A device or a pipe named as the target must keep receiving the bytes itself.
+bool replaceable(const QString &path)
+{
+    struct stat info
+    {
+    };
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        return errno == ENOENT;
+    return S_ISREG(info.st_mode);
+}
+
+// Writes through `write` into a new file beside the target and renames it over the target.
+// Done instead of rewriting the file in place: a kill or a power cut in the middle of an in-place
+// rewrite leaves a torn file, and that file is all the user has.
+template <typename Write> std::optional<QString> writeReplacing(const QString &path, Write write)
+{
+    if (!replaceable(path)) {
+        FileOutput output(path);
+        if (auto error = write(output))
+            return error;
+        return output.finish();
+    }
+    Replacement replacement(path);
+    FileOutput output(replacement.temporaryPath(), path);
+    if (auto error = write(output))
+        return error;
+    if (auto error = output.finish())
+        return error;
+    return replacement.commit();
+}
+
+} // namespace
+
 std::optional<QString> writeWholeFile(const QString &path, const QByteArray &bytes)
 {
-    FileOutput output(path);
-    if (auto error = output.reserve(bytes.size()))
-        return error;
-    if (auto error = output.write(0, bytes))
-        return error;
-    return output.finish();
+    return writeReplacing(path, [&](FileOutput &output) -> std::optional<QString> {
+        if (auto error = output.reserve(bytes.size()))
+            return error;
+        return output.write(0, bytes);
+    });
 }
 
 std::optional<QString> writeDocument(const QString &path, const SavedData &data)
 {
-    FileOutput output(path);
-    if (auto error = json::encode(data, output))
-        return error;
-    return output.finish();
+    return writeReplacing(path, [&](FileOutput &output) { return json::encode(data, output); });
+}
+
+FileStamp stampOf(const QString &path)
+{
+    struct stat info
+    {
+    };
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        return {};
+    return {true,
+            quint64(info.st_dev),
+            quint64(info.st_ino),
+            qint64(info.st_size),
+            qint64(info.st_mtim.tv_sec),
+            qint64(info.st_mtim.tv_nsec)};
 }
 
 Replacement::Replacement(const QString &target) : m_target(target)

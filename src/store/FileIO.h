@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QtGlobal>
 
 #include <optional>
 
@@ -17,12 +18,30 @@ Result<QByteArray> readWholeFile(const QString &path);
 // The same, into memory the JSON reader can use as it is and give back while it decodes.
 Result<json::InputBuffer> readDocument(const QString &path);
 
-// Replaces the file's content in place (same file, no temporary). A failed open, a short write or
-// a failed close is an error: the caller must never believe data is on disk when it is not.
+// Replaces the file's content whole. A regular file (or a missing one) is replaced through a
+// Replacement, so that a crash leaves the old or the new content; a device or a pipe gets the
+// bytes in order. A failed open, a short write or a failed close is an error: the caller must
+// never believe data is on disk when it is not, and the old file then stays as it was.
 std::optional<QString> writeWholeFile(const QString &path, const QByteArray &bytes);
 // The same for a data document, encoded straight into the file without being held whole in memory.
 // A document that cannot be encoded leaves the file untouched.
 std::optional<QString> writeDocument(const QString &path, const SavedData &data);
+
+// What tells one version of a file from another without reading it: a rename over the file gives
+// it a new inode, a rewrite a new size or modification time (kept to the nanosecond).
+struct FileStamp
+{
+    bool exists = false;
+    quint64 device = 0;
+    quint64 inode = 0;
+    qint64 size = 0;
+    qint64 modifiedSeconds = 0;
+    qint64 modifiedNanoseconds = 0;
+
+    friend bool operator==(const FileStamp &, const FileStamp &) = default;
+};
+// The stamp of the file a path leads to, after links; a missing file has an empty stamp.
+FileStamp stampOf(const QString &path);
 
 // A new version of a file is written under a temporary name beside it and only then renamed over
 // it, so that a crash or a power cut at any instant leaves either the old complete file or the new

@@ -6,7 +6,9 @@
 #include "platform/Collation.h"
 #include "platform/Paths.h"
 #include "store/Console.h"
+#include "store/DataLock.h"
 #include "store/FileIO.h"
+#include "store/Trash.h"
 #include "store/Trimming.h"
 
 #include <QCollator>
@@ -14,6 +16,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QFileSystemWatcher>
 #include <QTimer>
 
 #include <algorithm>
@@ -103,9 +106,11 @@ void LinkStore::setBackupHistory(QList<BackupLog> history)
 
 void LinkStore::setLastBackupDate(std::optional<Timestamp> date)
 {
-    m_lastBackupDate = date;
-    Q_EMIT lastBackupDateChanged();
-    save();
+    change([&] {
+        m_lastBackupDate = date;
+        Q_EMIT lastBackupDateChanged();
+        return true;
+    });
 }
 
 QString LinkStore::programFolder() const
@@ -147,7 +152,51 @@ QString LinkStore::attachmentsFolderURL() const
     return folder;
 }
 
+LinkStore::LockScope::LockScope(LinkStore &store) : m_store(store)
+{
+    if (m_store.m_lockDepth++ > 0) {
+        if (!m_store.m_lock)
+            m_error = QStringLiteral("verrou des données non obtenu");
+        return;
+    }
+    const QString file = m_store.lockFileURL();
+    if (file.isEmpty()) {
+        m_error = QStringLiteral("no application-support folder");
+        return;
+    }
+    auto lock = std::make_unique<DataLock>(file);
+    if (!lock->isHeld()) {
+        m_error = lock->error();
+        return;
+    }
+    m_store.m_lock = std::move(lock);
+}
+
+LinkStore::LockScope::~LockScope()
+{
+    if (--m_store.m_lockDepth == 0)
+        m_store.m_lock.reset();
+}
+
+QString LinkStore::lockFileURL() const
+{
+    const QString folder = programFolder();
+    return folder.isEmpty() ? QString() : QDir(folder).filePath(DataLock::fileName());
+}
+
 bool LinkStore::save()
+{
+    // The caller's records are the ones to write (a restore, a whole new list): no reload here.
+    const LockScope lock(*this);
+    if (!lock.error().isEmpty()) {
+        console::print(u"❌ Erreur save:", lock.error());
+        Q_EMIT saveFailed();
+        return false;
+    }
+    return writeDataFile();
+}
+
+bool LinkStore::writeDataFile()
 {
     const auto fail = [this](const QString &description) {
         console::print(u"❌ Erreur save:", description);
@@ -161,7 +210,132 @@ bool LinkStore::save()
         return fail(QStringLiteral("no application-support folder"));
     if (const auto error = fileio::writeDocument(path, SavedData{m_items, m_categories, m_lastBackupDate}))
         return fail(*error);
+    m_dataStamp = fileio::stampOf(path);
     return true;
+}
+
+bool LinkStore::change(const std::function<bool()> &apply)
+{
+    const LockScope lock(*this);
+    if (!lock.error().isEmpty()) {
+        // Writing without the lock could undo another writer's save: nothing is changed.
+        console::print(u"❌ Erreur save:", lock.error());
+        Q_EMIT saveFailed();
+        return false;
+    }
+    reloadIfChanged();
+    if (!apply())
+        return false;
+    return writeDataFile();
+}
+
+bool LinkStore::reloadIfChanged()
+{
+    bool reloaded = false;
+    const QString data = dataFileURL();
+    if (!data.isEmpty() && fileio::stampOf(data) != m_dataStamp)
+        reloaded = reloadDataFile();
+    const QString history = historyFileURL();
+    if (!history.isEmpty() && fileio::stampOf(history) != m_historyStamp)
+        reloaded = reloadHistoryFile() || reloaded;
+    if (reloaded)
+        Q_EMIT reloadedFromDisk();
+    return reloaded;
+}
+
+bool LinkStore::reloadDataFile()
+{
+    const QString path = dataFileURL();
+    const fileio::FileStamp stamp = fileio::stampOf(path);
+    if (!stamp.exists) {
+        // Gone from disk: what this store holds is the best copy left, and the next save writes it.
+        m_dataStamp = stamp;
+        return false;
+    }
+    Result<json::InputBuffer> bytes = fileio::readDocument(path);
+    // Something we cannot read (a folder in its place, no permission) is not data we could lose
+    // by writing: the write that follows reports its own failure if there is one.
+    if (!bytes)
+        return false;
+    Result<SavedData> decoded = json::decodeSavedData(std::move(bytes).value(), m_clock.now());
+    if (decoded) {
+        SavedData data = std::move(decoded).value();
+        m_dataStamp = stamp;
+        setItems(std::move(data.items));
+        setCategories(std::move(data.categories));
+        m_lastBackupDate = data.lastBackupDate;
+        Q_EMIT lastBackupDateChanged();
+        sortCategories();
+        return true;
+    }
+    console::print(u"⚠️ Données absentes :", QString(path + QStringLiteral(": ") + decoded.error()));
+    // Only a writer may move the file; a mere look leaves it for the next change to deal with.
+    if (m_lock) {
+        setAsideUnreadableDataFile(path);
+        m_dataStamp = fileio::stampOf(path);
+    }
+    return false;
+}
+
+bool LinkStore::reloadHistoryFile()
+{
+    const QString path = historyFileURL();
+    const fileio::FileStamp stamp = fileio::stampOf(path);
+    m_historyStamp = stamp;
+    if (!stamp.exists)
+        return false;
+    const Result<QByteArray> bytes = fileio::readWholeFile(path);
+    if (!bytes)
+        return false;
+    Result<QList<BackupLog>> history = json::decodeBackupHistory(bytes.value());
+    if (!history)
+        return false;
+    setBackupHistory(std::move(history).value());
+    return true;
+}
+
+void LinkStore::watchFiles()
+{
+    if (m_watcher)
+        return;
+    m_watcher = new QFileSystemWatcher(this);
+    m_reloadTimer = new QTimer(this);
+    m_reloadTimer->setSingleShot(true);
+    // A writer's burst (temporary file, rename, folder flush) ends in one reload.
+    m_reloadTimer->setInterval(100);
+    const auto schedule = [this] { m_reloadTimer->start(); };
+    connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, schedule);
+    connect(m_watcher, &QFileSystemWatcher::fileChanged, this, schedule);
+    connect(m_reloadTimer, &QTimer::timeout, this, [this] {
+        rearmWatcher();
+        // Our own writes left the stamps equal to the files: only someone else's change reloads.
+        reloadIfChanged();
+    });
+    rearmWatcher();
+}
+
+// A file replaced by a rename is a new file: the watch on the old one is gone with it.
+void LinkStore::rearmWatcher()
+{
+    const QStringList watched = m_watcher->files() + m_watcher->directories();
+    for (const QString &path : {programFolder(), dataFileURL(), historyFileURL()}) {
+        if (!path.isEmpty() && !watched.contains(path) && QFileInfo::exists(path))
+            m_watcher->addPath(path);
+    }
+}
+
+// A writer killed between writing its new file and renaming it leaves that file behind. Only a
+// lock holder writes them, so under the lock every one of them is a leftover.
+void LinkStore::removeStaleReplacements()
+{
+    const QString folder = programFolder();
+    if (folder.isEmpty())
+        return;
+    const QDir dir(folder);
+    const QStringList patterns{QStringLiteral(".FivaData.json.tmp-*"),
+                               QStringLiteral(".BackupHistory.json.tmp-*")};
+    for (const QString &name : dir.entryList(patterns, QDir::Files | QDir::Hidden | QDir::System))
+        QFile::remove(dir.filePath(name));
 }
 
 void LinkStore::load()
@@ -171,8 +345,13 @@ void LinkStore::load()
         console::print(u"⚠️ Données absentes :", QStringLiteral("no application-support folder"));
         return;
     }
+    // The start-up rewrite below is a write like any other.
+    const LockScope lock(*this);
+    if (lock.error().isEmpty())
+        removeStaleReplacements();
     QString error;
     std::optional<SavedData> data;
+    const fileio::FileStamp stamp = fileio::stampOf(path);
     Result<json::InputBuffer> bytes = fileio::readDocument(path);
     if (!bytes) {
         error = bytes.error();
@@ -188,12 +367,22 @@ void LinkStore::load()
         // A missing file is the normal first start; anything else on disk is the user's data.
         if (QFileInfo::exists(path))
             setAsideUnreadableDataFile(path);
+        // What stays at the path (nothing, or a file that could not be moved) is known already.
+        m_dataStamp = fileio::stampOf(path);
         return;
     }
+    m_dataStamp = stamp;
     setItems(std::move(data->items));
     setCategories(std::move(data->categories));
+    m_lastBackupDate = data->lastBackupDate;
+    Q_EMIT lastBackupDateChanged();
     // Saves, so that ids and creation dates the file lacked are stored from now on.
-    setLastBackupDate(data->lastBackupDate);
+    if (lock.error().isEmpty()) {
+        writeDataFile();
+    } else {
+        console::print(u"❌ Erreur save:", lock.error());
+        Q_EMIT saveFailed();
+    }
     sortCategories();
 }
 
@@ -209,6 +398,7 @@ void LinkStore::setAsideUnreadableDataFile(const QString &path)
     for (int n = 2; QFileInfo::exists(target) || QFileInfo(target).isSymLink(); ++n)
         target = base + u'-' + QString::number(n);
     if (QFile::rename(path, target)) {
+        m_setAsideDataFile = target;
         console::print(u"⚠️ Fichier de données illisible mis de côté :", target);
         return;
     }
@@ -227,37 +417,79 @@ void LinkStore::sortCategories()
 
 void LinkStore::toggleFavorite(const QUuid &id)
 {
-    if (!updateItem(id, [](LinkItem &item) { item.isFavorite = !item.isFavorite; }))
-        return;
-    save();
+    change([&] { return updateItem(id, [](LinkItem &item) { item.isFavorite = !item.isFavorite; }); });
+}
+
+bool LinkStore::addItem(LinkItem item)
+{
+    return change([&] {
+        appendItem(std::move(item));
+        return true;
+    });
+}
+
+bool LinkStore::editItem(const QUuid &id, const std::function<void(LinkItem &)> &edit)
+{
+    return change([&] { return updateItem(id, edit); });
+}
+
+bool LinkStore::addAttachment(const QUuid &id, const Attachment &attachment)
+{
+    return change(
+        [&] { return updateItem(id, [&](LinkItem &item) { item.attachments.append(attachment); }); });
+}
+
+namespace {
+
+// Only plain files: a path naming a folder is never deleted recursively. The file goes to the
+// desktop trash rather than being unlinked, so that a wrong click can be undone from there.
+void discardAttachmentFile(const QString &path)
+{
+    const QFileInfo info(path);
+    if (info.exists() && !info.isDir())
+        (void)discardFile(path);
+}
+
+} // namespace
+
+bool LinkStore::removeAttachment(const QUuid &id, const Attachment &attachment)
+{
+    return change([&] {
+        discardAttachmentFile(attachment.filePath);
+        return updateItem(id, [&](LinkItem &item) {
+            item.attachments.removeIf([&](const Attachment &a) { return a.id == attachment.id; });
+        });
+    });
 }
 
 void LinkStore::deleteItem(const QUuid &id)
 {
-    const auto it =
-        std::find_if(m_items.cbegin(), m_items.cend(), [&](const LinkItem &i) { return i.id == id; });
-    if (it != m_items.cend()) {
-        for (const Attachment &attachment : it->attachments) {
-            // Only plain files: a path naming a folder is never deleted recursively.
-            const QFileInfo info(attachment.filePath);
-            if (info.exists() && !info.isDir())
-                QFile::remove(attachment.filePath);
+    change([&] {
+        const auto it =
+            std::find_if(m_items.cbegin(), m_items.cend(), [&](const LinkItem &i) { return i.id == id; });
+        if (it != m_items.cend()) {
+            for (const Attachment &attachment : it->attachments)
+                discardAttachmentFile(attachment.filePath);
         }
-    }
-    const auto removed = m_items.removeIf([&](const LinkItem &i) { return i.id == id; });
-    if (removed > 0)
-        Q_EMIT itemsChanged();
-    save();
+        const auto removed = m_items.removeIf([&](const LinkItem &i) { return i.id == id; });
+        if (removed > 0)
+            Q_EMIT itemsChanged();
+        return true;
+    });
 }
 
 void LinkStore::addCategory(const QString &name)
 {
     const QString trimmed = trimHorizontalWhitespace(name);
-    if (trimmed.isEmpty() || m_categories.contains(trimmed))
+    if (trimmed.isEmpty())
         return;
-    m_categories.append(trimmed);
-    sortCategories();
-    save();
+    change([&] {
+        if (m_categories.contains(trimmed))
+            return false;
+        m_categories.append(trimmed);
+        sortCategories();
+        return true;
+    });
 }
 
 void LinkStore::addSubCategory(const QString &parent, const QString &name)
@@ -266,11 +498,13 @@ void LinkStore::addSubCategory(const QString &parent, const QString &name)
     if (trimmed.isEmpty())
         return;
     const QString fullName = parent + QStringLiteral(" / ") + trimmed;
-    if (m_categories.contains(fullName))
-        return;
-    m_categories.append(fullName);
-    sortCategories();
-    save();
+    change([&] {
+        if (m_categories.contains(fullName))
+            return false;
+        m_categories.append(fullName);
+        sortCategories();
+        return true;
+    });
 }
 
 void LinkStore::renameCategory(const QString &oldName, const QString &newName)
@@ -278,36 +512,40 @@ void LinkStore::renameCategory(const QString &oldName, const QString &newName)
     const QString trimmed = trimHorizontalWhitespace(newName);
     if (trimmed.isEmpty())
         return;
-    const qsizetype index = m_categories.indexOf(oldName);
-    if (index >= 0)
-        m_categories[index] = trimmed;
-    bool relabelled = false;
-    for (LinkItem &item : m_items) {
-        if (item.category == oldName) {
-            item.category = trimmed;
-            relabelled = true;
+    change([&] {
+        const qsizetype index = m_categories.indexOf(oldName);
+        if (index >= 0)
+            m_categories[index] = trimmed;
+        bool relabelled = false;
+        for (LinkItem &item : m_items) {
+            if (item.category == oldName) {
+                item.category = trimmed;
+                relabelled = true;
+            }
         }
-    }
-    if (relabelled)
-        Q_EMIT itemsChanged();
-    sortCategories();
-    save();
+        if (relabelled)
+            Q_EMIT itemsChanged();
+        sortCategories();
+        return true;
+    });
 }
 
 void LinkStore::deleteCategory(const QString &name)
 {
-    m_categories.removeAll(name);
-    bool relabelled = false;
-    for (LinkItem &item : m_items) {
-        if (item.category == name) {
-            item.category = uncategorized();
-            relabelled = true;
+    change([&] {
+        m_categories.removeAll(name);
+        bool relabelled = false;
+        for (LinkItem &item : m_items) {
+            if (item.category == name) {
+                item.category = uncategorized();
+                relabelled = true;
+            }
         }
-    }
-    if (relabelled)
-        Q_EMIT itemsChanged();
-    sortCategories();
-    save();
+        if (relabelled)
+            Q_EMIT itemsChanged();
+        sortCategories();
+        return true;
+    });
 }
 
 bool LinkStore::isBackupOld() const

@@ -4,6 +4,7 @@
 #include "model/BackupLog.h"
 #include "model/LinkItem.h"
 #include "model/Timestamp.h"
+#include "store/FileIO.h"
 
 #include <QList>
 #include <QObject>
@@ -13,13 +14,16 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 
+class QFileSystemWatcher;
 class QTimer;
 
 namespace fiva {
 
 class Clock;
+class DataLock;
 class Dialogs;
 class Paths;
 class Workspace;
@@ -33,6 +37,11 @@ std::chrono::milliseconds realTimerPeriod(AutoBackupInterval interval);
 // and the automatic-backup settings. Every change to records or categories rewrites
 // AS/Fiva/FivaData.json whole. Operations never report failure to the caller: they print it
 // (see console::print) and leave the in-memory state as it is.
+//
+// Other processes (fiva-cli, a script) may change the same files. Every operation that writes
+// takes the data folder's lock (AS/Fiva/Fiva.lock), reloads the files that changed on disk since
+// this store last read or wrote them, applies its change to the fresh records by id, saves and
+// only then lets go of the lock: nothing another writer saved meanwhile is written over.
 //
 // Lives on the main thread. Paths, Workspace and Clock must outlive the store.
 class LinkStore final : public QObject
@@ -68,8 +77,8 @@ public:
 
     // Records in the order they were added; views sort and filter copies.
     const QList<LinkItem> &items() const { return m_items; }
-    // The edit form and the detail view change records in place through setItems, appendItem
-    // and updateItem, then call save(). None of the three writes the file by itself.
+    // In-memory changes only: none of the three writes the file or takes the lock. Screens and
+    // fiva-cli use addItem, editItem and the other operations below instead.
     void setItems(QList<LinkItem> items);
     void appendItem(LinkItem item);
     // Applies `change` to the first record with this id; false, and no signal, when there is none.
@@ -88,7 +97,8 @@ public:
     // Every assignment is followed by save().
     void setLastBackupDate(std::optional<Timestamp> date);
 
-    // Writes items, categories and lastBackupDate to AS/Fiva/FivaData.json. Returns whether the
+    // Writes items, categories and lastBackupDate to AS/Fiva/FivaData.json, under the lock but
+    // without reloading: what is in memory is what the caller wants on disk. Returns whether the
     // file was written; a failure has already been printed as "❌ Erreur save:".
     bool save();
     // Start-up reading of the data file. A data file that exists but cannot be read or decoded
@@ -101,6 +111,20 @@ public:
     QString autoBackupsFolderURL() const;
     QString attachmentsFolderURL() const;
 
+    // Adding and changing a record are store operations, so that they happen under the lock on
+    // fresh records; a screen that edited a copy in place and saved it would write back a stale
+    // list. Each takes the lock, reloads what changed on disk, applies the change and saves.
+    // Appends the record and saves; whether the file was written.
+    bool addItem(LinkItem item);
+    // Applies `change` to the first record with this id and saves. A record deleted meanwhile
+    // (here or by another process) is not brought back: false, and nothing is written.
+    bool editItem(const QUuid &id, const std::function<void(LinkItem &)> &change);
+    // Appends the attachment to the record and saves; false, and nothing written, without the record.
+    bool addAttachment(const QUuid &id, const Attachment &attachment);
+    // Discards the attachment's file (into the desktop trash) and removes every attachment of the
+    // record with that attachment's id, then saves; false when the record is gone.
+    bool removeAttachment(const QUuid &id, const Attachment &attachment);
+
     // Flips the favourite flag and saves; an unknown id changes and writes nothing.
     void toggleFavorite(const QUuid &id);
     // Deletes the record, its attachment files, and saves (also for an unknown id).
@@ -111,6 +135,28 @@ public:
     void deleteCategory(const QString &name);
     // True without a backup date or when it is more than three days old.
     bool isBackupOld() const;
+
+    // Following the files. Reloads the data file (and the history file) when another process
+    // changed it, at once: reading needs no lock since every file is replaced whole by a rename.
+    // True when something was reloaded (and reloadedFromDisk emitted).
+    bool reloadIfChanged();
+    // Watches AS/Fiva so that a change made by another process is loaded within a second; the
+    // window turns it on, a one-shot fiva-cli does not need it.
+    void watchFiles();
+
+    // Recovery. The path the unreadable data file was moved to at start, or empty.
+    const QString &setAsideDataFile() const { return m_setAsideDataFile; }
+    struct AutoBackupCandidate
+    {
+        QString path;
+        Timestamp date; // when it was written
+        qsizetype records = 0;
+    };
+    // The newest automatic backup that reads and decodes, if any.
+    std::optional<AutoBackupCandidate> newestReadableAutoBackup() const;
+    // Loads that automatic backup as if it were the data file and saves it. False, with the
+    // reason printed as "❌ Erreur récupération :", when it no longer decodes or cannot be saved.
+    bool recoverFromAutoBackup(const QString &path);
 
     // Automatic backup and history.
     void setupAutoBackupTimer();
@@ -145,8 +191,39 @@ Q_SIGNALS:
     void lastBackupDateChanged();
     // The data file could not be written; the reason has been printed.
     void saveFailed();
+    // Another process changed the data or history file and the store now holds its content.
+    void reloadedFromDisk();
 
 private:
+    // Holds the data folder's lock for its lifetime; nested scopes share the one lock. Other
+    // store files (the restore) take it the same way around their read-change-write.
+    class LockScope final
+    {
+    public:
+        explicit LockScope(LinkStore &store);
+        ~LockScope();
+        LockScope(const LockScope &) = delete;
+        LockScope &operator=(const LockScope &) = delete;
+        // Why the lock could not be had (empty when held): nothing may be written then.
+        const QString &error() const { return m_error; }
+
+    private:
+        LinkStore &m_store;
+        QString m_error;
+    };
+
+    // The one path of every change: lock, reload what changed, apply, save when `apply` says
+    // it changed something, unlock. Returns what `apply` returned (false as well when nothing
+    // could be written).
+    bool change(const std::function<bool()> &apply);
+    // Writes the data file as it is in memory and remembers its stamp; no lock, no reload.
+    bool writeDataFile();
+    bool reloadDataFile();
+    bool reloadHistoryFile();
+    void rearmWatcher();
+    void removeStaleReplacements();
+    QString lockFileURL() const;
+
     QString programFolder() const;
     void loadBackupHistory();
     void sortCategories();
@@ -167,6 +244,15 @@ private:
     // Set when an unreadable data file could not be moved aside: saving would destroy it.
     QString m_saveRefusal;
     Dialogs *m_dialogs = nullptr;
+
+    // What this store last read or wrote; a different stamp on disk means another writer.
+    fileio::FileStamp m_dataStamp;
+    fileio::FileStamp m_historyStamp;
+    std::unique_ptr<DataLock> m_lock;
+    int m_lockDepth = 0;
+    QFileSystemWatcher *m_watcher = nullptr;
+    QTimer *m_reloadTimer = nullptr;
+    QString m_setAsideDataFile;
 };
 
 } // namespace fiva

@@ -32,8 +32,9 @@ TEST_F(StoreCli, BadInvocationsPrintUsageAndExitWithTwoAndHelpAnswers)
     }
     EXPECT_FALSE(QFile::exists(dataFile())) << "a rejected command must not touch the data";
     // Every command of the tool answers --help, whatever its group.
-    for (const char *name : {"add", "list", "favorite", "delete", "categories", "backup-now", "history",
-                             "export", "restore", "decode-data", "decode-history", "zip", "unzip", "ls"}) {
+    for (const char *name :
+         {"add", "list", "favorite", "delete", "categories", "backup-now", "history", "recover", "export",
+          "restore", "decode-data", "decode-history", "zip", "unzip", "ls"}) {
         const CliRun r = run({QLatin1String(name), u"--help"_s});
         EXPECT_EQ(r.exitCode, 0) << name;
         EXPECT_TRUE(r.out.startsWith(u"usage: fiva-cli "_s + QLatin1String(name))) << name;

@@ -366,7 +366,7 @@ TEST(StoredNotes, WrapsTextAndReadsItBack)
     EXPECT_EQ(notesPlainText(u"</p>x<p>"_s), u"</p>x<p>"_s);
 }
 
-TEST_F(StoreTest, FileWritesReplaceInPlaceAndFailuresNameThePath)
+TEST_F(StoreTest, FileWritesReplaceTheWholeFileAndFailuresNameThePath)
 {
     using namespace fileio;
     const QString file = path(u"data.json"_s);
@@ -404,7 +404,7 @@ TEST_F(StoreTest, FileWritesReplaceInPlaceAndFailuresNameThePath)
     }
 }
 
-TEST_F(StoreTest, LargeDocumentsAreWrittenInPlaceAsEncodedAndNotAtAllWhenTheyCannotBe)
+TEST_F(StoreTest, LargeDocumentsAreWrittenAsEncodedAndNotAtAllWhenTheyCannotBe)
 {
     using namespace fileio;
     SavedData data;
@@ -435,6 +435,7 @@ TEST_F(StoreTest, LargeDocumentsAreWrittenInPlaceAsEncodedAndNotAtAllWhenTheyCan
     EXPECT_EQ(readBytes(target), written);
     EXPECT_TRUE(writeDocument(path(u"new.json"_s), data).has_value());
     EXPECT_FALSE(QFile::exists(path(u"new.json"_s)));
+    EXPECT_EQ(QDir(path(QString())).entryList({u".*.tmp-*"_s}, QDir::Files | QDir::Hidden), QStringList{});
 }
 
 } // namespace

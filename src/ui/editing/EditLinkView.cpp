@@ -263,17 +263,17 @@ void EditLinkView::saveItem()
     const QString notes = notesHTML(editorText());
     const LinkKind kind = kindOf(m_linkType);
 
+    // Through the store's own operations, which apply the change to the records as they are on
+    // disk now: another program may have saved since this form opened.
     if (m_editing) {
-        const bool found = m_store.updateItem(m_editedId, [&](LinkItem &item) {
+        // A record deleted while the form was open is not brought back: nothing is written.
+        m_store.editItem(m_editedId, [&](LinkItem &item) {
             item.title = title;
             item.path = path;
             item.category = m_category;
             item.notes = notes;
             item.kind = kind;
         });
-        // A record deleted while the form was open is not brought back.
-        if (found)
-            m_store.save();
     } else {
         LinkItem item;
         item.id = QUuid::createUuid();
@@ -284,8 +284,7 @@ void EditLinkView::saveItem()
         item.createdAt = m_clock.now();
         item.isFavorite = false;
         item.kind = kind;
-        m_store.appendItem(std::move(item));
-        m_store.save();
+        m_store.addItem(std::move(item));
     }
     accept();
 }

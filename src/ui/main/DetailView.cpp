@@ -394,11 +394,8 @@ void DetailView::copyAttachment(const QString &source)
         return;
     }
     Attachment attachment{QUuid::createUuid(), QFileInfo(destination).fileName(), destination};
-    const bool found =
-        m_store.updateItem(m_item->id, [&](LinkItem &item) { item.attachments.append(attachment); });
     // Without the record (deleted meanwhile) the copy stays in the folder and nothing is recorded.
-    if (found)
-        m_store.save();
+    m_store.addAttachment(m_item->id, attachment);
 }
 
 void DetailView::previewAttachment(const Attachment &attachment)
@@ -438,13 +435,9 @@ void DetailView::deleteAttachment(const Attachment &attachment)
                                         std::nullopt});
     if (answer.button != 0)
         return;
-    if (QFileInfo::exists(attachment.filePath))
-        QFile::remove(attachment.filePath);
-    const bool found = m_store.updateItem(m_item->id, [&](LinkItem &item) {
-        item.attachments.removeIf([&](const Attachment &a) { return a.id == attachment.id; });
-    });
-    if (found)
-        m_store.save();
+    // The store discards the file (into the desktop trash) and drops the entry from the record
+    // as it is on disk now.
+    m_store.removeAttachment(m_item->id, attachment);
 }
 
 void DetailView::confirmDeleteItem()
