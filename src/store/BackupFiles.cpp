@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -22,6 +23,9 @@
 #include <vector>
 
 namespace fiva::backup {
+
+// What happened, without the identifier that describeFileError adds.
+QString errnoSentence(const QString &path, int error);
 
 namespace {
 
@@ -92,7 +96,7 @@ QString fileSystemSentence(const zip::FileSystemError &error, const QString &fal
     case E::posixError:
         break;
     }
-    return describeFileError(path, error.errorNumber());
+    return errnoSentence(path, error.errorNumber());
 }
 
 // Large enough that the copy costs no more system calls than the disk needs, small enough that
@@ -144,13 +148,18 @@ QString quoted(const QString &path)
     return QStringLiteral("« ") + path + QStringLiteral(" »");
 }
 
-QString describeFileError(const QString &path, int error)
+QString errnoSentence(const QString &path, int error)
 {
     QString sentence;
     switch (error) {
-    case ENOENT:
-        sentence = QStringLiteral("Le fichier ") + quoted(path) + QStringLiteral(" n'existe pas.");
+    case ENOENT: {
+        // Writing into a folder that is gone fails the same way as reading a file that is.
+        const QString folder = QFileInfo(path).absolutePath();
+        sentence = QFileInfo(folder).isDir()
+                       ? QStringLiteral("Le fichier ") + quoted(path) + QStringLiteral(" n'existe pas.")
+                       : QStringLiteral("Le dossier ") + quoted(folder) + QStringLiteral(" n'existe pas.");
         break;
+    }
     case EACCES:
     case EPERM:
         sentence = QStringLiteral("Fiva n'a pas le droit d'accéder à ") + quoted(path) + u'.';
@@ -184,10 +193,20 @@ QString describeFileError(const QString &path, int error)
         sentence = QStringLiteral("Le système a refusé l'accès à ") + quoted(path) + u'.';
         break;
     }
+    return sentence;
+}
+
+// "No such file or directory, ENOENT": the system's words and the constant's name, for logs.
+QString errnoIdentifier(int error)
+{
     const char *name = error != 0 ? ::strerrorname_np(error) : nullptr;
-    return withIdentifier(sentence,
-                          QString::fromLocal8Bit(std::strerror(error)) +
-                              (name ? QStringLiteral(", ") + QString::fromLatin1(name) : QString()));
+    return QString::fromLocal8Bit(std::strerror(error)) +
+           (name ? QStringLiteral(", ") + QString::fromLatin1(name) : QString());
+}
+
+QString describeFileError(const QString &path, int error)
+{
+    return withIdentifier(errnoSentence(path, error), errnoIdentifier(error));
 }
 
 QString describe(const std::exception &error, const QString &file)
@@ -209,8 +228,11 @@ QString describe(const std::exception &error, const QString &file)
     }
     if (const auto *e = dynamic_cast<const zip::FileSystemError *>(&error)) {
         // The library's own description repeats the path and the errno; the case names the failure.
-        return fileSystemSentence(*e, file) + QStringLiteral(" (FileSystemError.") +
-               QString::fromLatin1(zip::FileSystemError::caseName(e->errorCase())) + u')';
+        const char *name = e->errorNumber() != 0 ? ::strerrorname_np(e->errorNumber()) : nullptr;
+        return withIdentifier(fileSystemSentence(*e, file),
+                              QStringLiteral("FileSystemError.") +
+                                  QString::fromLatin1(zip::FileSystemError::caseName(e->errorCase())) +
+                                  (name ? QStringLiteral(", ") + QString::fromLatin1(name) : QString()));
     }
     if (dynamic_cast<const std::bad_alloc *>(&error))
         return withIdentifier(QStringLiteral("La mémoire a manqué pour traiter ") + quoted(file) + u'.',
@@ -446,14 +468,16 @@ std::optional<QString> checkAllEntriesReadable(const QString &archive, const Arc
            QString::number(directory.declared) + QStringLiteral(" sont lisibles.");
 }
 
-bool startsLikeZip(const QString &path)
+bool startsLikeJson(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return true; // let the archive reader say what is wrong with it
-    const QByteArray head = file.read(4);
-    return head == QByteArrayView("PK\x03\x04") || head == QByteArrayView("PK\x05\x06") ||
-           head == QByteArrayView("PK\x07\x08");
+        return false; // the archive reader says what is wrong with it
+    QByteArray head = file.read(64);
+    if (head.startsWith("\xEF\xBB\xBF"))
+        head.remove(0, 3);
+    head = head.trimmed();
+    return head.startsWith('{') || head.startsWith('[');
 }
 
 bool ordinalLess(const QString &a, const QString &b)

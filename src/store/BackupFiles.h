@@ -106,9 +106,10 @@ Result<ArchiveDirectory> readArchiveDirectory(const QString &archive);
 // "L'archive … est endommagée : 12 éléments sur 14 sont lisibles." when the walk ends early.
 std::optional<QString> checkAllEntriesReadable(const QString &archive, const ArchiveDirectory &directory);
 
-// A ZIP file starts with a local header, or with the end record when it is empty. An automatic
-// backup is the data file's JSON under the same extension, and must not be read as an archive.
-bool startsLikeZip(const QString &path);
+// An automatic backup is the data file's JSON under the archive's extension: it starts with "{"
+// (or "[" for the older bare list of records). Anything else is read as a ZIP archive, whose
+// reader then says what is wrong with it.
+bool startsLikeJson(const QString &path);
 
 // Plain ordinal order of Unicode code points after canonical composition.
 bool ordinalLess(const QString &a, const QString &b);

@@ -135,7 +135,7 @@ bool LinkStore::restoreBackup(const QString &location)
     backup::StagingFolder staging;
     QString archivedAttachments;
     QString dataPath;
-    if (!backup::startsLikeZip(location)) {
+    if (backup::startsLikeJson(location)) {
         // An automatic backup is the data file's JSON under the archive's extension: its records
         // and categories come back, and there are no attachment copies to bring.
         const Result<QByteArray> bytes = fileio::readWholeFile(location);
@@ -144,8 +144,8 @@ bool LinkStore::restoreBackup(const QString &location)
         Result<SavedData> decoded = decodeDocument(bytes.value(), m_clock.now());
         if (!decoded) {
             return fail(failureTitle(),
-                        QStringLiteral("Ce fichier n'est ni une archive ZIP ni une sauvegarde "
-                                       "automatique de Fiva : ") +
+                        QStringLiteral("Ce fichier n'est pas une archive ZIP, ni une sauvegarde automatique "
+                                       "lisible : ") +
                             backup::quoted(location) + QStringLiteral(" (") + decoded.error() + u')');
         }
         restored = std::move(decoded).value();
@@ -299,7 +299,7 @@ bool LinkStore::restoreBackup(const QString &location)
 QString LinkStore::restoreConfirmationText(const QString &location)
 {
     QString text = QStringLiteral("Cette opération écrasera toutes les données actuelles.");
-    if (!backup::startsLikeZip(location)) {
+    if (backup::startsLikeJson(location)) {
         text += QStringLiteral(" Ce fichier est une sauvegarde automatique : il ramène les fiches et les "
                                "catégories, mais aucune copie de pièce jointe.");
     }
@@ -352,6 +352,8 @@ bool LinkStore::undoRestore()
     SavedData previous = std::move(decoded).value();
     setItems(std::move(previous.items));
     setCategories(std::move(previous.categories));
+    // In the order a fresh start from this file would show them; the file itself stays as it was.
+    sortCategories();
     m_lastBackupDate = previous.lastBackupDate;
     Q_EMIT lastBackupDateChanged();
     Q_EMIT restoreUndone();
