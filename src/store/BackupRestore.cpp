@@ -25,6 +25,14 @@ namespace fiva {
 
 namespace {
 
+// The file layer's reasons name the path and the system's cause; a person first reads what could
+// not be done.
+QString unreadable(const QString &file, const QString &reason)
+{
+    return QStringLiteral("Le fichier ") + backup::quoted(file) + QStringLiteral(" n'a pas pu être lu (") +
+           reason + QStringLiteral(").");
+}
+
 const QString &failureTitle()
 {
     static const QString title = QStringLiteral("Erreur restauration :");
@@ -140,7 +148,7 @@ bool LinkStore::restoreBackup(const QString &location)
         // and categories come back, and there are no attachment copies to bring.
         const Result<QByteArray> bytes = fileio::readWholeFile(location);
         if (!bytes)
-            return fail(failureTitle(), bytes.error());
+            return fail(failureTitle(), unreadable(location, bytes.error()));
         Result<SavedData> decoded = decodeDocument(bytes.value(), m_clock.now());
         if (!decoded) {
             return fail(failureTitle(),
@@ -179,7 +187,7 @@ bool LinkStore::restoreBackup(const QString &location)
 
         const Result<QByteArray> bytes = fileio::readWholeFile(dataPath);
         if (!bytes)
-            return fail(failureTitle(), bytes.error());
+            return fail(failureTitle(), unreadable(dataPath, bytes.error()));
         Result<SavedData> decoded = decodeDocument(bytes.value(), m_clock.now());
         if (!decoded) {
             return fail(failureTitle(), QStringLiteral("Le fichier FivaData.json de l'archive ") +
@@ -197,7 +205,7 @@ bool LinkStore::restoreBackup(const QString &location)
     if (backup::isOccupied(dataFile)) {
         Result<QByteArray> previous = fileio::readWholeFile(dataFile);
         if (!previous)
-            return fail(failureTitle(), previous.error());
+            return fail(failureTitle(), unreadable(dataFile, previous.error()));
         previousFile = previous.value();
         previousBytes = std::move(previous).value();
     } else {
@@ -331,7 +339,7 @@ bool LinkStore::undoRestore()
     const QString &snapshot = kept.first();
     const Result<QByteArray> bytes = fileio::readWholeFile(snapshot);
     if (!bytes)
-        return fail(bytes.error());
+        return fail(unreadable(snapshot, bytes.error()));
     Result<SavedData> decoded = json::decodeSavedData(bytes.value(), m_clock.now());
     if (!decoded) {
         return fail(QStringLiteral("La copie des données d'avant la restauration ") +
@@ -341,10 +349,15 @@ bool LinkStore::undoRestore()
     // The snapshot's bytes, not a new encoding of them: the data file comes back exactly as it was.
     const QString dataFile = dataFileURL();
     fileio::Replacement replacement(dataFile);
+    const auto notWritten = [&](const QString &reason) {
+        return fail(QStringLiteral("Les données d'avant la restauration n'ont pas pu être remises dans ") +
+                    backup::quoted(dataFile) + QStringLiteral(" (") + reason +
+                    QStringLiteral(") : rien n'a changé."));
+    };
     if (auto error = fileio::writeWholeFile(replacement.temporaryPath(), bytes.value()))
-        return fail(*error);
+        return notWritten(*error);
     if (auto error = replacement.commit())
-        return fail(*error);
+        return notWritten(*error);
     // The snapshot is now the data file itself. Kept, it would make a second undo bring back the
     // same data instead of going one restore further back.
     QFile::remove(snapshot);

@@ -87,6 +87,9 @@ QStringList list(const QString &folder)
 
 Result<QString> keep(const QString &folder, const QByteArray &bytes, Timestamp time)
 {
+    if (folder.isEmpty())
+        return Result<QString>::failure(
+            QStringLiteral("Le système ne donne aucun dossier où garder les données."));
     const QString stamp = QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(time.toUnix() * 1000.0), Qt::UTC)
                               .toString(QStringLiteral("yyyy-MM-dd'T'HH-mm-ss'Z'"));
     const QDir dir(folder);
