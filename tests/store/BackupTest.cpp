@@ -514,6 +514,40 @@ TEST_F(StoreTest, TwoThousandRecordsAndFiveHundredAttachmentsComeBackByteForByte
     EXPECT_EQ(targets.size(), 500) << "every attachment has a file of its own";
 }
 
+// What the export reads back before it renames its archive into place, and the restore before it
+// unpacks: the end of the file and the entries the walk reaches, against what the end record says.
+TEST_F(StoreTest, ArchiveDirectoryShowsTruncatedWalksAndTrailingBytes)
+{
+    auto store =
+        startWith({makeItem(u"a"_s, u"T"_s, {attachment(userFile(u"a/doc.pdf"_s, "pdf"))})}, {u"T"_s});
+    const QString good = exportArchive(*store, u"good.fivabackup"_s);
+    const qint64 size = QFileInfo(good).size();
+    QFile::copy(good, path(u"tail.fivabackup"_s));
+    QFile::copy(good, path(u"broken.fivabackup"_s));
+    QFile tail(path(u"tail.fivabackup"_s));
+    ASSERT_TRUE(tail.open(QIODevice::Append) && tail.write("0123456789") == 10);
+    tail.close();
+    breakCentralRecord(path(u"broken.fivabackup"_s), 3);
+    struct Case
+    {
+        const char *name;
+        quint64 walked, declared, endOfData;
+    };
+    const Case cases[] = {
+        {"good", 5, 5, quint64(size)}, {"tail", 5, 5, quint64(size)}, {"broken", 3, 5, quint64(size)}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString archive = path(QString::fromLatin1(c.name) + u".fivabackup"_s);
+        const auto directory = backup::readArchiveDirectory(archive);
+        ASSERT_TRUE(directory.ok()) << directory.error().toStdString();
+        EXPECT_EQ(directory.value().walked, c.walked);
+        EXPECT_EQ(directory.value().declared, c.declared);
+        EXPECT_EQ(directory.value().endOfData, c.endOfData);
+        EXPECT_EQ(backup::checkAllEntriesReadable(archive, directory.value()).has_value(),
+                  c.walked != c.declared);
+    }
+}
+
 // A restore keeps the data file as it was; undoing brings it back byte for byte, whether the
 // restore came from an archive or from an automatic backup, and leaves the copies it added.
 TEST_F(StoreTest, RestoreThenUndoGivesBackTheDataFileByteForByte)
