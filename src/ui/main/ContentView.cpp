@@ -595,12 +595,12 @@ void ContentView::startRestore()
     m_dialogs.showOpenPanel(request, [self](std::optional<QStringList> chosen) {
         if (!self || !chosen || chosen->isEmpty())
             return;
-        const AlertAnswer answer = self->m_dialogs.runAlert(
-            AlertRequest{QStringLiteral("Restaurer les données ?"),
-                         LinkStore::restoreConfirmationText(chosen->first()),
-                         AlertStyle::warning,
-                         {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
-                         std::nullopt});
+        const AlertAnswer answer =
+            self->m_dialogs.runAlert(AlertRequest{QStringLiteral("Restaurer les données ?"),
+                                                  LinkStore::restoreConfirmationText(chosen->first()),
+                                                  AlertStyle::warning,
+                                                  {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
+                                                  std::nullopt});
         if (answer.button == 0)
             self->m_store.restoreBackup(chosen->first());
     });
