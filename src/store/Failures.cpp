@@ -1,18 +1,42 @@
 #include "store/Failures.h"
 
+#include "store/BackupFiles.h"
+
+#include <cstring>
+
 namespace fiva {
+
+namespace {
+
+// The data file's writes describe a failure as "<path>: <the system's words>". Where those words
+// are the system's own for an errno, the reason is said again the way a person reads it.
+QString readableReason(const QString &detail)
+{
+    const qsizetype colon = detail.lastIndexOf(QStringLiteral(": "));
+    if (colon <= 0)
+        return detail + u'.';
+    const QString cause = detail.sliced(colon + 2);
+    for (int error = 1; error < 200; ++error) {
+        if (cause == QString::fromLocal8Bit(std::strerror(error)))
+            return backup::describeFileError(detail.first(colon), error);
+    }
+    return detail + u'.';
+}
+
+} // namespace
 
 QString failureSentence(FailureKind kind, const QString &detail)
 {
     switch (kind) {
     case FailureKind::save:
-        return QStringLiteral("Vos modifications n'ont pas pu être enregistrées (") + detail +
-               QStringLiteral("). Vérifiez la place libre sur le disque et les droits du dossier de Fiva : "
-                              "elles seront enregistrées à la prochaine modification réussie.");
+        return QStringLiteral("Vos modifications n'ont pas pu être enregistrées. ") + readableReason(detail) +
+               QStringLiteral(
+                   " Vérifiez la place libre sur le disque et les droits du dossier de Fiva : elles "
+                   "seront enregistrées à la prochaine modification réussie.");
     case FailureKind::autoBackup:
-        return QStringLiteral("La sauvegarde automatique a échoué (") + detail +
-               QStringLiteral("). Fiva réessaiera à la prochaine échéance ; en attendant, exportez une "
-                              "sauvegarde.");
+        return QStringLiteral("La sauvegarde automatique a échoué. ") + readableReason(detail) +
+               QStringLiteral(
+                   " Fiva réessaiera à la prochaine échéance ; en attendant, exportez une sauvegarde.");
     case FailureKind::exportBackup:
         return QStringLiteral("L'export de la sauvegarde a échoué. ") + detail +
                QStringLiteral(" Aucune archive n'a été écrite ni remplacée : choisissez un autre emplacement "

@@ -741,7 +741,10 @@ TEST_F(StoreTest, AutomaticBackupFailureAndSetAsideDataFileAreReportedAsSentence
     writeBytes(autoBackups(), "a file where the folder goes");
     printedBy([&] { store->performAutoBackup(); });
     ASSERT_EQ(reported.count(), 1);
-    EXPECT_TRUE(reported[0][0].toString().startsWith(u"La sauvegarde automatique a échoué ("_s));
+    EXPECT_EQ(reported[0][0].toString(),
+              u"La sauvegarde automatique a échoué. Un élément du chemin « "_s + autoBackups() +
+                  u" » n'est pas un dossier. (Not a directory, ENOTDIR) Fiva réessaiera "
+                  u"à la prochaine échéance ; en attendant, exportez une sauvegarde."_s);
 
     writeBytes(dataFile(), "{ not json");
     EXPECT_EQ(

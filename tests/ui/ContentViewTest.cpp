@@ -308,7 +308,9 @@ TEST_F(ContentViewTest, BannerUndoesARestoreAndTellsOfAFailedSave)
     ASSERT_TRUE(QDir().mkpath(dataFile()));
     printedBy([&] { m_view->deleteRows({0}); });
     EXPECT_TRUE(banner->isVisible());
-    EXPECT_TRUE(banner->text().startsWith(u"Vos modifications n'ont pas pu être enregistrées ("_s))
+    EXPECT_TRUE(
+        banner->text().startsWith(u"Vos modifications n'ont pas pu être enregistrées. « "_s + dataFile() +
+                                  u" » est un dossier, pas un fichier. (Is a directory, EISDIR) Vérifiez"_s))
         << banner->text().toStdString();
     EXPECT_FALSE(banner->undoButton()->isVisible());
     EXPECT_EQ(qsizetype(m_dialogs.alerts.size()), alerts) << "a banner, not an alert";
