@@ -209,6 +209,19 @@ QString describeFileError(const QString &path, int error)
     return withIdentifier(errnoSentence(path, error), errnoIdentifier(error));
 }
 
+std::optional<QString> frenchReason(const QString &description)
+{
+    const qsizetype colon = description.lastIndexOf(QStringLiteral(": "));
+    if (colon <= 0)
+        return std::nullopt;
+    const QString cause = description.sliced(colon + 2);
+    for (int error = 1; error < 200; ++error) {
+        if (cause == QString::fromLocal8Bit(std::strerror(error)))
+            return describeFileError(description.first(colon), error);
+    }
+    return std::nullopt;
+}
+
 QString describe(const std::exception &error, const QString &file)
 {
     const QString identifier = QString::fromLocal8Bit(error.what());

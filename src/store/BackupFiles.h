@@ -44,6 +44,9 @@ QString fromFsPath(const std::filesystem::path &path);
 QString describe(const std::exception &error, const QString &file = {});
 // The same for a system call's errno on `path`.
 QString describeFileError(const QString &path, int error);
+// The file layer describes a failure as "<path>: <the system's words>". When those words are the
+// system's own for an errno, the same reason as describeFileError says it; otherwise nothing.
+std::optional<QString> frenchReason(const QString &description);
 // A file name as the sentences quote it.
 QString quoted(const QString &path);
 

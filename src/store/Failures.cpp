@@ -2,25 +2,13 @@
 
 #include "store/BackupFiles.h"
 
-#include <cstring>
-
 namespace fiva {
 
 namespace {
 
-// The data file's writes describe a failure as "<path>: <the system's words>". Where those words
-// are the system's own for an errno, the reason is said again the way a person reads it.
 QString readableReason(const QString &detail)
 {
-    const qsizetype colon = detail.lastIndexOf(QStringLiteral(": "));
-    if (colon <= 0)
-        return detail + u'.';
-    const QString cause = detail.sliced(colon + 2);
-    for (int error = 1; error < 200; ++error) {
-        if (cause == QString::fromLocal8Bit(std::strerror(error)))
-            return backup::describeFileError(detail.first(colon), error);
-    }
-    return detail + u'.';
+    return backup::frenchReason(detail).value_or(detail + u'.');
 }
 
 } // namespace
