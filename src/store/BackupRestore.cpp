@@ -348,6 +348,12 @@ bool LinkStore::undoRestore()
     }
     // The snapshot's bytes, not a new encoding of them: the data file comes back exactly as it was.
     const QString dataFile = dataFileURL();
+    // An unreadable data file that could not be set aside is the user's only copy of it.
+    if (!m_saveRefusal.isEmpty()) {
+        return fail(QStringLiteral("Le fichier de données ") + backup::quoted(dataFile) +
+                    QStringLiteral(" est illisible et n'a pas pu être mis de côté : Fiva ne le remplace pas. "
+                                   "Déplacez-le, puis relancez Fiva."));
+    }
     fileio::Replacement replacement(dataFile);
     const auto notWritten = [&](const QString &reason) {
         return fail(QStringLiteral("Les données d'avant la restauration n'ont pas pu être remises dans ") +
