@@ -63,23 +63,32 @@ int runRestore(const QStringList &args)
         return exitOk;
     QStringList rest = args;
     const bool yes = rest.removeAll(QStringLiteral("--yes")) > 0;
+    const bool undo = rest.removeAll(QStringLiteral("--undo")) > 0;
+    if (undo) {
+        // Going back to the data as it was needs no confirmation: nothing is lost, the restored
+        // data is still in the archive it came from.
+        if (!rest.isEmpty() || yes)
+            return usageError(self);
+        BackupSession session;
+        return session.store().undoRestore() ? exitOk : exitFailure;
+    }
     if (rest.size() != 1 || rest[0].startsWith(u'-'))
         return usageError(self);
     const QString archive = QFileInfo(rest[0]).absoluteFilePath();
     BackupSession session;
     if (!yes) {
-        const AlertAnswer answer = session.dialogs().runAlert(
-            {QStringLiteral("Restaurer les données ?"),
-             QStringLiteral("Cette opération écrasera toutes les données actuelles."),
-             AlertStyle::warning,
-             {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
-             std::nullopt});
+        const AlertAnswer answer =
+            session.dialogs().runAlert({QStringLiteral("Restaurer les données ?"),
+                                        LinkStore::restoreConfirmationText(archive),
+                                        AlertStyle::warning,
+                                        {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
+                                        std::nullopt});
         if (answer.button != 0) {
             printErr(
                 session.dialogs().lastConfirmationHadNoTerminal()
-                    ? QStringLiteral(
-                          "fiva-cli restore: no terminal to confirm on; pass --yes to restore without asking")
-                    : QStringLiteral("fiva-cli restore: cancelled, nothing changed"));
+                    ? QStringLiteral("fiva-cli restore : aucun terminal pour confirmer ; ajoutez --yes pour "
+                                     "restaurer sans question.")
+                    : QStringLiteral("fiva-cli restore : annulé, rien n'a changé."));
             return exitFailure;
         }
     }
@@ -131,8 +140,10 @@ int runRecover(const QStringList &args)
 constexpr Command commands[] = {
     {"export", "ARCHIVE", "write a backup archive (data and attachment copies); prints its path and size",
      runExport},
-    {"restore", "ARCHIVE [--yes]",
-     "replace the data by a backup archive's; asks first on a terminal unless --yes", runRestore},
+    {"restore", "ARCHIVE [--yes] | --undo",
+     "replace the data by a backup archive's or an automatic backup's; asks first on a terminal unless "
+     "--yes; --undo brings back the data from before the latest restore",
+     runRestore},
     {"recover", "[--yes]",
      "load the newest readable automatic backup as the data file; asks first on a terminal unless --yes",
      runRecover},

@@ -4,6 +4,7 @@
 #include "platform/Paths.h"
 #include "platform/Workspace.h"
 #include "store/Console.h"
+#include "store/Failures.h"
 #include "store/FileIO.h"
 #include "store/LinkStore.h"
 
@@ -108,8 +109,9 @@ void LinkStore::setupAutoBackupTimer()
 
 void LinkStore::performAutoBackup()
 {
-    const auto fail = [](const QString &description) {
+    const auto fail = [this](const QString &description) {
         console::print(u"❌ Auto-backup error:", description);
+        Q_EMIT failureReported(failureSentence(FailureKind::autoBackup, description));
     };
     const QString folder = autoBackupsFolderURL();
     if (folder.isEmpty())

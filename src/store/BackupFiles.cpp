@@ -1,9 +1,11 @@
 #include "store/BackupFiles.h"
 
+#include "zip/Archive.h"
 #include "zip/Errors.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -22,11 +24,79 @@
 
 namespace fiva::backup {
 
+// What happened, without the identifier that describeFileError adds.
+QString errnoSentence(const QString &path, int error);
+
 namespace {
 
 QString describePath(const QString &path, int error)
 {
-    return path + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(error));
+    return describeFileError(path, error);
+}
+
+QString withIdentifier(const QString &sentence, const QString &identifier)
+{
+    return sentence + QStringLiteral(" (") + identifier + u')';
+}
+
+QString archiveSentence(zip::ArchiveError::Case c, const QString &file)
+{
+    using E = zip::ArchiveError;
+    switch (c) {
+    case E::missingEndOfCentralDirectoryRecord:
+    case E::unreadableArchive:
+        return QStringLiteral("Ce fichier n'est pas une archive ZIP : ") + quoted(file) + u'.';
+    case E::unwritableArchive:
+        return QStringLiteral("L'archive ") + quoted(file) + QStringLiteral(" n'a pas pu être écrite.");
+    case E::invalidCRC32:
+        return QStringLiteral("L'archive ") + quoted(file) +
+               QStringLiteral(
+                   " est endommagée : le contenu d'un élément ne correspond pas à sa somme de contrôle.");
+    case E::invalidEntryPath:
+        return QStringLiteral("L'archive ") + quoted(file) +
+               QStringLiteral(" contient un nom d'élément illisible.");
+    case E::uncontainedSymlink:
+        return QStringLiteral("L'archive ") + quoted(file) +
+               QStringLiteral(" contient un lien qui mène hors de son dossier : elle est refusée.");
+    case E::invalidCompressionMethod:
+        return QStringLiteral("L'archive ") + quoted(file) +
+               QStringLiteral(" utilise une méthode de compression que Fiva ne sait pas lire.");
+    case E::cancelledOperation:
+    case E::invalidBufferSize:
+        return QStringLiteral("Le travail sur l'archive ") + quoted(file) +
+               QStringLiteral(" a été interrompu.");
+    case E::invalidEntrySize:
+    case E::invalidLocalHeaderDataOffset:
+    case E::invalidLocalHeaderSize:
+    case E::invalidCentralDirectoryOffset:
+    case E::invalidCentralDirectorySize:
+    case E::invalidCentralDirectoryEntryCount:
+        break;
+    }
+    return QStringLiteral("L'archive ") + quoted(file) + QStringLiteral(" est endommagée.");
+}
+
+QString fileSystemSentence(const zip::FileSystemError &error, const QString &fallback)
+{
+    using E = zip::FileSystemError;
+    const QString path = error.path().empty() ? fallback : fromFsPath(error.path());
+    switch (error.errorCase()) {
+    case E::fileReadNoSuchFile:
+        return QStringLiteral("Le fichier ") + quoted(path) + QStringLiteral(" n'existe pas.");
+    case E::fileReadNoPermission:
+        return QStringLiteral("Fiva n'a pas le droit de lire le fichier ") + quoted(path) + u'.';
+    case E::fileReadTooLarge:
+        return QStringLiteral("Le fichier ") + quoted(path) + QStringLiteral(" est trop volumineux.");
+    case E::fileReadInvalidFileName:
+        return QStringLiteral("L'archive contient un élément dont le chemin sort du dossier où elle est "
+                              "dépliée : ") +
+               quoted(path) + QStringLiteral(". Elle est refusée.");
+    case E::fileWriteFileExists:
+        return QStringLiteral("Le fichier ") + quoted(path) + QStringLiteral(" existe déjà.");
+    case E::posixError:
+        break;
+    }
+    return errnoSentence(path, error.errorNumber());
 }
 
 // Large enough that the copy costs no more system calls than the disk needs, small enough that
@@ -45,12 +115,12 @@ std::optional<QString> StagingFolder::create(const QString &temporaryFolder, QSt
 {
     const QString name = prefix.toString() + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     if (temporaryFolder.isEmpty())
-        return QStringLiteral("no temporary folder to work in");
+        return QStringLiteral("Le système ne donne aucun dossier temporaire où travailler.");
     const QString path = QDir(temporaryFolder).filePath(name);
     std::error_code ec;
     std::filesystem::create_directories(toFsPath(temporaryFolder), ec);
     if (ec)
-        return temporaryFolder + QStringLiteral(": ") + QString::fromStdString(ec.message());
+        return describeFileError(temporaryFolder, ec.value());
     // A folder of our own, never one that happens to be there already.
     if (::mkdir(QFile::encodeName(path).constData(), 0700) != 0)
         return describePath(path, errno);
@@ -73,11 +143,116 @@ QString fromFsPath(const std::filesystem::path &path)
     return QFile::decodeName(QByteArray::fromStdString(path.string()));
 }
 
-QString describe(const std::exception &error)
+QString quoted(const QString &path)
 {
-    if (const auto *zipError = dynamic_cast<const zip::ZipError *>(&error))
-        return QString::fromStdString(zipError->description());
-    return QString::fromLocal8Bit(error.what());
+    return QStringLiteral("« ") + path + QStringLiteral(" »");
+}
+
+QString errnoSentence(const QString &path, int error)
+{
+    QString sentence;
+    switch (error) {
+    case ENOENT: {
+        // Writing into a folder that is gone fails the same way as reading a file that is.
+        const QString folder = QFileInfo(path).absolutePath();
+        sentence = QFileInfo(folder).isDir()
+                       ? QStringLiteral("Le fichier ") + quoted(path) + QStringLiteral(" n'existe pas.")
+                       : QStringLiteral("Le dossier ") + quoted(folder) + QStringLiteral(" n'existe pas.");
+        break;
+    }
+    case EACCES:
+    case EPERM:
+        sentence = QStringLiteral("Fiva n'a pas le droit d'accéder à ") + quoted(path) + u'.';
+        break;
+    case ENOSPC:
+    case EDQUOT:
+        sentence = QStringLiteral("Le disque est plein : ") + quoted(path) +
+                   QStringLiteral(" n'a pas pu être écrit.");
+        break;
+    case EROFS:
+        sentence = quoted(path) + QStringLiteral(" se trouve sur un disque en lecture seule.");
+        break;
+    case EEXIST:
+        sentence = QStringLiteral("Le fichier ") + quoted(path) + QStringLiteral(" existe déjà.");
+        break;
+    case EISDIR:
+        sentence = quoted(path) + QStringLiteral(" est un dossier, pas un fichier.");
+        break;
+    case ENOTDIR:
+        sentence =
+            QStringLiteral("Un élément du chemin ") + quoted(path) + QStringLiteral(" n'est pas un dossier.");
+        break;
+    case ENAMETOOLONG:
+        sentence = QStringLiteral("Le nom ") + quoted(path) + QStringLiteral(" est trop long.");
+        break;
+    case EIO:
+        sentence = QStringLiteral("Le disque a renvoyé une erreur de lecture ou d'écriture sur ") +
+                   quoted(path) + u'.';
+        break;
+    default:
+        sentence = QStringLiteral("Le système a refusé l'accès à ") + quoted(path) + u'.';
+        break;
+    }
+    return sentence;
+}
+
+// "No such file or directory, ENOENT": the system's words and the constant's name, for logs.
+QString errnoIdentifier(int error)
+{
+    const char *name = error != 0 ? ::strerrorname_np(error) : nullptr;
+    return QString::fromLocal8Bit(std::strerror(error)) +
+           (name ? QStringLiteral(", ") + QString::fromLatin1(name) : QString());
+}
+
+QString describeFileError(const QString &path, int error)
+{
+    return withIdentifier(errnoSentence(path, error), errnoIdentifier(error));
+}
+
+std::optional<QString> frenchReason(const QString &description)
+{
+    const qsizetype colon = description.lastIndexOf(QStringLiteral(": "));
+    if (colon <= 0)
+        return std::nullopt;
+    const QString cause = description.sliced(colon + 2);
+    for (int error = 1; error < 200; ++error) {
+        if (cause == QString::fromLocal8Bit(std::strerror(error)))
+            return describeFileError(description.first(colon), error);
+    }
+    return std::nullopt;
+}
+
+QString describe(const std::exception &error, const QString &file)
+{
+    const QString identifier = QString::fromLocal8Bit(error.what());
+    if (const auto *e = dynamic_cast<const zip::ArchiveError *>(&error))
+        return withIdentifier(archiveSentence(e->errorCase(), file), identifier);
+    if (dynamic_cast<const zip::CompressionError *>(&error)) {
+        return withIdentifier(QStringLiteral("Les données compressées de l'archive ") + quoted(file) +
+                                  QStringLiteral(" sont endommagées."),
+                              identifier);
+    }
+    if (const auto *e = dynamic_cast<const zip::DataError *>(&error)) {
+        const bool reading = e->errorCase() == zip::DataError::unreadableFile;
+        return withIdentifier(QStringLiteral("Le fichier ") + quoted(file) +
+                                  (reading ? QStringLiteral(" n'a pas pu être lu.")
+                                           : QStringLiteral(" n'a pas pu être écrit.")),
+                              identifier);
+    }
+    if (const auto *e = dynamic_cast<const zip::FileSystemError *>(&error)) {
+        // The library's own description repeats the path and the errno; the case names the failure.
+        const char *name = e->errorNumber() != 0 ? ::strerrorname_np(e->errorNumber()) : nullptr;
+        return withIdentifier(fileSystemSentence(*e, file),
+                              QStringLiteral("FileSystemError.") +
+                                  QString::fromLatin1(zip::FileSystemError::caseName(e->errorCase())) +
+                                  (name ? QStringLiteral(", ") + QString::fromLatin1(name) : QString()));
+    }
+    if (dynamic_cast<const std::bad_alloc *>(&error))
+        return withIdentifier(QStringLiteral("La mémoire a manqué pour traiter ") + quoted(file) + u'.',
+                              identifier);
+    return withIdentifier(QStringLiteral("Une erreur inattendue a interrompu le travail sur ") +
+                              quoted(file) + u'.',
+                          identifier);
 }
 
 QString lastComponent(const QString &path)
@@ -135,8 +310,18 @@ std::optional<QString> copyFile(const QString &from, const QString &to)
     const int in = ::open(QFile::encodeName(from).constData(), O_RDONLY | O_CLOEXEC);
     if (in < 0)
         return describePath(from, errno);
+    struct stat source
+    {
+    };
+    if (::fstat(in, &source) != 0) {
+        const int error = errno;
+        ::close(in);
+        return describePath(from, error);
+    }
     const QByteArray target = QFile::encodeName(to);
-    const int out = ::open(target.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    // Created private, and given the source's bits only once complete: a half-made copy of a
+    // private document is never readable by others.
+    const int out = ::open(target.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (out < 0) {
         const int error = errno;
         ::close(in);
@@ -170,6 +355,9 @@ std::optional<QString> copyFile(const QString &from, const QString &to)
         }
     }
     ::close(in);
+    const timespec times[2] = {source.st_atim, source.st_mtim};
+    if (::fchmod(out, source.st_mode & 07777) != 0 || ::futimens(out, times) != 0)
+        return fail(to, errno);
     if (::close(out) != 0) {
         const int error = errno;
         ::unlink(target.constData());
@@ -196,8 +384,7 @@ Result<QStringList> listTree(const QString &folder)
         for (std::filesystem::directory_iterator it(current, ec), end; !ec && it != end; it.increment(ec))
             children.push_back(*it);
         if (ec)
-            return Result<QStringList>::failure(fromFsPath(current) + QStringLiteral(": ") +
-                                                QString::fromStdString(ec.message()));
+            return Result<QStringList>::failure(describeFileError(fromFsPath(current), ec.value()));
         std::sort(children.begin(), children.end(),
                   [](const auto &a, const auto &b) { return a.path().filename() < b.path().filename(); });
         for (const auto &child : children) {
@@ -256,6 +443,54 @@ std::optional<QList<ArchivedAttachment>> decodeAttachmentIndex(const QByteArray 
         entries.append({static_cast<qsizetype>(r), static_cast<qsizetype>(a), filePath.toString(), name});
     }
     return entries;
+}
+
+Result<ArchiveDirectory> readArchiveDirectory(const QString &archive)
+{
+    try {
+        if (!isOccupied(archive))
+            throw zip::FileSystemError(zip::FileSystemError::fileReadNoSuchFile, ENOENT, toFsPath(archive));
+        zip::Archive zipFile(toFsPath(archive), zip::Archive::AccessMode::read);
+        ArchiveDirectory directory;
+        const auto &end = zipFile.endOfCentralDirectoryRecord();
+        quint64 cdEnd = quint64(end.offsetToStartOfCentralDirectory) + end.sizeOfCentralDirectory;
+        directory.declared = end.totalNumberOfEntriesInCentralDirectory;
+        quint64 zip64Records = 0;
+        if (const auto &zip64 = zipFile.zip64EndOfCentralDirectory()) {
+            directory.declared = zip64->record.totalNumberOfEntriesInCentralDirectory;
+            cdEnd = zip64->record.offsetToStartOfCentralDirectory + zip64->record.sizeOfCentralDirectory;
+            zip64Records = zip64->record.sizeOfZIP64EndOfCentralDirectoryRecord + 12 +
+                           zip::ZIP64EndOfCentralDirectoryLocator::size;
+        }
+        directory.endOfData =
+            cdEnd + zip64Records + zip::EndOfCentralDirectoryRecord::size + end.zipFileCommentLength;
+        for (auto it = zipFile.begin(); it != zipFile.end(); ++it)
+            ++directory.walked;
+        return directory;
+    } catch (const std::exception &error) {
+        return Result<ArchiveDirectory>::failure(describe(error, archive));
+    }
+}
+
+std::optional<QString> checkAllEntriesReadable(const QString &archive, const ArchiveDirectory &directory)
+{
+    if (directory.walked == directory.declared)
+        return std::nullopt;
+    return QStringLiteral("L'archive ") + quoted(archive) + QStringLiteral(" est endommagée : ") +
+           QString::number(directory.walked) + QStringLiteral(" éléments sur ") +
+           QString::number(directory.declared) + QStringLiteral(" sont lisibles.");
+}
+
+bool startsLikeJson(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false; // the archive reader says what is wrong with it
+    QByteArray head = file.read(64);
+    if (head.startsWith("\xEF\xBB\xBF"))
+        head.remove(0, 3);
+    head = head.trimmed();
+    return head.startsWith('{') || head.startsWith('[');
 }
 
 bool ordinalLess(const QString &a, const QString &b)

@@ -7,6 +7,7 @@
 #include "store/Console.h"
 #include "store/FileIO.h"
 #include "store/LinkStore.h"
+#include "store/RestoreSnapshots.h"
 #include "zip/FolderZip.h"
 
 #include <QDir>
@@ -23,6 +24,14 @@
 namespace fiva {
 
 namespace {
+
+// The file layer's reasons name the path and the system's cause; a person first reads what could
+// not be done.
+QString unreadable(const QString &file, const QString &reason)
+{
+    return QStringLiteral("Le fichier ") + backup::quoted(file) + QStringLiteral(" n'a pas pu être lu (") +
+           reason + QStringLiteral(").");
+}
 
 const QString &failureTitle()
 {
@@ -106,6 +115,18 @@ std::vector<QString> firstNamed(const QStringList &paths, const QStringList &nam
     return found;
 }
 
+// A data document, or else the older bare list of records; when both fail, the second error is
+// the one reported.
+Result<SavedData> decodeDocument(const QByteArray &bytes, Timestamp now)
+{
+    if (Result<SavedData> decoded = json::decodeSavedData(bytes, now))
+        return decoded;
+    Result<QList<LinkItem>> legacy = json::decodeLinkItems(bytes, now);
+    if (!legacy)
+        return Result<SavedData>::failure(legacy.error());
+    return SavedData{std::move(legacy).value(), {LinkStore::uncategorized()}, std::nullopt};
+}
+
 } // namespace
 
 bool LinkStore::restoreBackup(const QString &location)
@@ -118,38 +139,95 @@ bool LinkStore::restoreBackup(const QString &location)
         return false;
     };
 
-    backup::StagingFolder staging;
-    if (auto error = staging.create(m_paths.temporaryFolder(), u"FivaImport-"))
-        return fail(failureTitle(), *error);
-    try {
-        zip::unzipItem(backup::toFsPath(location), backup::toFsPath(staging.path()), false, false);
-    } catch (const std::exception &error) {
-        return fail(failureTitle(), backup::describe(error));
-    }
-    const Result<QStringList> listing = backup::listTree(staging.path());
-    if (!listing)
-        return fail(failureTitle(), listing.error());
-    // The listing goes shallowest first, so the document at the archive's top wins over an
-    // attachment that happens to be called FivaData.json.
-    const std::vector<QString> found =
-        firstNamed(listing.value(), {QStringLiteral("FivaData.json"), QStringLiteral("attachments")});
-    const QString &dataPath = found[0];
-    const QString &archivedAttachments = found[1];
-    if (dataPath.isEmpty())
-        return fail(QStringLiteral("Erreur restauration"), QStringLiteral("FivaData.json introuvable."));
-
-    const Result<QByteArray> bytes = fileio::readWholeFile(dataPath);
-    if (!bytes)
-        return fail(failureTitle(), bytes.error());
     SavedData restored;
-    if (Result<SavedData> decoded = json::decodeSavedData(bytes.value(), m_clock.now())) {
+    backup::StagingFolder staging;
+    QString archivedAttachments;
+    QString dataPath;
+    if (backup::startsLikeJson(location)) {
+        // An automatic backup is the data file's JSON under the archive's extension: its records
+        // and categories come back, and there are no attachment copies to bring.
+        const Result<QByteArray> bytes = fileio::readWholeFile(location);
+        if (!bytes)
+            return fail(failureTitle(), unreadable(location, bytes.error()));
+        Result<SavedData> decoded = decodeDocument(bytes.value(), m_clock.now());
+        if (!decoded) {
+            return fail(failureTitle(),
+                        QStringLiteral("Ce fichier n'est pas une archive ZIP, ni une sauvegarde automatique "
+                                       "lisible : ") +
+                            backup::quoted(location) + QStringLiteral(" (") + decoded.error() + u')');
+        }
         restored = std::move(decoded).value();
     } else {
-        Result<QList<LinkItem>> legacy = json::decodeLinkItems(bytes.value(), m_clock.now());
-        if (!legacy)
-            return fail(failureTitle(), legacy.error());
-        restored = SavedData{std::move(legacy).value(), {uncategorized()}, std::nullopt};
+        // Unpacking stops quietly at the first record it cannot read, which would restore part of
+        // the archive without a word: the directory must account for every entry first. Every
+        // entry's CRC is then checked while unpacking, before anything of the store changes.
+        const Result<backup::ArchiveDirectory> directory = backup::readArchiveDirectory(location);
+        if (!directory)
+            return fail(failureTitle(), directory.error());
+        if (auto error = backup::checkAllEntriesReadable(location, directory.value()))
+            return fail(failureTitle(), *error);
+        if (auto error = staging.create(m_paths.temporaryFolder(), u"FivaImport-"))
+            return fail(failureTitle(), *error);
+        try {
+            zip::unzipItem(backup::toFsPath(location), backup::toFsPath(staging.path()), false, false);
+        } catch (const std::exception &error) {
+            return fail(failureTitle(), backup::describe(error, location));
+        }
+        const Result<QStringList> listing = backup::listTree(staging.path());
+        if (!listing)
+            return fail(failureTitle(), listing.error());
+        // The listing goes shallowest first, so the document at the archive's top wins over an
+        // attachment that happens to be called FivaData.json.
+        const std::vector<QString> found =
+            firstNamed(listing.value(), {QStringLiteral("FivaData.json"), QStringLiteral("attachments")});
+        dataPath = found[0];
+        archivedAttachments = found[1];
+        if (dataPath.isEmpty())
+            return fail(QStringLiteral("Erreur restauration"), QStringLiteral("FivaData.json introuvable."));
+
+        const Result<QByteArray> bytes = fileio::readWholeFile(dataPath);
+        if (!bytes)
+            return fail(failureTitle(), unreadable(dataPath, bytes.error()));
+        Result<SavedData> decoded = decodeDocument(bytes.value(), m_clock.now());
+        if (!decoded) {
+            return fail(failureTitle(), QStringLiteral("Le fichier FivaData.json de l'archive ") +
+                                            backup::quoted(location) + QStringLiteral(" est illisible (") +
+                                            decoded.error() + u')');
+        }
+        restored = std::move(decoded).value();
     }
+
+    // From the snapshot to the last write, no other process may change the data: its change would
+    // be neither in the snapshot nor in the restored data.
+    const LockScope lock(*this);
+    if (!lock.error().isEmpty())
+        return fail(failureTitle(), lock.error());
+
+    // The data as it is now is kept before anything changes, so that the restore can be undone
+    // byte for byte. Without a data file yet, what the store holds is what there is to go back to.
+    const QString dataFile = dataFileURL();
+    std::optional<QByteArray> previousFile;
+    QByteArray previousBytes;
+    if (backup::isOccupied(dataFile)) {
+        Result<QByteArray> previous = fileio::readWholeFile(dataFile);
+        if (!previous)
+            return fail(failureTitle(), unreadable(dataFile, previous.error()));
+        previousFile = previous.value();
+        previousBytes = std::move(previous).value();
+    } else {
+        Result<QByteArray> encoded = json::encode(SavedData{m_items, m_categories, m_lastBackupDate});
+        if (!encoded)
+            return fail(failureTitle(), encoded.error());
+        previousBytes = std::move(encoded).value();
+    }
+    const Result<QString> snapshot = snapshots::keep(programFolder(), previousBytes, m_clock.now());
+    if (!snapshot) {
+        return fail(failureTitle(),
+                    QStringLiteral("Les données actuelles n'ont pas pu être mises de côté avant "
+                                   "la restauration, qui n'a donc pas eu lieu. ") +
+                        snapshot.error());
+    }
+    const auto dropSnapshot = [&snapshot] { QFile::remove(snapshot.value()); };
 
     // Copies made by this run. When a copy fails, the ones before it stay where they are: they
     // are extra files that nothing refers to, and never replace a file that was there. Only a
@@ -183,8 +261,10 @@ bool LinkStore::restoreBackup(const QString &location)
                 QString target = folder.filePath(name);
                 for (int n = 1; backup::isOccupied(target); ++n)
                     target = folder.filePath(backup::restoreCandidate(name, n));
-                if (auto error = backup::copyFile(source, target))
+                if (auto error = backup::copyFile(source, target)) {
+                    dropSnapshot();
                     return fail(failureTitle(), *error);
+                }
                 copied.append(target);
                 list[a].filePath = target;
                 list[a].fileName = backup::lastComponent(target);
@@ -194,16 +274,6 @@ bool LinkStore::restoreBackup(const QString &location)
 
     // From here the store changes. If the data file cannot take the new data, the old state
     // comes back in memory and on disk, byte for byte, as if the restore had never started.
-    const QString dataFile = dataFileURL();
-    std::optional<QByteArray> previousFile;
-    if (backup::isOccupied(dataFile)) {
-        Result<QByteArray> previous = fileio::readWholeFile(dataFile);
-        if (!previous) {
-            undoCopies();
-            return fail(failureTitle(), previous.error());
-        }
-        previousFile = std::move(previous).value();
-    }
     QList<LinkItem> previousItems = m_items;
     QStringList previousCategories = m_categories;
     const std::optional<Timestamp> previousDate = m_lastBackupDate;
@@ -218,8 +288,10 @@ bool LinkStore::restoreBackup(const QString &location)
         Q_EMIT categoriesChanged();
         saved = save();
     }
-    if (saved)
+    if (saved) {
+        Q_EMIT restoreCompleted(location);
         return true;
+    }
 
     setItems(std::move(previousItems));
     setCategories(std::move(previousCategories));
@@ -230,7 +302,86 @@ bool LinkStore::restoreBackup(const QString &location)
     else
         QFile::remove(dataFile);
     undoCopies();
-    return fail(failureTitle(), dataFile + QStringLiteral(": the restored data could not be saved"));
+    dropSnapshot();
+    return fail(failureTitle(),
+                QStringLiteral("Les données restaurées n'ont pas pu être enregistrées dans ") +
+                    backup::quoted(dataFile) +
+                    QStringLiteral(" : rien n'a changé. Vérifiez la place libre sur le disque et "
+                                   "les droits du dossier de Fiva."));
+}
+
+QString LinkStore::restoreConfirmationText(const QString &location)
+{
+    QString text = QStringLiteral("Cette opération écrasera toutes les données actuelles.");
+    if (backup::startsLikeJson(location)) {
+        text += QStringLiteral(" Ce fichier est une sauvegarde automatique : il ramène les fiches et les "
+                               "catégories, mais aucune copie de pièce jointe.");
+    }
+    return text;
+}
+
+bool LinkStore::canUndoRestore() const
+{
+    const QString folder = programFolder();
+    return !folder.isEmpty() && !snapshots::list(folder).isEmpty();
+}
+
+bool LinkStore::undoRestore()
+{
+    const auto fail = [this](const QString &message) {
+        const QString title = QStringLiteral("Annulation impossible");
+        if (m_dialogs)
+            m_dialogs->showAlert(title, message);
+        else
+            console::print(title, message);
+        return false;
+    };
+    const LockScope lock(*this);
+    if (!lock.error().isEmpty())
+        return fail(lock.error());
+    const QString folder = programFolder();
+    const QStringList kept = folder.isEmpty() ? QStringList() : snapshots::list(folder);
+    if (kept.isEmpty()) {
+        return fail(QStringLiteral("Aucune restauration à annuler : le dossier ") + backup::quoted(folder) +
+                    QStringLiteral(" ne contient aucune copie des données d'avant une restauration."));
+    }
+    const QString &snapshot = kept.first();
+    const Result<QByteArray> bytes = fileio::readWholeFile(snapshot);
+    if (!bytes)
+        return fail(unreadable(snapshot, bytes.error()));
+    Result<SavedData> decoded = json::decodeSavedData(bytes.value(), m_clock.now());
+    if (!decoded) {
+        return fail(QStringLiteral("La copie des données d'avant la restauration ") +
+                    backup::quoted(snapshot) + QStringLiteral(" est illisible (") + decoded.error() +
+                    QStringLiteral(") : rien n'a changé."));
+    }
+    // The snapshot's bytes, not a new encoding of them: the data file comes back exactly as it was.
+    const QString dataFile = dataFileURL();
+    // An unreadable data file that could not be set aside is the user's only copy of it.
+    if (!m_saveRefusal.isEmpty()) {
+        return fail(QStringLiteral("Le fichier de données ") + backup::quoted(dataFile) +
+                    QStringLiteral(" est illisible et n'a pas pu être mis de côté : Fiva ne le remplace pas. "
+                                   "Déplacez-le, puis relancez Fiva."));
+    }
+    if (auto error = fileio::writeWholeFile(dataFile, bytes.value())) {
+        return fail(QStringLiteral("Les données d'avant la restauration n'ont pas pu être remises dans ") +
+                    backup::quoted(dataFile) + QStringLiteral(" (") + *error +
+                    QStringLiteral(") : rien n'a changé."));
+    }
+    m_dataStamp = fileio::stampOf(dataFile);
+    // The snapshot is now the data file itself. Kept, it would make a second undo bring back the
+    // same data instead of going one restore further back.
+    QFile::remove(snapshot);
+
+    SavedData previous = std::move(decoded).value();
+    setItems(std::move(previous.items));
+    setCategories(std::move(previous.categories));
+    // In the order a fresh start from this file would show them; the file itself stays as it was.
+    sortCategories();
+    m_lastBackupDate = previous.lastBackupDate;
+    Q_EMIT lastBackupDateChanged();
+    Q_EMIT restoreUndone();
+    return true;
 }
 
 } // namespace fiva

@@ -1,5 +1,7 @@
 #include "store/Console.h"
 
+#include "store/BackupFiles.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -20,7 +22,9 @@ void writeLine(const QString &line)
 
 void print(QStringView message, QStringView description)
 {
-    writeLine(message.toString() + u' ' + description.toString() + u'\n');
+    // What a person reads is French: a file's failure given in the system's words is said again.
+    const QString text = description.toString();
+    writeLine(message.toString() + u' ' + backup::frenchReason(text).value_or(text) + u'\n');
 }
 
 void print(QStringView message)

@@ -7,6 +7,7 @@
 #include "platform/Paths.h"
 #include "store/Console.h"
 #include "store/DataLock.h"
+#include "store/Failures.h"
 #include "store/FileIO.h"
 #include "store/Trash.h"
 #include "store/Trimming.h"
@@ -201,6 +202,7 @@ bool LinkStore::writeDataFile()
     const auto fail = [this](const QString &description) {
         console::print(u"❌ Erreur save:", description);
         Q_EMIT saveFailed();
+        Q_EMIT failureReported(failureSentence(FailureKind::save, description));
         return false;
     };
     if (!m_saveRefusal.isEmpty())
@@ -400,11 +402,13 @@ void LinkStore::setAsideUnreadableDataFile(const QString &path)
     if (QFile::rename(path, target)) {
         m_setAsideDataFile = target;
         console::print(u"⚠️ Fichier de données illisible mis de côté :", target);
+        m_startupFailure = failureSentence(FailureKind::dataFileSetAside, target);
         return;
     }
     m_saveRefusal = path + QStringLiteral(": unreadable and could not be moved aside, not overwriting it");
     console::print(
         u"⚠️ Fichier de données illisible non déplacé, aucune sauvegarde ne le remplacera :", path);
+    m_startupFailure = failureSentence(FailureKind::dataFileKept, path);
 }
 
 void LinkStore::sortCategories()

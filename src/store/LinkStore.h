@@ -181,6 +181,18 @@ public:
     // Replaces items, categories and lastBackupDate by the archive's. A failure is shown in an
     // alert and changes none of them. True when the archive's data is now the store's.
     bool restoreBackup(const QString &location);
+    // The confirmation's informative text for restoring `location`: an automatic backup says that
+    // it brings back records and categories but no attachment copies.
+    static QString restoreConfirmationText(const QString &location);
+    // Brings back the data file as it was before the latest restore, byte for byte, and the
+    // records, categories and backup date it holds. Attachment copies the restore added stay.
+    // A failure is shown in an alert and changes nothing. True when the earlier data is back.
+    bool undoRestore();
+    // Whether a copy of the data from before a restore is there to go back to.
+    bool canUndoRestore() const;
+    // Set at start when the data file had to be set aside, or could not be: what the user must
+    // know, as a sentence; empty otherwise.
+    const QString &startupFailure() const { return m_startupFailure; }
 
 Q_SIGNALS:
     void autoBackupEnabledChanged();
@@ -193,6 +205,12 @@ Q_SIGNALS:
     void saveFailed();
     // Another process changed the data or history file and the store now holds its content.
     void reloadedFromDisk();
+    // A failure the user should see although no alert reports it (a save, an automatic backup,
+    // an export): what failed and what to do next, in French.
+    void failureReported(const QString &sentence);
+    // A restore replaced the data; undoRestore() can bring the earlier data back.
+    void restoreCompleted(const QString &location);
+    void restoreUndone();
 
 private:
     // Holds the data folder's lock for its lifetime; nested scopes share the one lock. Other
@@ -253,6 +271,7 @@ private:
     QFileSystemWatcher *m_watcher = nullptr;
     QTimer *m_reloadTimer = nullptr;
     QString m_setAsideDataFile;
+    QString m_startupFailure;
 };
 
 } // namespace fiva

@@ -46,7 +46,8 @@ TEST_F(StoreCli, RecordsCanBeAddedListedFlaggedAndDeleted)
     const CliRun first = run({u"add"_s, u"--title"_s, u"  Été\tà Paris "_s, u"--path"_s,
                               u"https://example.org/a"_s, u"--notes"_s, u"ligne 1\nligne 2"_s});
     ASSERT_EQ(first.exitCode, 0) << first.err.toStdString();
-    EXPECT_TRUE(first.out.startsWith(u"⚠️ Données absentes : "_s + dataFile()));
+    EXPECT_TRUE(first.out.startsWith(u"⚠️ Données absentes : Le fichier « "_s + dataFile() +
+                                     u" » n'existe pas."_s));
     const QString id = payload(first).value(0);
     ASSERT_EQ(id.size(), 36);
     const CliRun second =
@@ -84,7 +85,8 @@ TEST_F(StoreCli, BackupNowWritesABackupAndRecordsItInTheHistoryOrFailsWithOne)
     write(folder, {});
     const CliRun blocked = run("backup-now");
     EXPECT_EQ(blocked.exitCode, 1);
-    EXPECT_TRUE(blocked.out.contains(u"❌ Auto-backup error: "_s + folder)) << blocked.out.toStdString();
+    EXPECT_TRUE(blocked.out.contains(u"❌ Auto-backup error: Un élément du chemin « "_s + folder + u" »"_s))
+        << blocked.out.toStdString();
     EXPECT_TRUE(payload(run("history")).isEmpty());
 
     QFile::remove(folder);

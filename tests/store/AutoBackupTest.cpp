@@ -183,8 +183,9 @@ TEST_F(StoreTest, FailedAutomaticBackupChangesNothing)
         StdoutCapture capture;
         store->performAutoBackup();
         const QString out = capture.finish();
-        EXPECT_TRUE(
-            out.startsWith(folderBlocked ? autoBackupError + autoBackups() + u": "_s : autoBackupError))
+        EXPECT_TRUE(out.startsWith(folderBlocked ? autoBackupError + u"Un élément du chemin « "_s +
+                                                       autoBackups() + u" »"_s
+                                                 : autoBackupError))
             << out.toStdString();
         EXPECT_EQ(out.count(u'\n'), 1);
         EXPECT_FALSE(store->lastBackupDate().has_value());
@@ -217,7 +218,8 @@ TEST_F(StoreTest, HistoryEntriesGoInFrontAndAreWrittenEvenWhenTheFileCannotBe)
     StdoutCapture capture;
     store->addBackupLog(as(u"manual.fivabackup"_s));
     const QString out = capture.finish();
-    EXPECT_TRUE(out.startsWith(u"⚠️ Erreur historique : "_s + historyFile())) << out.toStdString();
+    EXPECT_TRUE(out.startsWith(u"⚠️ Erreur historique : « "_s + historyFile() + u" » est un dossier"_s))
+        << out.toStdString();
     ASSERT_EQ(store->backupHistory().size(), 3);
     EXPECT_EQ(store->backupHistory().first().fileSize, 5);
 }
@@ -252,7 +254,8 @@ TEST_F(StoreTest, OpeningTheBackupsFolderCreatesAndRevealsIt)
     StdoutCapture again;
     store->openAutoBackupsFolder();
     const QString out = again.finish();
-    EXPECT_TRUE(out.startsWith(u"❌ Impossible de créer le dossier AutoBackups : "_s + autoBackups()))
+    EXPECT_TRUE(out.startsWith(u"❌ Impossible de créer le dossier AutoBackups : Un élément du chemin « "_s +
+                               autoBackups() + u" »"_s))
         << out.toStdString();
     EXPECT_EQ(m_workspace.calls.size(), 2u);
 }

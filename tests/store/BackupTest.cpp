@@ -1,4 +1,5 @@
 #include "store/BackupFiles.h"
+#include "store/Trash.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -6,6 +7,7 @@
 #include <QRegularExpression>
 #include <QSet>
 #include <QSignalSpy>
+#include <QTimeZone>
 
 #include <cstring>
 #include <functional>
@@ -76,6 +78,24 @@ TEST(BackupNames, IndexRejectsNamesThatLeaveTheFolder)
         EXPECT_FALSE(backup::decodeAttachmentIndex(bad).has_value()) << bad;
 }
 
+// Spoils the signature of the central-directory record after the first `readable` ones, as a
+// damaged disk would: a reader that walks the directory stops there without an error of its own.
+QString breakCentralRecord(const QString &archive, int readable)
+{
+    const ToolRun run =
+        runTool(u"python3"_s,
+                {u"-c"_s,
+                 QStringLiteral("import sys\n"
+                                "b = bytearray(open(sys.argv[1], 'rb').read())\n"
+                                "i = -1\n"
+                                "for _ in range(int(sys.argv[2]) + 1): i = b.find(b'PK\\x01\\x02', i + 1)\n"
+                                "b[i + 3] = 0\n"
+                                "open(sys.argv[1], 'wb').write(b)"),
+                 archive, QString::number(readable)});
+    EXPECT_EQ(run.exitCode, 0) << run.output.toStdString();
+    return archive;
+}
+
 // The entries of an archive as Python's zipfile reads them, named from inside the top folder and
 // sorted. That folder is FivaExport-<UUID>/, listed last as our writer puts it, and holds every
 // entry, all stored without compression.
@@ -143,11 +163,15 @@ TEST_F(StoreTest, ExportWaitsForThePanelAndCallsTheCompletionAfterSuccessAndFail
     const auto date = store->lastBackupDate();
     m_clock.advance(60);
     store->exportBackup([&] { ++completions; });
+    QSignalSpy reported(store.get(), &LinkStore::failureReported);
     StdoutCapture failing;
     m_dialogs.finishSavePanel(path(u"missing/ko.fivabackup"_s));
     const QString printed = failing.finish();
-    EXPECT_TRUE(printed.startsWith(u"❌ Erreur export : FileSystemError."_s) && printed.endsWith(u'\n'))
+    const QString sentence = u"Le dossier « "_s + path(u"missing"_s) + u" » n'existe pas. ("_s;
+    EXPECT_TRUE(printed.startsWith(u"❌ Erreur export : "_s + sentence) && printed.endsWith(u'\n'))
         << printed.toStdString();
+    ASSERT_EQ(reported.count(), 1);
+    EXPECT_TRUE(reported[0][0].toString().startsWith(u"L'export de la sauvegarde a échoué. "_s + sentence));
     EXPECT_EQ(completions, 2);
     EXPECT_EQ(store->lastBackupDate(), date);
     EXPECT_EQ(store->backupHistory().size(), 1);
@@ -295,6 +319,13 @@ TEST_F(StoreTest, FailedRestoreLeavesTheStoreAndItsFilesExactlyAsTheyWereAndNoSt
     };
     const QString crafted = goodArchive(u"crafted.fivabackup"_s, {});
     const QString failed = u"Erreur restauration :\n"_s;
+    const QString text = userFile(u"text.fivabackup"_s, "pas une archive");
+    const QString json = userFile(u"auto.fivabackup"_s, undecodable);
+    const QString missing = path(u"nowhere.fivabackup"_s);
+    const QString crc = zipAt(u"crc.zip"_s, {{u"FivaData.json"_s, emptyDocument}}, u"FivaData.json"_s);
+    const QString link =
+        zipAt(u"link.zip"_s, {{u"attachments"_s, "/", true}, {u"FivaData.json"_s, emptyDocument}});
+    const QString undecodableArchive = goodArchive(u"undecodable.fivabackup"_s, undecodable);
     struct Case
     {
         const char *name;
@@ -303,38 +334,67 @@ TEST_F(StoreTest, FailedRestoreLeavesTheStoreAndItsFilesExactlyAsTheyWereAndNoSt
         std::function<void()> damage = {}; // done to the store's folder before the restore
     };
     const std::vector<Case> cases = {
-        {"not a zip", failed + u"ArchiveError.missingEndOfCentralDirectoryRecord"_s,
-         userFile(u"text.fivabackup"_s, R"({"items":[]})")},
-        {"missing archive", failed + u"FileSystemError.fileReadNoSuchFile"_s, path(u"nowhere.fivabackup"_s)},
+        {"not a zip",
+         failed + u"Ce fichier n'est pas une archive ZIP : « "_s + text +
+             u" ». (ArchiveError.missingEndOfCentralDirectoryRecord)"_s,
+         text},
+        {"JSON that is no data document",
+         failed + u"Ce fichier n'est pas une archive ZIP, ni une sauvegarde automatique lisible : « "_s +
+             json + u" » ("_s + json::decodeLinkItems(undecodable).error() + u')',
+         json},
+        {"missing archive",
+         failed + u"Le fichier « "_s + missing +
+             u" » n'existe pas. (FileSystemError.fileReadNoSuchFile, ENOENT)"_s,
+         missing},
         {"no data document", u"Erreur restauration\nFivaData.json introuvable."_s,
          zipAt(u"z.zip"_s, {{u"a/Autre.json"_s, "{}"}})},
-        {"undecodable in both forms", failed + json::decodeLinkItems(undecodable).error(),
-         goodArchive(u"undecodable.fivabackup"_s, undecodable)},
-        {"CRC mismatch", failed + u"ArchiveError.invalidCRC32"_s,
-         zipAt(u"crc.zip"_s, {{u"FivaData.json"_s, emptyDocument}}, u"FivaData.json"_s)},
-        {"entry escapes the staging folder", failed + u"FileSystemError.fileReadInvalidFileName"_s,
+        {"undecodable in both forms",
+         failed + u"Le fichier FivaData.json de l'archive « "_s + undecodableArchive +
+             u" » est illisible ("_s + json::decodeLinkItems(undecodable).error() + u')',
+         undecodableArchive},
+        {"CRC mismatch",
+         failed + u"L'archive « "_s + crc +
+             u" » est endommagée : le contenu d'un élément ne correspond pas à sa somme de contrôle. "
+             u"(ArchiveError.invalidCRC32)"_s,
+         crc},
+        {"central directory broken after two entries",
+         failed + u"L'archive « "_s + path(u"short.fivabackup"_s) +
+             u" » est endommagée : 2 éléments sur 4 sont lisibles."_s,
+         breakCentralRecord(goodArchive(u"short.fivabackup"_s, {}), 2)},
+        {"entry escapes the staging folder",
+         failed + u"L'archive contient un élément dont le chemin sort du dossier où elle est dépliée : « "_s,
          zipAt(u"evil.zip"_s,
                {{u"FivaData.json"_s, emptyDocument}, {u"../../as/Fiva/FivaData.json"_s, "[]"}})},
-        {"link escapes the staging folder", failed + u"ArchiveError.uncontainedSymlink"_s,
-         zipAt(u"link.zip"_s, {{u"attachments"_s, "/", true}, {u"FivaData.json"_s, emptyDocument}})},
-        {"attachments folder read-only", failed, crafted, [&] { lockAgainstWrites(attachmentsFolder()); }},
-        {"attachments folder is a file", failed, crafted,
+        {"link escapes the staging folder",
+         failed + u"L'archive « "_s + link +
+             u" » contient un lien qui mène hors de son dossier : elle est refusée. (ArchiveError.uncontainedSymlink)"_s,
+         link},
+        {"attachments folder read-only",
+         failed + u"Fiva n'a pas le droit d'accéder à « "_s + attachmentsFolder() + u"/doc.pdf »."_s, crafted,
+         [&] { lockAgainstWrites(attachmentsFolder()); }},
+        {"attachments folder is a file",
+         failed + u"Un élément du chemin « "_s + attachmentsFolder() + u"/doc.pdf » n'est pas un dossier."_s,
+         crafted,
          [&] {
              QDir(attachmentsFolder()).removeRecursively();
              writeBytes(attachmentsFolder(), "not a folder");
          }},
-        {"data file cannot be written", failed, crafted, [&] { lockAgainstWrites(dataFile()); }},
+        {"data file cannot be written",
+         failed + u"Les données restaurées n'ont pas pu être enregistrées dans « "_s + dataFile() +
+             u" » : rien n'a changé."_s,
+         crafted, [&] { lockAgainstWrites(dataFile()); }},
     };
     // What a failed restore must leave exactly as it was.
-    using Snapshot =
-        std::tuple<QList<LinkItem>, QStringList, std::optional<Timestamp>, QByteArray, bool, QStringList>;
+    using Snapshot = std::tuple<QList<LinkItem>, QStringList, std::optional<Timestamp>, QByteArray, bool,
+                                QStringList, QStringList>;
     const auto snapshot = [&](const LinkStore &s) {
         return Snapshot{s.items(),
                         s.categories(),
                         s.lastBackupDate(),
                         readBytes(dataFile()),
                         QFileInfo::exists(dataFile()),
-                        QDir(attachmentsFolder()).entryList(QDir::Files)};
+                        QDir(attachmentsFolder()).entryList(QDir::Files),
+                        QDir(as(u"Fiva"_s)).entryList(QDir::Files | QDir::Hidden)};
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
@@ -353,6 +413,7 @@ TEST_F(StoreTest, FailedRestoreLeavesTheStoreAndItsFilesExactlyAsTheyWereAndNoSt
         EXPECT_FALSE(store->restoreBackup(c.archive));
         capture.finish();
         EXPECT_TRUE(snapshot(*store) == before);
+        EXPECT_FALSE(store->canUndoRestore());
         EXPECT_TRUE(leftovers().isEmpty()) << leftovers().join(u' ').toStdString();
         ASSERT_EQ(m_dialogs.alerts.size(), 1u);
         const AlertRequest &alert = m_dialogs.alerts[0];
@@ -451,6 +512,277 @@ TEST_F(StoreTest, TwoThousandRecordsAndFiveHundredAttachmentsComeBackByteForByte
         EXPECT_EQ(got, expected);
     }
     EXPECT_EQ(targets.size(), 500) << "every attachment has a file of its own";
+}
+
+// What the export reads back before it renames its archive into place, and the restore before it
+// unpacks: the end of the file and the entries the walk reaches, against what the end record says.
+TEST_F(StoreTest, ArchiveDirectoryShowsTruncatedWalksAndTrailingBytes)
+{
+    auto store =
+        startWith({makeItem(u"a"_s, u"T"_s, {attachment(userFile(u"a/doc.pdf"_s, "pdf"))})}, {u"T"_s});
+    const QString good = exportArchive(*store, u"good.fivabackup"_s);
+    const qint64 size = QFileInfo(good).size();
+    QFile::copy(good, path(u"tail.fivabackup"_s));
+    QFile::copy(good, path(u"broken.fivabackup"_s));
+    QFile tail(path(u"tail.fivabackup"_s));
+    ASSERT_TRUE(tail.open(QIODevice::Append) && tail.write("0123456789") == 10);
+    tail.close();
+    breakCentralRecord(path(u"broken.fivabackup"_s), 3);
+    struct Case
+    {
+        const char *name;
+        quint64 walked, declared, endOfData;
+    };
+    const Case cases[] = {
+        {"good", 5, 5, quint64(size)}, {"tail", 5, 5, quint64(size)}, {"broken", 3, 5, quint64(size)}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString archive = path(QString::fromLatin1(c.name) + u".fivabackup"_s);
+        const auto directory = backup::readArchiveDirectory(archive);
+        ASSERT_TRUE(directory.ok()) << directory.error().toStdString();
+        EXPECT_EQ(directory.value().walked, c.walked);
+        EXPECT_EQ(directory.value().declared, c.declared);
+        EXPECT_EQ(directory.value().endOfData, c.endOfData);
+        EXPECT_EQ(backup::checkAllEntriesReadable(archive, directory.value()).has_value(),
+                  c.walked != c.declared);
+    }
+}
+
+// A restore keeps the data file as it was; undoing brings it back byte for byte, whether the
+// restore came from an archive or from an automatic backup, and leaves the copies it added.
+TEST_F(StoreTest, RestoreThenUndoGivesBackTheDataFileByteForByte)
+{
+    struct Case
+    {
+        const char *name;
+        bool automatic;
+        int copies; // attachment copies the restore adds
+    };
+    const Case cases[] = {{"archive", false, 1}, {"automatic backup", true, 0}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        QDir(as()).removeRecursively();
+        auto source =
+            startWith({makeItem(u"Restaurée"_s, u"Neuve"_s, {attachment(userFile(u"s/doc.pdf"_s, "d"))})},
+                      {u"Neuve"_s}, Timestamp{555.5});
+        QString file;
+        if (c.automatic) {
+            StdoutCapture quiet;
+            source->performAutoBackup();
+            file = QDir(autoBackups()).filePath(QDir(autoBackups()).entryList(QDir::Files).value(0));
+        } else {
+            file = exportArchive(*source);
+        }
+        const QString kept = path(u"sources/"_s + QFileInfo(file).fileName());
+        QDir().mkpath(path(u"sources"_s));
+        QFile::remove(kept);
+        ASSERT_TRUE(QFile::rename(file, kept));
+        source.reset();
+        QDir(as()).removeRecursively();
+
+        EXPECT_EQ(LinkStore::restoreConfirmationText(kept).contains(u"aucune copie de pièce jointe"_s),
+                  c.automatic);
+        auto store =
+            startWith({makeItem(u"Ancienne"_s, u"Vieux"_s)}, {u"Vieux"_s, u"Autre"_s}, Timestamp{123.456});
+        const QByteArray before = readBytes(dataFile());
+        const auto items = store->items();
+        const auto categories = store->categories();
+        {
+            StdoutCapture quiet;
+            ASSERT_TRUE(store->restoreBackup(kept))
+                << (m_dialogs.alerts.empty() ? "" : m_dialogs.alerts[0].informativeText.toStdString());
+        }
+        ASSERT_EQ(store->items().size(), 1);
+        EXPECT_EQ(store->items()[0].title, u"Restaurée"_s);
+        EXPECT_EQ(store->lastBackupDate(), m_clock.now()) << "the date the backup was made";
+        EXPECT_NE(readBytes(dataFile()), before);
+        EXPECT_EQ(readBytes(as(u"Fiva/FivaData-avant-restauration-2025-01-01T00-00-00Z.json"_s)), before);
+        const QStringList copies = QDir(attachmentsFolder()).entryList(QDir::Files);
+        EXPECT_EQ(copies.size(), c.copies);
+
+        ASSERT_TRUE(store->canUndoRestore());
+        ASSERT_TRUE(store->undoRestore());
+        EXPECT_EQ(readBytes(dataFile()), before);
+        EXPECT_EQ(store->items(), items);
+        EXPECT_EQ(store->categories(), categories);
+        EXPECT_EQ(store->lastBackupDate(), Timestamp{123.456});
+        EXPECT_EQ(QDir(attachmentsFolder()).entryList(QDir::Files), copies) << "nothing is deleted";
+        EXPECT_FALSE(store->canUndoRestore());
+    }
+}
+
+// Each restore keeps its own snapshot, also within one second; only the five newest stay, and each
+// undo goes one restore further back.
+TEST_F(StoreTest, FiveSnapshotsAreKeptAndEachUndoGoesOneRestoreBack)
+{
+    auto store = startWith({}, {u"c0"_s});
+    for (int i = 1; i <= 6; ++i) {
+        const QString backup = path(u"auto%1.fivabackup"_s.arg(i));
+        writeBytes(backup, json::encode(SavedData{{}, {u"c%1"_s.arg(i)}, Timestamp{double(i)}}).value());
+        if (i % 2 == 0)
+            m_clock.advance(1);
+        StdoutCapture quiet;
+        ASSERT_TRUE(store->restoreBackup(backup));
+        EXPECT_EQ(store->categories(), QStringList{u"c%1"_s.arg(i)});
+    }
+    EXPECT_EQ(QDir(as(u"Fiva"_s)).entryList({u"FivaData-avant-restauration-*"_s}).size(), 5);
+    for (int i = 5; i >= 1; --i) {
+        ASSERT_TRUE(store->undoRestore());
+        EXPECT_EQ(store->categories(), QStringList{u"c%1"_s.arg(i)});
+        EXPECT_EQ(json::decodeSavedData(readBytes(dataFile())).value().categories, store->categories());
+    }
+    EXPECT_FALSE(store->undoRestore()) << "the oldest snapshot went when the sixth was made";
+}
+
+// A private document stays private: its permission bits, and its date to the archive's two-second
+// precision, go into the staging copy, the archive's entry and the restored copy.
+TEST_F(StoreTest, PermissionBitsAndDatesSurviveExportAndRestore)
+{
+    const std::pair<const char *, mode_t> files[] = {
+        {"prive.pdf", 0600}, {"groupe.txt", 0640}, {"outil.sh", 0755}};
+    const QDateTime when(QDate(2024, 3, 1), QTime(10, 20, 30), Qt::UTC);
+    QList<Attachment> attachments;
+    for (const auto &[name, mode] : files) {
+        const QString file = userFile(u"p/"_s + QLatin1String(name), "x");
+        ASSERT_EQ(::chmod(QFile::encodeName(file).constData(), mode), 0);
+        QFile f(file);
+        ASSERT_TRUE(f.open(QIODevice::ReadWrite) && f.setFileTime(when, QFileDevice::FileModificationTime));
+        attachments.append(attachment(file));
+    }
+    auto store = startWith({makeItem(u"x"_s, u"T"_s, attachments)}, {u"T"_s});
+    const QString archive = exportArchive(*store);
+
+    const ToolRun listed = runTool(
+        u"python3"_s,
+        {u"-c"_s,
+         QStringLiteral("import sys, zipfile\n"
+                        "for i in zipfile.ZipFile(sys.argv[1]).infolist():\n"
+                        "    if '/attachments/' in i.filename and not i.is_dir():\n"
+                        "        print(i.filename.split('/')[-1], oct(i.external_attr >> 16 & 0o7777), "
+                        "'%04d-%02d-%02dT%02d:%02d:%02d' % i.date_time)"),
+         archive});
+    QStringList expected;
+    for (const auto &[name, mode] : files)
+        expected << u"%1 0o%2 2024-03-01T10:20:30"_s.arg(QLatin1String(name)).arg(mode, 0, 8);
+    QStringList got = listed.output.split(u'\n', Qt::SkipEmptyParts);
+    got.sort();
+    expected.sort();
+    EXPECT_EQ(got, expected);
+
+    ASSERT_TRUE(QDir(m_root.path()).rename(u"as"_s, u"as-before"_s));
+    auto restored = start();
+    {
+        StdoutCapture quiet;
+        ASSERT_TRUE(restored->restoreBackup(archive));
+    }
+    const QList<Attachment> &back = restored->items().at(0).attachments;
+    ASSERT_EQ(back.size(), 3);
+    for (qsizetype i = 0; i < back.size(); ++i) {
+        struct stat info
+        {
+        };
+        ASSERT_EQ(::stat(QFile::encodeName(back[i].filePath).constData(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, files[i].second) << files[i].first;
+        EXPECT_EQ(QFileInfo(back[i].filePath).lastModified().toUTC(), when) << files[i].first;
+    }
+}
+
+// The archive is written beside its place and renamed over it only once read back: a failure
+// keeps the archive that was there, leaves no temporary file, and records nothing.
+TEST_F(StoreTest, FailedExportKeepsTheArchiveThatWasThere)
+{
+    auto store = startWith({makeItem(u"a"_s, u"T"_s)}, {u"T"_s});
+    const QString previous = userFile(u"dest/backup.fivabackup"_s, "the archive of last week");
+    ASSERT_EQ(::chmod(QFile::encodeName(previous).constData(), 0640), 0);
+    lockAgainstWrites(path(u"files/dest"_s));
+    const auto error = store->writeBackupArchive(previous);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_TRUE(error->contains(u"« "_s + path(u"files/dest"_s)) || error->contains(previous))
+        << error->toStdString();
+    EXPECT_FALSE(error->contains(u".tmp-"_s)) << "the temporary name means nothing to the user";
+    EXPECT_EQ(readBytes(previous), "the archive of last week");
+    EXPECT_TRUE(store->backupHistory().isEmpty());
+    EXPECT_FALSE(store->lastBackupDate().has_value());
+    unlockAll();
+    EXPECT_EQ(QDir(path(u"files/dest"_s)).entryList(QDir::Files | QDir::Hidden),
+              QStringList{u"backup.fivabackup"_s});
+
+    // Replaced, the archive keeps the permission bits the user gave the old one.
+    exportArchive(*store, u"files/dest/backup.fivabackup"_s);
+    struct stat info
+    {
+    };
+    ASSERT_EQ(::stat(QFile::encodeName(previous).constData(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0640u);
+    EXPECT_EQ(entriesOf(previous).size(), 4);
+    EXPECT_EQ(QDir(path(u"files/dest"_s)).entryList(QDir::Files | QDir::Hidden),
+              QStringList{u"backup.fivabackup"_s});
+}
+
+// What the banner is told beyond a failed save or export (whose tests check it): a failed
+// automatic backup, and a data file set aside at start.
+TEST_F(StoreTest, AutomaticBackupFailureAndSetAsideDataFileAreReportedAsSentences)
+{
+    auto store = startWith({}, {u"T"_s});
+    QSignalSpy reported(store.get(), &LinkStore::failureReported);
+    writeBytes(autoBackups(), "a file where the folder goes");
+    printedBy([&] { store->performAutoBackup(); });
+    ASSERT_EQ(reported.count(), 1);
+    EXPECT_EQ(reported[0][0].toString(),
+              u"La sauvegarde automatique a échoué. Un élément du chemin « "_s + autoBackups() +
+                  u" » n'est pas un dossier. (Not a directory, ENOTDIR) Fiva réessaiera "
+                  u"à la prochaine échéance ; en attendant, exportez une sauvegarde."_s);
+
+    writeBytes(dataFile(), "{ not json");
+    EXPECT_EQ(
+        start()->startupFailure(),
+        u"Le fichier de données était illisible : il a été mis de côté sous « "_s + dataFile() +
+            u".unreadable-20250101T000000Z » et Fiva a démarré sans fiches. Restaurez une sauvegarde pour "
+            u"les retrouver."_s);
+}
+
+// Deleted files go to the trash of the user's data folder, from where they can be brought back.
+// The test has a home and a data folder of its own: the real trash is never touched.
+TEST_F(StoreTest, DiscardedFilesGoToTheTrash)
+{
+    const QByteArray home = qgetenv("HOME"), data = qgetenv("XDG_DATA_HOME");
+    qputenv("HOME", QFile::encodeName(path(u"home"_s)));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(path(u"home/data"_s)));
+    QDir().mkpath(path(u"home/data"_s));
+    const QString trash = path(u"home/data/Trash"_s);
+    struct Case
+    {
+        const char *name;
+        QString path;
+        bool gone;
+        const char *trashed; // name in the trash, or nothing
+    };
+    const QString folder = path(u"files/dossier"_s);
+    QDir().mkpath(folder);
+    const Case cases[] = {
+        {"attachment", userFile(u"a/rapport.pdf"_s, "1"), true, "rapport.pdf"},
+        {"another of the same name", userFile(u"b/rapport.pdf"_s, "2"), true, "rapport.pdf-0001"},
+        {"a folder is never discarded", folder, false, nullptr},
+        {"already gone", path(u"files/absent.pdf"_s), true, nullptr},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(discardFile(c.path), c.gone);
+        EXPECT_EQ(QFileInfo::exists(c.path), !c.gone) << "gone from where it was";
+        if (c.trashed) {
+            const QString name = QString::fromUtf8(c.trashed);
+            EXPECT_TRUE(QFileInfo::exists(trash + u"/files/"_s + name))
+                << QDir(trash + u"/files"_s).entryList().join(u' ').toStdString();
+            EXPECT_TRUE(
+                readBytes(trash + u"/info/"_s + name + u".trashinfo"_s).contains(QFile::encodeName(c.path)));
+        }
+    }
+    EXPECT_TRUE(QFileInfo(folder).isDir());
+    qputenv("HOME", home);
+    if (data.isNull())
+        qunsetenv("XDG_DATA_HOME");
+    else
+        qputenv("XDG_DATA_HOME", data);
 }
 
 } // namespace

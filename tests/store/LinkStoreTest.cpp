@@ -23,7 +23,8 @@ const QString absent = u"⚠️ Données absentes : "_s;
 TEST_F(StoreTest, FirstStartWithoutDataFileKeepsInitialValuesAndWritesNothing)
 {
     auto store = start();
-    EXPECT_EQ(m_startOutput, absent + dataFile() + u": No such file or directory\n"_s);
+    EXPECT_EQ(m_startOutput,
+              absent + u"Le fichier « "_s + dataFile() + u" » n'existe pas. (No such file or directory, ENOENT)\n"_s);
     EXPECT_TRUE(store->autoBackupEnabled());
     EXPECT_EQ(store->autoBackupIntervalOption(), AutoBackupInterval::fifteenMinutes);
     EXPECT_TRUE(store->items().isEmpty());
@@ -144,7 +145,8 @@ TEST_F(StoreTest, FailedSaveIsPrintedAndKeepsMemoryForTheNextTry)
     StdoutCapture capture;
     store->toggleFavorite(store->items().first().id);
     const QString out = capture.finish();
-    EXPECT_TRUE(out.startsWith(u"❌ Erreur save: "_s + dataFile() + u": "_s)) << out.toStdString();
+    EXPECT_TRUE(out.startsWith(u"❌ Erreur save: « "_s + dataFile() + u" » est un dossier, pas un fichier."_s))
+        << out.toStdString();
     EXPECT_TRUE(out.endsWith(u'\n') && out.count(u'\n') == 1) << out.toStdString();
     EXPECT_EQ(failed.count(), 1);
     EXPECT_TRUE(store->items().first().isFavorite);

@@ -2,12 +2,15 @@
 
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/DetailView.h"
+#include "ui/main/FailureBanner.h"
 #include "ui/main/LinkListModel.h"
 
 #include <QAbstractItemModelTester>
 #include <QDateEdit>
 #include <QDateTime>
 #include <QDialog>
+#include <QDir>
+#include <QPushButton>
 #include <QToolBar>
 #include <QToolButton>
 
@@ -267,6 +270,50 @@ TEST_F(ContentViewTest, ExportSaysSauvegardeTermineeAndOnlyRestaurerRestores)
     EXPECT_EQ(m_dialogs.alerts.size(), 1u);
     printedBy([&] { m_view->restoreAction()->trigger(); });
     EXPECT_EQ(listed(), u"Facture|Projet Qt|Été en Provence"_s);
+}
+
+// Through the window: a restore offers its undo in the banner, the undo gives back the data file
+// byte for byte, and a save that fails later shows there instead of only on standard output.
+TEST_F(ContentViewTest, BannerUndoesARestoreAndTellsOfAFailedSave)
+{
+    open();
+    auto *banner = find<FailureBanner>(u"failureBanner"_s);
+    ASSERT_NE(banner, nullptr);
+    EXPECT_FALSE(banner->isVisible());
+    const QString archive = m_as.filePath(u"copie.fivabackup"_s);
+    m_dialogs.saveChoices = {archive};
+    printedBy([&] { m_view->exportAction()->trigger(); });
+    m_store->deleteItem(idOf(u"Facture"_s));
+    const QByteArray before = readBytes(dataFile());
+
+    m_dialogs.openChoices = {QStringList{archive}};
+    printedBy([&] { m_view->restoreAction()->trigger(); });
+    EXPECT_EQ(listed(), u"Facture|Projet Qt|Été en Provence"_s);
+    EXPECT_TRUE(banner->isVisible());
+    EXPECT_TRUE(banner->text().startsWith(u"Les données ont été restaurées depuis « copie.fivabackup »."_s))
+        << banner->text().toStdString();
+    ASSERT_TRUE(banner->undoButton()->isVisible());
+    EXPECT_EQ(banner->undoButton()->text(), u"Annuler la restauration"_s);
+
+    click(banner->undoButton());
+    EXPECT_EQ(readBytes(dataFile()), before);
+    EXPECT_EQ(listed(), u"Projet Qt|Été en Provence"_s);
+    EXPECT_FALSE(banner->undoButton()->isVisible());
+    click(banner->closeButton());
+    EXPECT_FALSE(banner->isVisible());
+
+    // The data file's place is taken by a folder: the next change cannot be written.
+    const qsizetype alerts = qsizetype(m_dialogs.alerts.size());
+    QFile::remove(dataFile());
+    ASSERT_TRUE(QDir().mkpath(dataFile()));
+    printedBy([&] { m_view->deleteRows({0}); });
+    EXPECT_TRUE(banner->isVisible());
+    EXPECT_TRUE(
+        banner->text().startsWith(u"Vos modifications n'ont pas pu être enregistrées. « "_s + dataFile() +
+                                  u" » est un dossier, pas un fichier. (Is a directory, EISDIR) Vérifiez"_s))
+        << banner->text().toStdString();
+    EXPECT_FALSE(banner->undoButton()->isVisible());
+    EXPECT_EQ(qsizetype(m_dialogs.alerts.size()), alerts) << "a banner, not an alert";
 }
 
 // Where the three-day limit lies is the store's verdict (isBackupOld); the window asks it when the setting

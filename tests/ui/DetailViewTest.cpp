@@ -249,7 +249,7 @@ TEST_F(DetailViewTest, AttachmentRowsOpenOrSayTheFileIsGoneAndDeletionsAskFirst)
     EXPECT_EQ(onDisk().items, m_store->items());
     EXPECT_EQ(alertTexts(m_dialogs),
               QStringList(3,
-                          u"Supprimer cette pièce jointe ?|Le fichier sera supprimé définitivement.|warning|"
+                          u"Supprimer cette pièce jointe ?|Le fichier sera placé dans la corbeille.|warning|"
                           u"Supprimer,Annuler"_s));
 
     // The record itself; deleteItem takes its files and saves.

@@ -10,6 +10,7 @@
 #include "ui/editing/CategoryManagerView.h"
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/DetailView.h"
+#include "ui/main/FailureBanner.h"
 #include "ui/main/FilterState.h"
 #include "ui/main/LinkListModel.h"
 #include "ui/main/SortOrder.h"
@@ -230,6 +231,7 @@ ContentView::ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspac
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     layout->addWidget(m_toolBar);
+    layout->addWidget(new FailureBanner(m_store, this));
     layout->addWidget(split, 1);
 
     connect(&m_store, &LinkStore::itemsChanged, this, &ContentView::reloadItems);
@@ -593,12 +595,12 @@ void ContentView::startRestore()
     m_dialogs.showOpenPanel(request, [self](std::optional<QStringList> chosen) {
         if (!self || !chosen || chosen->isEmpty())
             return;
-        const AlertAnswer answer = self->m_dialogs.runAlert(
-            AlertRequest{QStringLiteral("Restaurer les données ?"),
-                         QStringLiteral("Cette opération écrasera toutes les données actuelles."),
-                         AlertStyle::warning,
-                         {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
-                         std::nullopt});
+        const AlertAnswer answer =
+            self->m_dialogs.runAlert(AlertRequest{QStringLiteral("Restaurer les données ?"),
+                                                  LinkStore::restoreConfirmationText(chosen->first()),
+                                                  AlertStyle::warning,
+                                                  {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
+                                                  std::nullopt});
         if (answer.button == 0)
             self->m_store.restoreBackup(chosen->first());
     });

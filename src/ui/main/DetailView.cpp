@@ -427,12 +427,13 @@ void DetailView::openAttachment(const Attachment &attachment)
 
 void DetailView::deleteAttachment(const Attachment &attachment)
 {
-    const AlertAnswer answer =
-        m_dialogs.runAlert(AlertRequest{QStringLiteral("Supprimer cette pièce jointe ?"),
-                                        QStringLiteral("Le fichier sera supprimé définitivement."),
-                                        AlertStyle::warning,
-                                        {QStringLiteral("Supprimer"), QStringLiteral("Annuler")},
-                                        std::nullopt});
+    const AlertAnswer answer = m_dialogs.runAlert(
+        AlertRequest{QStringLiteral("Supprimer cette pièce jointe ?"),
+                     // The file goes to the trash now, so the warning says where it can be found again.
+                     QStringLiteral("Le fichier sera placé dans la corbeille."),
+                     AlertStyle::warning,
+                     {QStringLiteral("Supprimer"), QStringLiteral("Annuler")},
+                     std::nullopt});
     if (answer.button != 0)
         return;
     // The store discards the file (into the desktop trash) and drops the entry from the record
