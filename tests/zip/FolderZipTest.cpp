@@ -4,6 +4,9 @@
 #include "zip/ConfinedFolder.h"
 #include "zip/Errors.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include "FuzzHarness.h"
 #include "TestSupport.h"
 
@@ -224,6 +227,44 @@ TEST(FolderZip, HostileDataGivesNamedErrors)
         if (c.expectedError.empty())
             EXPECT_TRUE(readFile(dir / "out/f") == text) << c.label;
     }
+}
+
+// Items an archive cannot hold stop the packing at once, naming the item; a name that is not UTF-8 is stored
+// so that our own reader unpacks it, under its code page 437 reading.
+TEST(FolderZip, PackingItemsOnDiskAsTheyAre)
+{
+    TempDir dir;
+    fs::create_directories(dir / "fifo");
+    ASSERT_EQ(::mkfifo((dir / "fifo/pipe").c_str(), 0644), 0);
+    fs::create_directories(dir / "socket");
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string socketPath = (dir / "socket/s").string();
+    socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    struct Case
+    {
+        fs::path source;
+        fs::path offending;
+    } cases[] = {
+        {dir / "fifo", dir / "fifo/pipe"}, {dir / "socket", dir / "socket/s"}, {"/dev/null", "/dev/null"}};
+    for (const Case &c : cases) {
+        const fs::path archive = dir / (c.source.filename().string() + ".zip");
+        try {
+            zipItem(c.source, archive);
+            ADD_FAILURE() << c.source << " packed";
+        } catch (const FileSystemError &e) {
+            EXPECT_EQ(e.path(), c.offending);
+        }
+    }
+    ::close(listener);
+
+    writeFile(dir / "names/caf\xE9.txt", "latin-1 name");
+    zipItem(dir / "names", dir / "names.zip");
+    unzipItem(dir / "names.zip", dir / "names-out");
+    EXPECT_EQ(describeTree(dir / "names-out", false),
+              (std::map<std::string, std::string>{{"caf\u0398.txt", "file latin-1 name"}}));
 }
 
 TEST(FolderZip, ContainmentOnText)
