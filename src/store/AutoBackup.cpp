@@ -7,6 +7,7 @@
 #include "store/FileIO.h"
 #include "store/LinkStore.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -198,8 +199,24 @@ void LinkStore::loadBackupHistory()
     if (!bytes)
         return;
     Result<QList<BackupLog>> history = json::decodeBackupHistory(bytes.value());
-    if (history)
+    if (history) {
         setBackupHistory(std::move(history).value());
+        return;
+    }
+    // Like the data file, a history that cannot be decoded may still be mended by hand: it goes out
+    // of the way, or the next backup would replace it with a history of one entry.
+    const QString stamp =
+        QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(m_clock.now().toUnix() * 1000.0), Qt::UTC)
+            .toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
+    const QString base = path + QStringLiteral(".unreadable-") + stamp;
+    QString target = base;
+    for (int n = 2; QFileInfo::exists(target) || QFileInfo(target).isSymLink(); ++n)
+        target = base + u'-' + QString::number(n);
+    if (QFile::rename(path, target))
+        console::print(u"⚠️ Historique illisible mis de côté :", target);
+    else
+        console::print(u"⚠️ Historique illisible non déplacé :",
+                       QString(path + QStringLiteral(": ") + history.error()));
 }
 
 } // namespace fiva
