@@ -159,7 +159,7 @@ private:
         const timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
         ::utimensat(AT_FDCWD, path.c_str(), old, AT_SYMLINK_NOFOLLOW);
     }
-    // Every item of the box but the destination's content, and the box's parent's own entry for the box.
+    // Every item of the box but the destination's content, and every item beside the box.
     std::map<std::string, std::string> outside() const
     {
         std::map<std::string, std::string> items;
@@ -179,7 +179,9 @@ private:
             }
             items[path.lexically_relative(m_box.parent_path()).string()] = text;
         };
-        describe(m_box);
+        std::error_code ignored;
+        for (const auto &item : fs::directory_iterator(m_box.parent_path(), ignored))
+            describe(item.path());
         std::error_code error;
         for (auto it = fs::recursive_directory_iterator(m_box, error);
              !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
