@@ -222,6 +222,8 @@ bool staysBeneath(const ConfinedFolder &linkFolder, std::string_view target)
 
 // An absolute target is followed from the root of the system: it stays inside only when its text goes
 // through the link's folder, and what follows that folder is then judged on disk like a relative target.
+// The folder's text is the entry's own, "." and ".." included: the kernel then walks it exactly as the
+// folder was reached, where a tidied text could name another folder once links stand on the way.
 bool absoluteStaysBeneath(const ConfinedFolder &linkFolder, std::string_view folderText,
                           std::string_view target)
 {
@@ -345,9 +347,9 @@ std::uint32_t Archive::extract(const Entry &entry, const ConfinedFolder &root, s
     if (!allowUncontainedSymlinks) {
         const bool contained =
             destination.starts_with('/')
-                ? absoluteStaysBeneath(
-                      parent, standardizedPath(root.path().string() + "/" + std::string(parentText) + "/"),
-                      destination)
+                ? absoluteStaysBeneath(parent,
+                                       standardizedPath(root.path().string() + "/") + std::string(parentText),
+                                       destination)
                 : staysBeneath(parent, destination);
         if (!contained)
             throw ArchiveError(ArchiveError::uncontainedSymlink);
