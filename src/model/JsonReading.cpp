@@ -439,20 +439,84 @@ public:
 
     double date(od::value &value) { return take<double>(value.get_double()); }
 
-    // A size is an integer literal: 12.0 or 1e3 are numbers that merely happen to be whole, and a
-    // writer that produces them is not writing what this field holds.
+    // A size is an integer, however it is written: 1234, 1234.0 and 1.234e3 are the same value, and JSON
+    // readers accept any spelling of a value. Judged on the token's decimal digits, never through a
+    // double, so a size past 2^53 is read exactly or refused; 12.5 is not an integer and is refused.
     qint64 integer(od::value &value, const Place &place, Problem &problem)
     {
-        const std::string_view token = value.raw_json_token();
+        std::string_view token = value.raw_json_token();
+        while (!token.empty() &&
+               (token.back() == ' ' || token.back() == '\t' || token.back() == '\n' || token.back() == '\r'))
+            token.remove_suffix(1);
         const bool literal = token.find_first_of(".eE") == std::string_view::npos;
         std::int64_t result = 0;
         if (literal && value.get_int64().get(result) == simdjson::SUCCESS)
             return qint64(result);
         // Checks the number's syntax before judging it, and consumes it.
         take<double>(value.get_double());
-        problem.set(place,
-                    literal ? QStringLiteral("integer out of range") : QStringLiteral("expected an integer"));
+        bool outOfRange = literal;
+        if (!literal && exactInteger(token, result, outOfRange))
+            return qint64(result);
+        problem.set(place, outOfRange ? QStringLiteral("integer out of range")
+                                      : QStringLiteral("expected an integer"));
         return 0;
+    }
+
+    // The integer a well-formed JSON number denotes, when it is one and fits in 64 bits.
+    static bool exactInteger(std::string_view token, std::int64_t &out, bool &outOfRange)
+    {
+        const bool negative = token.starts_with('-');
+        if (negative)
+            token.remove_prefix(1);
+        const auto e = token.find_first_of("eE");
+        std::string_view mantissa = token.substr(0, e);
+        std::int64_t exponent = 0;
+        if (e != std::string_view::npos) {
+            std::string_view text = token.substr(e + 1);
+            const bool down = text.starts_with('-');
+            if (text.starts_with('-') || text.starts_with('+'))
+                text.remove_prefix(1);
+            for (const char c : text)
+                exponent = std::min<std::int64_t>(exponent * 10 + (c - '0'), 100000);
+            if (down)
+                exponent = -exponent;
+        }
+        std::string digits;
+        const auto point = mantissa.find('.');
+        digits.append(mantissa.substr(0, point));
+        if (point != std::string_view::npos) {
+            digits.append(mantissa.substr(point + 1));
+            exponent -= std::int64_t(mantissa.size() - point - 1);
+        }
+        digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size()));
+        while (!digits.empty() && digits.back() == '0') {
+            digits.pop_back();
+            ++exponent;
+        }
+        if (digits.empty()) {
+            out = 0;
+            return true;
+        }
+        if (exponent < 0)
+            return false;
+        if (std::int64_t(digits.size()) + exponent > 19) {
+            outOfRange = true;
+            return false;
+        }
+        digits.append(std::size_t(exponent), '0');
+        // The magnitude of the smallest int64 is one more than the largest: unsigned arithmetic holds both.
+        std::uint64_t magnitude = 0;
+        const std::uint64_t limit = negative ? std::uint64_t(1) << 63 : (std::uint64_t(1) << 63) - 1;
+        for (const char c : digits) {
+            const auto digit = std::uint64_t(c - '0');
+            if (magnitude > (limit - digit) / 10) {
+                outOfRange = true;
+                return false;
+            }
+            magnitude = magnitude * 10 + digit;
+        }
+        out = negative ? std::int64_t(0 - magnitude) : std::int64_t(magnitude);
+        return true;
     }
 
     bool boolean(od::value &value) { return take<bool>(value.get_bool()); }

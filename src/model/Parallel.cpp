@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -26,10 +27,17 @@ void forEachRun(std::size_t runs, const std::function<void(std::size_t)> &work)
     };
     std::vector<std::thread> threads;
     threads.reserve(runs);
-    for (std::size_t k = 1; k < runs; ++k)
-        threads.emplace_back(guarded, k);
+    // A thread that cannot be started (no memory for its stack, a process limit) is no reason to fail: the
+    // runs left are done here, one after the other, and give the same result.
+    try {
+        for (std::size_t k = 1; k < runs; ++k)
+            threads.emplace_back(guarded, k);
+    } catch (const std::system_error &) {
+    }
     if (runs > 0)
         guarded(0);
+    for (std::size_t k = threads.size() + 1; k < runs; ++k)
+        guarded(k);
     for (std::thread &thread : threads)
         thread.join();
     for (const std::exception_ptr &error : errors)

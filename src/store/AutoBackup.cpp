@@ -8,6 +8,7 @@
 #include "store/FileIO.h"
 #include "store/LinkStore.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -208,8 +209,11 @@ void LinkStore::openAutoBackupsFolder()
 
 void LinkStore::loadBackupHistory()
 {
-    if (!historyFileURL().isEmpty())
-        reloadHistoryFile();
+    if (historyFileURL().isEmpty())
+        return;
+    // Under the lock, so that an unreadable history can be set aside safely.
+    const LockScope lock(*this);
+    reloadHistoryFile();
 }
 
 namespace {

@@ -16,6 +16,8 @@
 #include <QHash>
 #include <QSet>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <exception>
 #include <utility>
@@ -248,6 +250,24 @@ bool LinkStore::restoreBackup(const QString &location)
         const QHash<Position, QString> files = matchArchivedFiles(restored.items, archived, index);
 
         const QDir folder(attachmentsFolderURL());
+        // Only regular files of the unpacked tree are copied, and none reached through a link: a link in
+        // the archive would otherwise hand over any file the user can read.
+        const auto isPlainFileInStaging = [root = QDir(staging.path())](const QString &path) {
+            const QStringList parts = root.relativeFilePath(path).split(u'/', Qt::SkipEmptyParts);
+            if (parts.isEmpty() || parts.first() == u"..")
+                return false;
+            QString walked = root.path();
+            for (qsizetype i = 0; i < parts.size(); ++i) {
+                walked += u'/' + parts.at(i);
+                struct stat info
+                {
+                };
+                if (::lstat(QFile::encodeName(walked).constData(), &info) != 0 ||
+                    !(i + 1 < parts.size() ? S_ISDIR(info.st_mode) : S_ISREG(info.st_mode)))
+                    return false;
+            }
+            return true;
+        };
         for (qsizetype r = 0; r < restored.items.size(); ++r) {
             QList<Attachment> &list = restored.items[r].attachments;
             for (qsizetype a = 0; a < list.size(); ++a) {
@@ -255,7 +275,7 @@ bool LinkStore::restoreBackup(const QString &location)
                 if (file == files.cend())
                     continue;
                 const QString source = archived.filePath(*file);
-                if (!backup::isRegularFile(source))
+                if (!isPlainFileInStaging(source))
                     continue;
                 const QString name = backup::lastComponent(list.at(a).filePath);
                 QString target = folder.filePath(name);

@@ -290,10 +290,27 @@ bool LinkStore::reloadHistoryFile()
     if (!bytes)
         return false;
     Result<QList<BackupLog>> history = json::decodeBackupHistory(bytes.value());
-    if (!history)
+    if (!history) {
+        // Like the data file, a history that cannot be decoded may still be mended by hand: it goes
+        // out of the way, or the next backup would replace it with a history of one entry. Only the
+        // lock's holder moves it, so that no other writer is in the middle of replacing it.
+        if (m_lock)
+            setAsideUnreadableHistory(path, history.error());
         return false;
+    }
     setBackupHistory(std::move(history).value());
     return true;
+}
+
+void LinkStore::setAsideUnreadableHistory(const QString &path, const QString &error)
+{
+    const QString target = asideName(path);
+    if (QFile::rename(path, target))
+        console::print(u"⚠️ Historique illisible mis de côté :", target);
+    else
+        console::print(u"⚠️ Historique illisible non déplacé :",
+                       QString(path + QStringLiteral(": ") + error));
+    m_historyStamp = fileio::stampOf(path);
 }
 
 void LinkStore::watchFiles()
@@ -388,9 +405,7 @@ void LinkStore::load()
     sortCategories();
 }
 
-// The file may still be recoverable by hand, so it goes out of the way of the next save instead
-// of being overwritten by it. If it cannot be moved, saves are refused for this run.
-void LinkStore::setAsideUnreadableDataFile(const QString &path)
+QString LinkStore::asideName(const QString &path) const
 {
     const QString stamp =
         QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(m_clock.now().toUnix() * 1000.0), Qt::UTC)
@@ -399,6 +414,14 @@ void LinkStore::setAsideUnreadableDataFile(const QString &path)
     QString target = base;
     for (int n = 2; QFileInfo::exists(target) || QFileInfo(target).isSymLink(); ++n)
         target = base + u'-' + QString::number(n);
+    return target;
+}
+
+// The file may still be recoverable by hand, so it goes out of the way of the next save instead
+// of being overwritten by it. If it cannot be moved, saves are refused for this run.
+void LinkStore::setAsideUnreadableDataFile(const QString &path)
+{
+    const QString target = asideName(path);
     if (QFile::rename(path, target)) {
         m_setAsideDataFile = target;
         console::print(u"⚠️ Fichier de données illisible mis de côté :", target);

@@ -246,6 +246,9 @@ private:
     void loadBackupHistory();
     void sortCategories();
     void setAsideUnreadableDataFile(const QString &path);
+    void setAsideUnreadableHistory(const QString &path, const QString &error);
+    // "<path>.unreadable-<date>", numbered when taken.
+    QString asideName(const QString &path) const;
 
     const Paths &m_paths;
     Workspace &m_workspace;

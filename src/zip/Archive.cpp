@@ -303,8 +303,10 @@ std::uint32_t Archive::extract(const Entry &entry, const Consumer &consumer, std
             const std::size_t got = std::fread(buffer.data(), 1, count, m_archiveFile);
             return ByteView(buffer.data(), got);
         };
+        // The recorded uncompressed size is not checked: the stream's end decides. Whoever writes the output
+        // bounds it by the room it has.
         return processDeflateStream(StreamDirection::decode, entry.effectiveCompressedSize(), bufferSize,
-                                    skipCRC32, provider, consumer, entry.uncompressedSize());
+                                    skipCRC32, provider, consumer);
     }
     default:
         throw ArchiveError(ArchiveError::invalidCompressionMethod);

@@ -11,8 +11,11 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <vector>
 
 namespace fiva::zip {
+
+class ConfinedFolder;
 
 // A ZIP file on disk, opened to read its entries or to add new ones. Not copyable; the stream closes with it.
 class Archive final
@@ -90,6 +93,20 @@ public:
     std::uint32_t extract(const Entry &entry, const std::filesystem::path &url,
                           std::size_t bufferSize = defaultReadChunkSize, bool skipCRC32 = false,
                           bool allowUncontainedSymlinks = false, FolderCache *knownFolders = nullptr);
+
+    // Creates the item of one entry at `relative` beneath `root`, which it never leaves, and returns the
+    // CRC-32 of what it extracted. Errors carry `shown`. A folder's permissions and date go to
+    // `pendingFolders` when given, for the caller to set once the folder's content is written
+    // (setPendingFolders); else at once.
+    struct PendingFolder
+    {
+        std::string relative;
+        std::filesystem::path shown;
+        FileAttributes attributes;
+    };
+    std::uint32_t extract(const Entry &entry, const ConfinedFolder &root, std::string_view relative,
+                          const std::filesystem::path &shown, std::size_t bufferSize, bool skipCRC32,
+                          bool allowUncontainedSymlinks, std::vector<PendingFolder> *pendingFolders);
 
     // Adds the item at relativeTo/path from the file system.
     void addEntry(std::string_view path, const std::filesystem::path &relativeTo,

@@ -51,7 +51,10 @@ LocalFileHeader makeLocalHeader(const Bytes &name, CompressionMethod method, DOS
 {
     LocalFileHeader h;
     h.versionNeededToExtract = zip64 ? versionZIP64 : versionDefault;
-    h.generalPurposeBitFlag = flagUTF8;
+    // A name taken from the disk need not be UTF-8. Marking such bytes as UTF-8 would make every reader,
+    // ours included, decode them to nothing; without the mark every reader decodes them alike, by code page
+    // 437, and the entry unpacks under that name.
+    h.generalPurposeBitFlag = isValidUTF8(name) ? flagUTF8 : 0;
     h.compressionMethod = static_cast<std::uint16_t>(method);
     h.lastModFileTime = dos.time;
     h.lastModFileDate = dos.date;
@@ -383,6 +386,10 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
     };
     if (::lstat(fileURL.c_str(), &status) != 0)
         throw FileSystemError(FileSystemError::fileReadNoSuchFile, errno, fileURL);
+    // A FIFO would block the read forever and a device would never end; sockets cannot be read at all. An
+    // archive only holds files, folders and links, so anything else stops the packing at once.
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode))
+        throw FileSystemError::fromErrno(ENOTSUP, fileURL);
     EntryType type = EntryType::file;
     if (S_ISDIR(status.st_mode))
         type = EntryType::directory;
@@ -399,9 +406,15 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
 
     switch (type) {
     case EntryType::file: {
-        FileDescriptor file(::open(fileURL.c_str(), O_RDONLY | O_CLOEXEC));
+        // Not blocking and not following: what was checked above may have been swapped for a FIFO or a link.
+        FileDescriptor file(::open(fileURL.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
         if (file.get() < 0)
             throw FileSystemError::fromErrno(errno, fileURL);
+        struct stat opened
+        {
+        };
+        if (::fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode))
+            throw FileSystemError::fromErrno(ENOTSUP, fileURL);
         ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
         // Stored bytes come out exactly as they go in, however they are cut, so a stored file moves in large
         // chunks: one read and one write for most files, and no second header written over the first; a

@@ -14,9 +14,11 @@ namespace fiva::zip {
 void zipItem(const std::filesystem::path &at, const std::filesystem::path &to, bool shouldKeepParent = false,
              CompressionMethod compressionMethod = CompressionMethod::none);
 
-// Unpacks the archive `at` into the folder `to`, in central-directory order. Entries that would land outside
-// `to` fail with fileReadInvalidFileName; links whose target leaves their folder fail with uncontainedSymlink
-// unless allowed; every entry's CRC-32 is checked unless skipped.
+// Unpacks the archive `at` into the folder `to`, in central-directory order. Every path is resolved beneath
+// an open handle on `to`, through the links already unpacked: an entry that would land outside, by its text
+// or on disk, fails with fileReadInvalidFileName; a link whose target leads out of its folder on disk fails
+// with uncontainedSymlink unless allowed (and even then nothing is written through it). Folders get their
+// permissions and dates after their content is written. Every entry's CRC-32 is checked unless skipped.
 void unzipItem(const std::filesystem::path &at, const std::filesystem::path &to, bool skipCRC32 = false,
                bool allowUncontainedSymlinks = false,
                std::optional<PathEncoding> pathEncoding = std::nullopt);

@@ -2,6 +2,7 @@
 
 #include "model/AutoBackupInterval.h"
 #include "model/LinkItem.h"
+#include "model/Parallel.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -14,9 +15,12 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
+#include <pthread.h>
 #include <random>
 #include <regex>
 #include <simdjson.h>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "DataDecodeHarness.h"
@@ -135,6 +139,33 @@ LinkItem sampleItem()
 }
 
 } // namespace
+
+// Makes every new thread ask for a stack no system can map, so that starting one fails as it does when
+// memory or the process limit runs out.
+class NoNewThreads
+{
+public:
+    NoNewThreads()
+    {
+        pthread_getattr_default_np(&m_saved);
+        pthread_attr_t huge;
+        pthread_attr_init(&huge);
+        pthread_attr_setstacksize(&huge, std::size_t(1) << 50);
+        pthread_setattr_default_np(&huge);
+        pthread_attr_destroy(&huge);
+        EXPECT_THROW(std::thread([] {}).join(), std::system_error) << "threads still start";
+    }
+    ~NoNewThreads()
+    {
+        pthread_setattr_default_np(&m_saved);
+        pthread_attr_destroy(&m_saved);
+    }
+    NoNewThreads(const NoNewThreads &) = delete;
+    NoNewThreads &operator=(const NoNewThreads &) = delete;
+
+private:
+    pthread_attr_t m_saved;
+};
 
 TEST(JsonDecode, FieldDefaultsAndEquivalentForms)
 {
@@ -406,6 +437,17 @@ TEST(JsonDecode, ManyRecordsGiveTheResultOfReadingInOrder)
         EXPECT_EQ(all.value().items[i].createdAt, Timestamp{double(i)});
     EXPECT_EQ(json::encode(all.value()).value(),
               json::encode(json::decodeSavedData(encoded(all.value())).value()).value());
+    {
+        // With no thread able to start, every run is done on the caller, and nothing changes.
+        const NoNewThreads noThreads;
+        std::vector<std::thread::id> ranOn(4);
+        EXPECT_NO_THROW(
+            forEachRun(ranOn.size(), [&](std::size_t k) { ranOn[k] = std::this_thread::get_id(); }));
+        EXPECT_EQ(ranOn, std::vector<std::thread::id>(4, std::this_thread::get_id()));
+        auto alone = json::decodeSavedData(document({}));
+        ASSERT_TRUE(alone.ok()) << alone.error().toStdString();
+        EXPECT_EQ(json::encode(alone.value()).value(), json::encode(all.value()).value());
+    }
 
     const std::string badFavorite = objectText(withField(goodFields(), "isFavorite", "0"));
     const std::string noTitle = objectText(withField(goodFields(), "title", nullptr));
@@ -477,8 +519,11 @@ TEST(JsonDecode, BackupHistoryAndBareListOfRecords)
     const std::pair<std::string, const char *> cases[] = {
         {"{}", "document: expected an array"},
         {"[1]", "[0]: expected an object"},
-        {entry + "1}," + entry.substr(1) + "12.0}]", "[1].fileSize: expected an integer"},
-        {entry + "1e3}]", "[0].fileSize: expected an integer"},
+        {entry + "1}," + entry.substr(1) + "12.5}]", "[1].fileSize: expected an integer"},
+        {entry + "1e-1}]", "[0].fileSize: expected an integer"},
+        {entry + "1e19}]", "[0].fileSize: integer out of range"},
+        {entry + "9223372036854775808.0}]", "[0].fileSize: integer out of range"},
+        {entry + "-9223372036854775809e0}]", "[0].fileSize: integer out of range"},
         {entry + "\"12\"}]", "[0].fileSize: expected an integer"},
         {entry + "18446744073709551615}]", "[0].fileSize: integer out of range"},
         {entry + "9223372036854775808}]", "[0].fileSize: integer out of range"},
@@ -496,6 +541,23 @@ TEST(JsonDecode, BackupHistoryAndBareListOfRecords)
         auto result = json::decodeBackupHistory(QByteArray::fromStdString(text));
         ASSERT_FALSE(result.ok());
         expectError(result.error(), error);
+    }
+    // Any spelling of an integral value is that integer, exactly, even past what a double holds.
+    const std::pair<const char *, qint64> sizes[] = {
+        {"1234.0", 1234},
+        {"1e3", 1000},
+        {"1.234E+3", 1234},
+        {"12.50e1", 125},
+        {"-0.0", 0},
+        {"0e99999999999", 0},
+        {"9007199254740993.0", 9007199254740993},
+        {"9.223372036854775807e18", std::numeric_limits<qint64>::max()},
+        {"-92233720368547758080e-1", std::numeric_limits<qint64>::min()},
+    };
+    for (const auto &[text, size] : sizes) {
+        auto result = json::decodeBackupHistory(QByteArray::fromStdString(entry + text + "}]"));
+        ASSERT_TRUE(result.ok()) << text << ": " << result.error().toStdString();
+        EXPECT_EQ(result.value().at(0).fileSize, size) << text;
     }
 
     const auto list = [](const Fields &second) {

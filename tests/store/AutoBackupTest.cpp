@@ -224,7 +224,7 @@ TEST_F(StoreTest, HistoryEntriesGoInFrontAndAreWrittenEvenWhenTheFileCannotBe)
     EXPECT_EQ(store->backupHistory().first().fileSize, 5);
 }
 
-TEST_F(StoreTest, HistoryIsLoadedAtStartAndABadFileIsIgnoredSilently)
+TEST_F(StoreTest, HistoryIsLoadedAtStartAndABadFileIsSetAside)
 {
     const QList<BackupLog> history{{QUuid::createUuid(), Timestamp{2.5}, u"/b"_s, 2},
                                    {QUuid::createUuid(), Timestamp{1.0}, u"/a"_s, 1}};
@@ -234,8 +234,14 @@ TEST_F(StoreTest, HistoryIsLoadedAtStartAndABadFileIsIgnoredSilently)
     for (const QByteArray &bad : {QByteArray("[{\"id\":1}]"), QByteArray("nope"), QByteArray()}) {
         writeBytes(historyFile(), bad);
         EXPECT_TRUE(start()->backupHistory().isEmpty());
-        EXPECT_EQ(m_startOutput.count(u'\n'), 1) << "only the missing data file is reported";
-        EXPECT_EQ(readBytes(historyFile()), bad);
+        EXPECT_FALSE(QFileInfo::exists(historyFile())) << "left where the next backup would replace it";
+        const QStringList aside = QDir(QFileInfo(historyFile()).path())
+                                      .entryList({QFileInfo(historyFile()).fileName() + u".unreadable-*"_s});
+        ASSERT_EQ(aside.size(), 1);
+        const QString asidePath = QFileInfo(historyFile()).dir().filePath(aside.first());
+        EXPECT_EQ(readBytes(asidePath), bad);
+        EXPECT_TRUE(m_startOutput.contains(asidePath)) << m_startOutput.toStdString();
+        QFile::remove(asidePath);
     }
 }
 

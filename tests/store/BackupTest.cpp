@@ -303,6 +303,38 @@ TEST_F(StoreTest, ArchivesMadeElsewhereRestore)
     EXPECT_EQ(store->lastBackupDate(), Timestamp{9});
 }
 
+// Links inside the archive may stay inside the staging folder, but nothing is copied through one: only
+// regular files reached without a link become attachments.
+TEST_F(StoreTest, RestoreCopiesNoAttachmentThroughALink)
+{
+    const QList<LinkItem> items = {makeItem(u"1"_s, u"T"_s, {attachment(u"/ailleurs/r.pdf"_s)}),
+                                   makeItem(u"2"_s, u"T"_s, {attachment(u"/ailleurs/s.pdf"_s)})};
+    const QByteArray document = json::encode(SavedData{items, {u"T"_s}, std::nullopt}).value();
+    struct Case
+    {
+        const char *label;
+        std::vector<ZipEntry> entries;
+    } cases[] = {
+        {"folder is a link",
+         {{u"E/FivaData.json"_s, document},
+          {u"E/other/r.pdf"_s, "R"},
+          {u"E/other/s.pdf"_s, "S"},
+          {u"E/attachments"_s, "other", true}}},
+        {"files are links",
+         {{u"E/FivaData.json"_s, document},
+          {u"E/attachments/real"_s, "R"},
+          {u"E/attachments/r.pdf"_s, "real", true},
+          {u"E/attachments/s.pdf"_s, "real", true}}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.label);
+        auto store = startWith({}, {u"x"_s}, Timestamp{5});
+        ASSERT_TRUE(store->restoreBackup(zipAt(QString::fromLatin1(c.label) + u".fivabackup"_s, c.entries)));
+        EXPECT_EQ(store->items(), items) << "paths left as they were";
+        EXPECT_TRUE(QDir(attachmentsFolder()).entryList(QDir::Files).isEmpty());
+    }
+}
+
 TEST_F(StoreTest, FailedRestoreLeavesTheStoreAndItsFilesExactlyAsTheyWereAndNoStagingFolder)
 {
     const QByteArray undecodable = R"({"items": 3})", emptyDocument = R"({"items":[],"categories":[]})";

@@ -44,6 +44,11 @@ public:
     {
         std::error_code ignored;
         fs::permissions(m_path, fs::perms::owner_all, fs::perm_options::add, ignored);
+        // Unpacked read-only folders would keep their content from being removed.
+        for (auto it = fs::recursive_directory_iterator(m_path, ignored);
+             it != fs::recursive_directory_iterator(); it.increment(ignored))
+            if (it->is_directory(ignored) && !it->is_symlink(ignored))
+                fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
         fs::remove_all(m_path, ignored);
     }
     TempDir(const TempDir &) = delete;
@@ -222,8 +227,9 @@ struct RawEntry
     std::uint16_t date = 0x5221; // 2021-01-01
     std::uint16_t versionMadeBy = 0x0315;
     std::uint32_t externalAttributes = 0100644u << 16;
-    std::optional<std::uint32_t> crc{};   // defaults to the real CRC of `content`
-    std::optional<std::string> rawData{}; // bytes written as the entry's data instead of `content`
+    std::optional<std::uint32_t> crc{};              // defaults to the real CRC of `content`
+    std::optional<std::string> rawData{};            // bytes written as the entry's data instead of `content`
+    std::optional<std::uint32_t> uncompressedSize{}; // recorded instead of the size of `content`
 };
 
 // Local headers and data, central directory and end record, with an optional archive comment.
@@ -236,7 +242,9 @@ inline Bytes buildArchive(const std::vector<RawEntry> &entries, const std::strin
         const std::uint64_t offset = out.size();
         const auto common = [&](Bytes &b) {
             put(b, 2, {20, e.flags, e.method, e.time, e.date});
-            put(b, 4, {e.crc.value_or(zlibCRC(e.content)), data.size(), e.content.size()});
+            put(b, 4,
+                {e.crc.value_or(zlibCRC(e.content)), data.size(),
+                 e.uncompressedSize.value_or(e.content.size())});
             put(b, 2, {e.name.size(), 0}); // no extra field
         };
         put(out, 4, {0x04034b50});
