@@ -236,7 +236,9 @@ TEST_F(StoreFollowsItsFiles, RecoveryOffersTheNewestAutomaticBackupThatDecodes)
     }
     const QString failed =
         printedBy([&] { EXPECT_FALSE(start()->recoverFromAutoBackup(path(u"absent"_s))); });
-    EXPECT_TRUE(failed.startsWith(u"❌ Erreur récupération : "_s + path(u"absent"_s))) << failed.toStdString();
+    EXPECT_TRUE(failed.startsWith(u"❌ Erreur récupération : Le fichier « "_s + path(u"absent"_s) +
+                                  u" » n'existe pas."_s))
+        << failed.toStdString();
 }
 
 } // namespace
