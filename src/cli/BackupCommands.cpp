@@ -111,7 +111,7 @@ int runRecover(const QStringList &args)
                  store.setAsideDataFile());
     const auto candidate = store.newestReadableAutoBackup();
     if (!candidate) {
-        printErr(QStringLiteral("fiva-cli recover: aucune sauvegarde automatique lisible dans ") +
+        printErr(QStringLiteral("fiva-cli recover : aucune sauvegarde automatique lisible dans ") +
                  store.autoBackupsFolderURL());
         return exitFailure;
     }
@@ -128,9 +128,9 @@ int runRecover(const QStringList &args)
         if (answer.button != 0) {
             printErr(
                 session.dialogs().lastConfirmationHadNoTerminal()
-                    ? QStringLiteral("fiva-cli recover: no terminal to confirm on; pass --yes to load it "
-                                     "without asking")
-                    : QStringLiteral("fiva-cli recover: cancelled, nothing changed"));
+                    ? QStringLiteral("fiva-cli recover : aucun terminal pour confirmer ; ajoutez --yes pour "
+                                     "charger sans confirmation")
+                    : QStringLiteral("fiva-cli recover : annulé, rien n'a changé"));
             return exitFailure;
         }
     }

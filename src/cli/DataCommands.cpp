@@ -35,7 +35,7 @@ template <class Decode> int reencode(const Command &command, const QStringList &
     const QByteArray &out = encoded.value();
     if (std::fwrite(out.constData(), 1, std::size_t(out.size()), stdout) != std::size_t(out.size()) ||
         std::fflush(stdout) != 0) {
-        return fail(command, QStringLiteral("cannot write to standard output"));
+        return fail(command, QStringLiteral("impossible d'écrire sur la sortie standard"));
     }
     return exitOk;
 }

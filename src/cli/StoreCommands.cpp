@@ -178,7 +178,7 @@ int runFavorite(const QStringList &args)
         return usageError(self);
     StoreSession session;
     if (!hasRecord(session.store(), *id)) {
-        printError(self, QStringLiteral("no record with id ") + args.first());
+        printError(self, QStringLiteral("aucune fiche n'a l'identifiant ") + args.first());
         return exitFailure;
     }
     session.store().toggleFavorite(*id);
@@ -198,7 +198,7 @@ int runDelete(const QStringList &args)
     // The store saves even when nothing matched; the tool still tells the caller.
     session.store().deleteItem(*id);
     if (!known) {
-        printError(self, QStringLiteral("no record with id ") + args.first());
+        printError(self, QStringLiteral("aucune fiche n'a l'identifiant ") + args.first());
         return exitFailure;
     }
     return session.exitCode();

@@ -116,7 +116,7 @@ void LinkStore::performAutoBackup()
     };
     const QString folder = autoBackupsFolderURL();
     if (folder.isEmpty())
-        return fail(QStringLiteral("no application-support folder"));
+        return fail(noDataFolder());
     if (const auto error = fileio::makeFolder(folder))
         return fail(*error);
     // The backup, the backup date and the history entry are one change: another writer's records
@@ -159,7 +159,7 @@ void LinkStore::addBackupLog(const QString &backupFilePath)
     };
     const QString historyPath = historyFileURL();
     if (historyPath.isEmpty())
-        return fail(QStringLiteral("no application-support folder"));
+        return fail(noDataFolder());
     if (!lock.error().isEmpty())
         return fail(lock.error());
     const Result<QByteArray> bytes = json::encode(m_backupHistory);

@@ -42,4 +42,10 @@ QString failureSentence(FailureKind kind, const QString &detail)
     return detail;
 }
 
+QString noDataFolder()
+{
+    return QStringLiteral("aucun dossier pour les données de Fiva : ni XDG_DATA_HOME ni HOME ne désignent un "
+                          "dossier utilisable.");
+}
+
 } // namespace fiva

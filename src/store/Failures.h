@@ -11,4 +11,7 @@ enum class FailureKind { save, autoBackup, exportBackup, dataFileSetAside, dataF
 // What failed, why (`detail`), and what to do next, in French.
 QString failureSentence(FailureKind kind, const QString &detail);
 
+// Why nothing can be read or written when the desktop names no folder for the program's data.
+QString noDataFolder();
+
 } // namespace fiva

@@ -328,7 +328,7 @@ std::optional<QString> makeFolder(const QString &path)
     if (ec)
         return describe(path, QString::fromStdString(ec.message()));
     if (!std::filesystem::is_directory(folder, ec))
-        return describe(path, QStringLiteral("not a folder"));
+        return describe(path, QStringLiteral("ce n'est pas un dossier"));
     return std::nullopt;
 }
 

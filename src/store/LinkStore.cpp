@@ -162,7 +162,7 @@ LinkStore::LockScope::LockScope(LinkStore &store) : m_store(store)
     }
     const QString file = m_store.lockFileURL();
     if (file.isEmpty()) {
-        m_error = QStringLiteral("no application-support folder");
+        m_error = noDataFolder();
         return;
     }
     auto lock = std::make_unique<DataLock>(file);
@@ -209,7 +209,7 @@ bool LinkStore::writeDataFile()
         return fail(m_saveRefusal);
     const QString path = dataFileURL();
     if (path.isEmpty())
-        return fail(QStringLiteral("no application-support folder"));
+        return fail(noDataFolder());
     if (const auto error = fileio::writeDocument(path, SavedData{m_items, m_categories, m_lastBackupDate}))
         return fail(*error);
     m_dataStamp = fileio::stampOf(path);
@@ -361,7 +361,7 @@ void LinkStore::load()
 {
     const QString path = dataFileURL();
     if (path.isEmpty()) {
-        console::print(u"⚠️ Données absentes :", QStringLiteral("no application-support folder"));
+        console::print(u"⚠️ Données absentes :", noDataFolder());
         return;
     }
     // The start-up rewrite below is a write like any other.
@@ -428,7 +428,9 @@ void LinkStore::setAsideUnreadableDataFile(const QString &path)
         m_startupFailure = failureSentence(FailureKind::dataFileSetAside, target);
         return;
     }
-    m_saveRefusal = path + QStringLiteral(": unreadable and could not be moved aside, not overwriting it");
+    m_saveRefusal = QStringLiteral("le fichier de données ") + path +
+                    QStringLiteral(" est illisible et n'a pas pu être mis de côté : Fiva ne l'écrase pas. "
+                                   "Déplacez-le, puis relancez Fiva.");
     console::print(
         u"⚠️ Fichier de données illisible non déplacé, aucune sauvegarde ne le remplacera :", path);
     m_startupFailure = failureSentence(FailureKind::dataFileKept, path);

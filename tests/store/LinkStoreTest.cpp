@@ -23,8 +23,8 @@ const QString absent = u"⚠️ Données absentes : "_s;
 TEST_F(StoreTest, FirstStartWithoutDataFileKeepsInitialValuesAndWritesNothing)
 {
     auto store = start();
-    EXPECT_EQ(m_startOutput,
-              absent + u"Le fichier « "_s + dataFile() + u" » n'existe pas. (No such file or directory, ENOENT)\n"_s);
+    EXPECT_EQ(m_startOutput, absent + u"Le fichier « "_s + dataFile() +
+                                 u" » n'existe pas. (No such file or directory, ENOENT)\n"_s);
     EXPECT_TRUE(store->autoBackupEnabled());
     EXPECT_EQ(store->autoBackupIntervalOption(), AutoBackupInterval::fifteenMinutes);
     EXPECT_TRUE(store->items().isEmpty());
@@ -128,7 +128,8 @@ TEST_F(StoreTest, UnreadableFileThatCannotBeMovedAsideIsNeverOverwritten)
     ASSERT_EQ(lines.size(), 3) << lines.join(u'\n').toStdString();
     EXPECT_TRUE(lines[0].startsWith(absent));
     EXPECT_TRUE(lines[1].startsWith(u"⚠️ "_s) && lines[1].endsWith(data)) << lines[1].toStdString();
-    EXPECT_TRUE(lines[2].startsWith(u"❌ Erreur save: "_s + data));
+    EXPECT_TRUE(lines[2].startsWith(u"❌ Erreur save: le fichier de données "_s + data))
+        << lines[2].toStdString();
     EXPECT_EQ(readBytes(data), QByteArray("corrompu"));
     EXPECT_TRUE(store.categories().contains(u"Nouvelle"_s));
 }
