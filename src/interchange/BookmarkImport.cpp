@@ -551,7 +551,14 @@ QString Scanner::finishNotes(const QString &description, const QString &tags) co
 
 ImportPlan Scanner::run()
 {
+    const char *const begin = m_p;
+    const qint64 total = m_end - begin;
+    const char *nextReport = begin + progressStep;
     while (m_p < m_end) {
+        if (m_context.progress && m_p >= nextReport) {
+            m_context.progress(m_p - begin, total);
+            nextReport = m_p + progressStep;
+        }
         const char *next = static_cast<const char *>(std::memchr(m_p, '<', std::size_t(m_end - m_p)));
         if (!next)
             break;
@@ -596,6 +603,8 @@ ImportPlan Scanner::run()
         }
     }
     dropPendingFolder();
+    if (m_context.progress)
+        m_context.progress(total, total);
 
     m_plan.recognized = m_doctype || m_sawList;
     if (!m_plan.recognized) {

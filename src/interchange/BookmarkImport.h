@@ -45,7 +45,12 @@ struct ImportContext
     NotesConversion notesFromPlainText = nullptr;
     // Whether a local path is a folder; when empty, the file system is asked.
     std::function<bool(const QString &path)> isDirectory;
+    // Told how far the reading has come, at most once per progressStep bytes and once at the end, so
+    // that a long import can show a progress bar.
+    std::function<void(qint64 bytesRead, qint64 bytesTotal)> progress;
 };
+
+inline constexpr qint64 progressStep = 1 << 20;
 
 struct ImportPlan
 {

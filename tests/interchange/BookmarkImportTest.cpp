@@ -211,6 +211,25 @@ TEST(BookmarkImport, AllowingDuplicatesKeepsEveryLink)
     EXPECT_EQ(plan.records[7].path, u"https://fr.wikipedia.org/wiki/Caf%C3%A9/"_s);
 }
 
+TEST(BookmarkImport, ReportsProgressUpToTheWholeFile)
+{
+    QByteArray file = "<!DOCTYPE NETSCAPE-Bookmark-file-1>\n<DL><p>\n";
+    for (int i = 0; file.size() < 3 * progressStep + 1000; ++i)
+        file += "<DT><A HREF=\"https://example.fr/" + QByteArray::number(i) + "\">Lien</A>\n";
+    file += "</DL>\n";
+    QList<std::pair<qint64, qint64>> reports;
+    ImportContext context = sampleContext();
+    context.progress = [&](qint64 done, qint64 total) { reports.append({done, total}); };
+    const ImportPlan plan = planBookmarkImport(file, context);
+    EXPECT_FALSE(plan.records.isEmpty());
+    ASSERT_GE(reports.size(), 4);
+    for (qsizetype i = 1; i < reports.size(); ++i) {
+        EXPECT_GT(reports[i].first, reports[i - 1].first);
+        EXPECT_EQ(reports[i].second, file.size());
+    }
+    EXPECT_EQ(reports.last().first, file.size());
+}
+
 QByteArray deeplyNested(int depth)
 {
     QByteArray html = "<!DOCTYPE NETSCAPE-Bookmark-file-1>\n<DL><p>\n";
