@@ -1,9 +1,9 @@
 #include "interchange/BookmarkImport.h"
 
-#include <array>
-
 #include "interchange/HtmlText.h"
 #include "interchange/InterchangeTestSupport.h"
+
+#include <array>
 
 namespace fiva::interchange {
 namespace {
@@ -42,93 +42,38 @@ QList<ExpectedRecord> firefoxRecords(bool keepRoots)
     const QString bar = keepRoots ? u"Barre personnelle"_s : u"Sans catégorie"_s;
     const QString tools = keepRoots ? u"Barre personnelle / Outils & astuces"_s : u"Outils & astuces"_s;
     const QString other = keepRoots ? u"Autres marque-pages"_s : u"Sans catégorie"_s;
+    const QString cooking = u"Cuisine & recettes"_s;
+    // clang-format off
     return {
-        {u"Obtenir de l’aide"_s,
-         u"https://support.mozilla.org/fr/products/firefox"_s,
-         menu,
-         LinkKind::url,
-         1672531200,
-         {}},
-        {u"Café — Wikipédia"_s, u"https://fr.wikipedia.org/wiki/Caf%C3%A9"_s, bar, LinkKind::url, 1701234567,
-         cafeNotes},
-        {u"Recherche \"café\" <DDG>"_s,
-         u"https://duckduckgo.com/?q=%22caf%C3%A9%22&ia=web"_s,
-         tools,
-         LinkKind::url,
-         1680000200,
-         {}},
-        {u"Rapport annuel 2023"_s,
-         u"/home/marie/Documents/Rapport annuel 2023 été.pdf"_s,
-         tools,
-         LinkKind::file,
-         1680000400,
-         {}},
+        {u"Obtenir de l’aide"_s, u"https://support.mozilla.org/fr/products/firefox"_s, menu, LinkKind::url, 1672531200, {}},
+        {u"Café — Wikipédia"_s, u"https://fr.wikipedia.org/wiki/Caf%C3%A9"_s, bar, LinkKind::url, 1701234567, cafeNotes},
+        {u"Recherche \"café\" <DDG>"_s, u"https://duckduckgo.com/?q=%22caf%C3%A9%22&ia=web"_s, tools, LinkKind::url, 1680000200, {}},
+        {u"Rapport annuel 2023"_s, u"/home/marie/Documents/Rapport annuel 2023 été.pdf"_s, tools, LinkKind::file, 1680000400, {}},
         {u"Projets"_s, u"/home/marie/Projets"_s, tools, LinkKind::directory, 1680000500, {}},
-        {u"Marmiton"_s, u"https://www.marmiton.org/"_s, u"Cuisine & recettes"_s, LinkKind::url, 0, {}},
-        {u"Crème brûlée – la vraie 🍮"_s,
-         u"https://www.example.fr/cr%C3%A8me-br%C3%BBl%C3%A9e"_s,
-         u"Cuisine & recettes / Pâtisserie"_s,
-         LinkKind::url,
-         1650000400,
-         {}},
-        {u"Le Monde.fr - Actualités et Infos en France et dans le monde"_s,
-         u"https://www.lemonde.fr/"_s,
-         other,
-         LinkKind::url,
-         1700000000,
-         {}},
+        {u"Marmiton"_s, u"https://www.marmiton.org/"_s, cooking, LinkKind::url, 0, {}},
+        {u"Crème brûlée – la vraie 🍮"_s, u"https://www.example.fr/cr%C3%A8me-br%C3%BBl%C3%A9e"_s, cooking + u" / Pâtisserie"_s, LinkKind::url, 1650000400, {}},
+        {u"Le Monde.fr - Actualités et Infos en France et dans le monde"_s, u"https://www.lemonde.fr/"_s, other, LinkKind::url, 1700000000, {}},
     };
+    // clang-format on
 }
 
 QList<ExpectedRecord> chromiumRecords()
 {
     const QString none = u"Sans catégorie"_s;
+    const QString dev = u"Développement"_s;
+    // clang-format off
     return {
-        {u"Boîte de réception (12) - marie.dupont@gmail.com - Gmail"_s,
-         u"https://mail.google.com/mail/u/0/#inbox"_s,
-         none,
-         LinkKind::url,
-         1690000100,
-         {}},
-        {u"QString Class | Qt Core 6.6.0"_s,
-         u"https://doc.qt.io/qt-6/qstring.html"_s,
-         u"Développement"_s,
-         LinkKind::url,
-         1690000400,
-         {}},
-        {u"std::vector - cppreference.com"_s,
-         u"https://en.cppreference.com/w/cpp/container/vector?a=1&b=2"_s,
-         u"Développement"_s,
-         LinkKind::url,
-         1690000500,
-         {}},
-        {u"C'est l'accent d'un <mot> & co"_s,
-         u"https://stackoverflow.com/questions/1/l-'accent-d'un-mot"_s,
-         u"Développement / Archives / 2022"_s,
-         LinkKind::url,
-         1690000800,
-         {}},
-        {u"Facture n°1.pdf"_s,
-         u"/C:/Users/Marie/Documents/Facture n°1.pdf"_s,
-         none,
-         LinkKind::file,
-         1690001000,
-         {}},
-        {u"Photos de vacances"_s,
-         u"/srv/partage/photos de vacances"_s,
-         none,
-         LinkKind::directory,
-         1690001100,
-         {}},
-        {u"Service-Public.fr | Le site officiel de l’administration française"_s,
-         u"https://www.service-public.fr/"_s,
-         none,
-         LinkKind::url,
-         1690002000,
-         {}},
+        {u"Boîte de réception (12) - marie.dupont@gmail.com - Gmail"_s, u"https://mail.google.com/mail/u/0/#inbox"_s, none, LinkKind::url, 1690000100, {}},
+        {u"QString Class | Qt Core 6.6.0"_s, u"https://doc.qt.io/qt-6/qstring.html"_s, dev, LinkKind::url, 1690000400, {}},
+        {u"std::vector - cppreference.com"_s, u"https://en.cppreference.com/w/cpp/container/vector?a=1&b=2"_s, dev, LinkKind::url, 1690000500, {}},
+        {u"C'est l'accent d'un <mot> & co"_s, u"https://stackoverflow.com/questions/1/l-'accent-d'un-mot"_s, dev + u" / Archives / 2022"_s, LinkKind::url, 1690000800, {}},
+        {u"Facture n°1.pdf"_s, u"/C:/Users/Marie/Documents/Facture n°1.pdf"_s, none, LinkKind::file, 1690001000, {}},
+        {u"Photos de vacances"_s, u"/srv/partage/photos de vacances"_s, none, LinkKind::directory, 1690001100, {}},
+        {u"Service-Public.fr | Le site officiel de l’administration française"_s, u"https://www.service-public.fr/"_s, none, LinkKind::url, 1690002000, {}},
         {u"SNCF Connect"_s, u"https://www.sncf-connect.com/"_s, none, LinkKind::url, 0, {}},
         {u"日本語のページ"_s, u"https://例え.jp/パス"_s, none, LinkKind::url, 1690002300, {}},
     };
+    // clang-format on
 }
 
 const QStringList existingPaths = {u"https://www.example.com/Recettes"_s};
@@ -169,37 +114,20 @@ TEST_P(SampleImport, GivesTheRecordsCategoriesAndCounts)
     EXPECT_EQ(plan.skipped, c.skipped);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Samples, SampleImport,
-    testing::Values(SampleCase{"FirefoxRootsDropped",
-                               "firefox-export.html",
-                               {},
-                               {u"Sans catégorie"_s},
-                               firefoxRecords(false),
-                               {u"Cuisine & recettes"_s, u"Cuisine & recettes / Pâtisserie"_s,
-                                u"Outils & astuces"_s},
-                               2,
-                               {1, 2, 2, 1, 1}},
-                    SampleCase{"FirefoxRootsKept",
-                               "firefox-export.html",
-                               {.keepRoots = true},
-                               {u"Cuisine & recettes"_s},
-                               firefoxRecords(true),
-                               {u"Autres marque-pages"_s, u"Barre personnelle"_s,
-                                u"Barre personnelle / Outils & astuces"_s,
-                                u"Cuisine & recettes / Pâtisserie"_s, u"Menu des marque-pages"_s},
-                               2,
-                               {1, 2, 2, 1, 1}},
-                    SampleCase{"ChromiumNoCategoryYet",
-                               "chromium-export.html",
-                               {},
-                               {},
-                               chromiumRecords(),
-                               {u"Développement"_s, u"Développement / Archives"_s,
-                                u"Développement / Archives / 2022"_s, u"Sans catégorie"_s},
-                               1,
-                               {1, 0, 0, 1, 1}}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Samples, SampleImport, testing::Values(
+    SampleCase{"FirefoxRootsDropped", "firefox-export.html", {}, {u"Sans catégorie"_s}, firefoxRecords(false),
+               {u"Cuisine & recettes"_s, u"Cuisine & recettes / Pâtisserie"_s, u"Outils & astuces"_s},
+               2, {1, 2, 2, 1, 1}},
+    SampleCase{"FirefoxRootsKept", "firefox-export.html", {.keepRoots = true}, {u"Cuisine & recettes"_s}, firefoxRecords(true),
+               {u"Autres marque-pages"_s, u"Barre personnelle"_s, u"Barre personnelle / Outils & astuces"_s,
+                u"Cuisine & recettes / Pâtisserie"_s, u"Menu des marque-pages"_s},
+               2, {1, 2, 2, 1, 1}},
+    SampleCase{"ChromiumNoCategoryYet", "chromium-export.html", {}, {}, chromiumRecords(),
+               {u"Développement"_s, u"Développement / Archives"_s, u"Développement / Archives / 2022"_s, u"Sans catégorie"_s},
+               1, {1, 0, 0, 1, 1}}),
     [](const testing::TestParamInfo<SampleCase> &info) { return std::string(info.param.name); });
+// clang-format on
 
 TEST(BookmarkImport, AllowingDuplicatesKeepsEveryLink)
 {
@@ -287,60 +215,32 @@ QByteArray firefoxCutAt(const char *marker)
 
 const QByteArray header = "<!DOCTYPE NETSCAPE-Bookmark-file-1>\n<DL><p>\n";
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, HostileInput,
-    testing::Values(
-        HostileCase{"Empty", {}, false, false, false, {}},
-        HostileCase{"OnlyAngleBrackets", "<<<<>>><</<!<?", false, false, false, {}},
-        HostileCase{"PageWithoutList",
-                    "<html><body><a href=\"https://x.org\">x</a></body></html>",
-                    false,
-                    false,
-                    false,
-                    {}},
-        HostileCase{"CutInsideAttribute",
-                    firefoxCutAt("duckduckgo.com/?q"),
-                    true,
-                    true,
-                    false,
-                    {u"Obtenir de l’aide"_s, u"Café — Wikipédia"_s}},
-        HostileCase{"CutInsideComment",
-                    header + "<DT><A HREF=\"https://a.fr\">A</A>\n<!-- <DT><A HREF=\"https://b.fr\">",
-                    true,
-                    true,
-                    false,
-                    {u"A"_s}},
-        HostileCase{"Nested10000Deep", deeplyNested(10000), true, false, true, {u"Profond"_s}},
-        HostileCase{"HugeIcon",
-                    header + "<DT><A ICON=\"data:image/png;base64," + QByteArray(20 << 20, 'Q') +
-                        "\" HREF=\"https://grosse-icone.fr/\">Grosse icône</A>\n</DL>",
-                    true,
-                    false,
-                    false,
-                    {u"Grosse icône"_s}},
-        HostileCase{"InvalidUtf8",
-                    header + "<DT><A HREF=\"https://x.fr/\xff\">caf\xe9 \xc3\x28</A>\n</DL>",
-                    true,
-                    false,
-                    false,
-                    {u"caf\uFFFD \uFFFD("_s}},
-        HostileCase{
-            "Latin1Declared",
-            "<!DOCTYPE NETSCAPE-Bookmark-file-1>\n<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; "
-            "charset=ISO-8859-1\">\n<DL><p>\n<DT><A HREF=\"https://x.fr/\">Caf\xe9 cr\xe8me</A>\n</DL>",
-            true,
-            false,
-            false,
-            {u"Café crème"_s}},
-        HostileCase{"LowerCaseUnquotedAndUnclosed",
-                    header + "<dt><a add_date=1700000000 href=https://a.fr/?x=1&amp;y=2 >  Un\n   titre  "
-                             "\n<dt><h3>D</h3><dl><p><dt><a href='https://b.fr'>B"
-                             "<dt><a href=\"https://c.fr\"></a>",
-                    true,
-                    true,
-                    false,
-                    {u"Un titre"_s, u"B"_s, u"https://c.fr"_s}}),
+const QByteArray latin1File = "<!DOCTYPE NETSCAPE-Bookmark-file-1>\n"
+                              "<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; charset=ISO-8859-1\">\n"
+                              "<DL><p>\n<DT><A HREF=\"https://x.fr/\">Caf\xe9 cr\xe8me</A>\n</DL>";
+const QByteArray hugeIcon = "<DT><A ICON=\"data:image/png;base64," + QByteArray(20 << 20, 'Q') +
+                            "\" HREF=\"https://grosse-icone.fr/\">Grosse icône</A>\n</DL>";
+const QByteArray looseMarkup =
+    "<dt><a add_date=1700000000 href=https://a.fr/?x=1&amp;y=2 >  Un\n   titre  \n"
+    "<dt><h3>D</h3><dl><p><dt><a href='https://b.fr'>B<dt><a href=\"https://c.fr\"></a>";
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Cases, HostileInput, testing::Values(
+    //          name                       file                                                   recognized truncated deep  titles
+    HostileCase{"Empty",                   {},                                                    false, false, false, {}},
+    HostileCase{"OnlyAngleBrackets",       "<<<<>>><</<!<?",                                      false, false, false, {}},
+    HostileCase{"PageWithoutList",         "<html><body><a href=\"https://x.org\">x</a></body>",  false, false, false, {}},
+    HostileCase{"CutInsideAttribute",      firefoxCutAt("duckduckgo.com/?q"),                     true,  true,  false, {u"Obtenir de l’aide"_s, u"Café — Wikipédia"_s}},
+    HostileCase{"CutInsideComment",        header + "<DT><A HREF=\"https://a.fr\">A</A>\n<!-- <DT><A HREF=\"https://b.fr\">",
+                                                                                                  true,  true,  false, {u"A"_s}},
+    HostileCase{"Nested10000Deep",         deeplyNested(10000),                                   true,  false, true,  {u"Profond"_s}},
+    HostileCase{"HugeIcon",                header + hugeIcon,                                     true,  false, false, {u"Grosse icône"_s}},
+    HostileCase{"InvalidUtf8",             header + "<DT><A HREF=\"https://x.fr/\xff\">caf\xe9 \xc3\x28</A>\n</DL>",
+                                                                                                  true,  false, false, {u"caf\uFFFD \uFFFD("_s}},
+    HostileCase{"Latin1Declared",          latin1File,                                            true,  false, false, {u"Café crème"_s}},
+    HostileCase{"LowerCaseUnquotedAndUnclosed", header + looseMarkup,                             true,  true,  false, {u"Un titre"_s, u"B"_s, u"https://c.fr"_s}}),
     [](const testing::TestParamInfo<HostileCase> &info) { return std::string(info.param.name); });
+// clang-format on
 
 struct KeyCase
 {

@@ -1,9 +1,9 @@
-#include <algorithm>
-#include <tuple>
-
 #include "interchange/BookmarkExport.h"
 #include "interchange/BookmarkImport.h"
 #include "interchange/InterchangeTestSupport.h"
+
+#include <algorithm>
+#include <tuple>
 
 namespace fiva::interchange {
 namespace {

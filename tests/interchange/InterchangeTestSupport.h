@@ -1,5 +1,6 @@
 #pragma once
 
+#include "interchange/BookmarkImport.h"
 #include "store/StoredNotes.h"
 
 #include <QFile>
@@ -8,8 +9,6 @@
 
 #include <gtest/gtest.h>
 #include <ostream>
-
-#include "interchange/BookmarkImport.h"
 
 // GoogleTest finds these by the argument's namespace, which for Qt's types is the global one.
 inline void PrintTo(const QString &s, std::ostream *os)
