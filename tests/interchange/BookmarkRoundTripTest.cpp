@@ -2,8 +2,12 @@
 #include "interchange/BookmarkImport.h"
 #include "interchange/InterchangeTestSupport.h"
 
+#include <QDir>
+
 #include <algorithm>
 #include <tuple>
+
+#include "BookmarkImportHarness.h"
 
 namespace fiva::interchange {
 namespace {
@@ -134,6 +138,26 @@ TEST(BookmarkExport, RecordsOfTheStoreComeBackWhole)
                                                u"Travail / Projets"_s, u"Travail / Projets / 2024"_s}));
     EXPECT_EQ(plan.skippedCount(SkippedKind::emptyFolder), 1);
     EXPECT_EQ(plan.skippedTotal(), 1);
+}
+
+TEST(BookmarkFuzzCorpus, EveryFileAndSampleSurvivesTheTrip)
+{
+    QStringList files;
+    const QStringList folders = {QStringLiteral(FIVA_BOOKMARK_CORPUS),
+                                 qEnvironmentVariable("FIVA_TEST_DATA") + u"/bookmarks"_s};
+    for (const QString &folder : folders) {
+        for (const QFileInfo &info : QDir(folder).entryInfoList(QDir::Files))
+            files << info.filePath();
+    }
+    EXPECT_GE(files.size(), 4);
+    for (const QString &path : files) {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
+        const QByteArray bytes = file.readAll();
+        const auto broken = fuzz::importExportImport(reinterpret_cast<const std::uint8_t *>(bytes.data()),
+                                                     std::size_t(bytes.size()));
+        EXPECT_FALSE(broken) << path.toStdString() << ": " << broken.value_or(std::string());
+    }
 }
 
 } // namespace
