@@ -1,12 +1,12 @@
 // Importing and exporting a browser bookmark file of 50,000 links, shaped like a long-lived
 // Firefox or Chromium export: nested folders, favicons inlined as data URIs, descriptions, tags,
 // separators and bookmarklets, and a store that already holds 10,000 records to check duplicates against.
+#include "interchange/BookmarkExport.h"
+#include "interchange/BookmarkImport.h"
+
 #include <QRandomGenerator>
 
 #include <benchmark/benchmark.h>
-
-#include "interchange/BookmarkExport.h"
-#include "interchange/BookmarkImport.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 #include "interchange/BookmarkExport.h"
 
+#include "interchange/BookmarkImport.h"
+#include "interchange/HtmlText.h"
+
 #include <QHash>
 #include <QUrl>
 
 #include <cmath>
 #include <vector>
-
-#include "interchange/BookmarkImport.h"
-#include "interchange/HtmlText.h"
 
 namespace fiva::interchange {
 

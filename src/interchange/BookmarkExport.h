@@ -1,12 +1,11 @@
 #pragma once
 
+#include "interchange/NotesConversion.h"
 #include "model/LinkItem.h"
 
 #include <QByteArray>
 #include <QList>
 #include <QStringList>
-
-#include "interchange/NotesConversion.h"
 
 namespace fiva::interchange {
 

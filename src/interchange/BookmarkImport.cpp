@@ -1,5 +1,7 @@
 #include "interchange/BookmarkImport.h"
 
+#include "interchange/HtmlText.h"
+
 #include <QCollator>
 #include <QFileInfo>
 #include <QHash>
@@ -11,8 +13,6 @@
 #include <cstring>
 #include <optional>
 #include <vector>
-
-#include "interchange/HtmlText.h"
 
 namespace fiva::interchange {
 
@@ -553,11 +553,11 @@ ImportPlan Scanner::run()
 {
     const char *const begin = m_p;
     const qint64 total = m_end - begin;
-    const char *nextReport = begin + progressStep;
+    qint64 nextReport = progressStep;
     while (m_p < m_end) {
-        if (m_context.progress && m_p >= nextReport) {
+        if (m_context.progress && m_p - begin >= nextReport) {
             m_context.progress(m_p - begin, total);
-            nextReport = m_p + progressStep;
+            nextReport = (m_p - begin) + progressStep;
         }
         const char *next = static_cast<const char *>(std::memchr(m_p, '<', std::size_t(m_end - m_p)));
         if (!next)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "interchange/NotesConversion.h"
 #include "model/LinkItem.h"
 #include "model/Timestamp.h"
 
@@ -9,8 +10,6 @@
 
 #include <array>
 #include <functional>
-
-#include "interchange/NotesConversion.h"
 
 namespace fiva::interchange {
 
