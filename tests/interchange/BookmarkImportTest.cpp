@@ -242,6 +242,34 @@ INSTANTIATE_TEST_SUITE_P(Cases, HostileInput, testing::Values(
     [](const testing::TestParamInfo<HostileCase> &info) { return std::string(info.param.name); });
 // clang-format on
 
+TEST(BookmarkImport, RootsAreTheBrowsersTopFoldersOnly)
+{
+    const auto categoryOf = [](const QByteArray &folders, bool keepRoots) {
+        const QByteArray file = "<!DOCTYPE NETSCAPE-Bookmark-file-1>\n<H1>Bookmarks</H1>\n<DL><p>\n" +
+                                folders +
+                                "<DL><p>\n<DT><A HREF=\"https://a.fr/\">A</A>\n</DL><p>\n</DL><p>\n";
+        const ImportPlan plan = planBookmarkImport(file, sampleContext(), {.keepRoots = keepRoots});
+        return plan.records.size() == 1 ? plan.records[0].category : u"(aucune fiche)"_s;
+    };
+    const struct
+    {
+        QByteArray folders;
+        QString dropped;
+        QString kept;
+    } cases[] = {
+        {"<DT><H3 PERSONAL_TOOLBAR_FOLDER=\"true\">Werkbalk</H3>\n", u"Sans catégorie"_s, u"Werkbalk"_s},
+        {"<DT><H3 unfiled_bookmarks_folder=true>Andere</H3>\n", u"Sans catégorie"_s, u"Andere"_s},
+        {"<DT><H3>OTHER BOOKMARKS</H3>\n", u"Sans catégorie"_s, u"OTHER BOOKMARKS"_s},
+        {"<DT><H3>Voyages</H3>\n<DL><p>\n<DT><H3>Autres favoris</H3>\n", u"Voyages / Autres favoris"_s,
+         u"Voyages / Autres favoris"_s},
+        {"<DT><H3 PERSONAL_TOOLBAR_FOLDER=\"false\">Lectures</H3>\n", u"Lectures"_s, u"Lectures"_s},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(categoryOf(c.folders, false), c.dropped) << c.folders.toStdString();
+        EXPECT_EQ(categoryOf(c.folders, true), c.kept) << c.folders.toStdString();
+    }
+}
+
 struct KeyCase
 {
     QString a;
