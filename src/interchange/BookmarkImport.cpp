@@ -24,6 +24,7 @@ constexpr double earliestPlausibleDate = 757382400.0; // 1994-01-01 UTC
 constexpr double clockSkewAllowance = 86400.0;
 
 const QString untitledFolder = QStringLiteral("Sans nom");
+const QString categorySeparator = QStringLiteral(" / ");
 
 // Top folders of the browsers, by the name they give them in a few languages. Files from Firefox
 // mark the bar and the other bookmarks with attributes too; this list catches the rest.
@@ -404,7 +405,7 @@ void Scanner::openList()
     folder.named = true;
     if (!root || m_options.keepRoots) {
         const QString prefix = parent ? parent->childPrefix : QString();
-        folder.category = prefix.isEmpty() ? pending.name : prefix + u" / " + pending.name;
+        folder.category = prefix.isEmpty() ? pending.name : prefix + categorySeparator + pending.name;
         folder.childPrefix = folder.category;
         folder.ownsCategory = true;
     }
@@ -436,6 +437,10 @@ void Scanner::folderHeading(const Attributes &attributes)
     QString name = text(textUntilTag(), Whitespace::collapse);
     if (name.isEmpty())
         name = untitledFolder;
+    // " / " separates the levels of a category; kept inside one folder's name it would make up levels
+    // that are not folders, which the category tree and the next export would split apart.
+    while (name.contains(categorySeparator))
+        name.replace(categorySeparator, QStringLiteral("/"));
     m_pending = PendingFolder{std::move(name), attributes.toolbarFolder || attributes.unfiledFolder};
 }
 

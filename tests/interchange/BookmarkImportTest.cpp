@@ -242,7 +242,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, HostileInput, testing::Values(
     [](const testing::TestParamInfo<HostileCase> &info) { return std::string(info.param.name); });
 // clang-format on
 
-TEST(BookmarkImport, RootsAreTheBrowsersTopFoldersOnly)
+TEST(BookmarkImport, FolderHeadingsGiveTheCategory)
 {
     const auto categoryOf = [](const QByteArray &folders, bool keepRoots) {
         const QByteArray file = "<!DOCTYPE NETSCAPE-Bookmark-file-1>\n<H1>Bookmarks</H1>\n<DL><p>\n" +
@@ -263,6 +263,8 @@ TEST(BookmarkImport, RootsAreTheBrowsersTopFoldersOnly)
         {"<DT><H3>Voyages</H3>\n<DL><p>\n<DT><H3>Autres favoris</H3>\n", u"Voyages / Autres favoris"_s,
          u"Voyages / Autres favoris"_s},
         {"<DT><H3 PERSONAL_TOOLBAR_FOLDER=\"false\">Lectures</H3>\n", u"Lectures"_s, u"Lectures"_s},
+        {"<DT><H3>TV / Radio</H3>\n", u"TV/Radio"_s, u"TV/Radio"_s},
+        {"<DT><H3>  </H3>\n", u"Sans nom"_s, u"Sans nom"_s},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(categoryOf(c.folders, false), c.dropped) << c.folders.toStdString();
