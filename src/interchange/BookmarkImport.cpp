@@ -35,14 +35,13 @@ constexpr std::u16string_view rootFolderNames[] = {
     u"other bookmarks",       u"mobile bookmarks",         u"bookmarks menu",     u"favorites bar",
     u"other favorites",       u"mobile favorites",         u"favoris sur mobile", u"lesezeichenleiste",
     u"weitere lesezeichen",   u"lesezeichen-symbolleiste", u"lesezeichen-menü",   u"barra de marcadores",
-    u"otros marcadores",      u"barra dei preferiti",      u"altri preferiti",
+    u"otros marcadores",      u"barra dei preferiti",      u"altri preferiti",    u"barre des signets",
+    u"menu des signets",      u"autres signets",
 };
 // Firefox names its menu in the file's H1 and writes the menu's own links straight into the top list.
 constexpr std::u16string_view menuRootNames[] = {
-    u"menu des marque-pages",
-    u"menu des favoris",
-    u"bookmarks menu",
-    u"lesezeichen-menü",
+    u"menu des marque-pages", u"menu des favoris", u"bookmarks menu",
+    u"lesezeichen-menü",      u"menu des signets",
 };
 
 template <std::size_t N> bool isKnownName(const QString &name, const std::u16string_view (&names)[N])
