@@ -61,7 +61,7 @@ struct ImportPlan
 
     // The file had no list of bookmarks at all: it is not a bookmark file.
     bool recognized = false;
-    // The file ended inside an open folder: it was probably cut short.
+    // The file ended inside a tag or an open folder: it was probably cut short.
     bool truncated = false;
     // Folders nested deeper than maxFolderDepth were merged into their ancestor at that depth.
     bool depthLimited = false;
