@@ -33,6 +33,11 @@ struct SampleCase
     std::array<int, skippedKindCount> skipped; // bookmarklet, placeQuery, separator, emptyFolder, unsupported
 };
 
+void PrintTo(const SampleCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
 const QString cafeNotes = u"Article sur l’histoire du café & de ses <origines>\n"
                           u"Deuxième ligne de la description\nMots-clés : boissons, histoire"_s;
 
@@ -178,6 +183,11 @@ struct HostileCase
     bool depthLimited;
     QStringList titles;
 };
+
+void PrintTo(const HostileCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
 
 class HostileInput : public testing::TestWithParam<HostileCase>
 {
