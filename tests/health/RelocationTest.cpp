@@ -74,19 +74,6 @@ TEST_F(Relocation, SearchFindsSameNameKindAndSizeBelowTheFolder)
     EXPECT_FALSE(findRelocationCandidates({u"rapport.pdf"_s, false, {}}, path(u"r"_s), stop.get_token()));
 }
 
-TEST_F(Relocation, TargetsTakeTheLostName)
-{
-    const LinkItem folder = record(LinkKind::directory, u"/vieux/Projets/Alpha/"_s);
-    const RelocationTarget forFolder = RelocationTarget::forRecord(folder);
-    EXPECT_EQ(forFolder.name, u"Alpha"_s);
-    EXPECT_TRUE(forFolder.isFolder);
-    const RelocationTarget forCopy =
-        RelocationTarget::forAttachment({QUuid::createUuid(), u"Montré.pdf"_s, u"/pj/Montré 2.pdf"_s}, 42);
-    EXPECT_EQ(forCopy.name, u"Montré 2.pdf"_s);
-    EXPECT_FALSE(forCopy.isFolder);
-    EXPECT_EQ(forCopy.size, 42);
-}
-
 TEST(PathPrefix, ReplacesWholeComponentsOnly)
 {
     struct Case
@@ -130,7 +117,7 @@ TEST(PathPrefix, ApplyingChangesOnlyRecordsBelowThePrefix)
     EXPECT_TRUE(applyPrefixReplacement(items, u"/old"_s, u""_s).isEmpty());
 }
 
-TEST_F(Relocation, ProposesTheSiblingThatRepairsMost)
+TEST_F(Relocation, ProposesPrefixesThatRepairMost)
 {
     makeFile(path(u"home/nouveau/Documents/a.pdf"_s));
     makeFile(path(u"home/nouveau/Documents/b.pdf"_s));
@@ -145,8 +132,10 @@ TEST_F(Relocation, ProposesTheSiblingThatRepairsMost)
         record(LinkKind::url, u"https://example.org"_s, {attachment(path(u"home/ancien/pj/c.txt"_s))}),
         record(LinkKind::file, path(u"data/efface.pdf"_s)), // its folder is there: no prefix to change
         record(LinkKind::file, path(u"data/present.pdf"_s)),
-        record(LinkKind::file, path(u"projets/x/y.pdf"_s)), // nowhere to go
+        record(LinkKind::file, path(u"projets/x/y.pdf"_s)), // nowhere nearby; moved below archive/
     };
+    makeFile(path(u"archive/2023/projets/autre.pdf"_s));
+    makeFile(path(u"archive/2024/projets/x/y.pdf"_s));
     const auto health = checkRecords(items);
     ASSERT_TRUE(health);
 
@@ -174,25 +163,13 @@ TEST_F(Relocation, ProposesTheSiblingThatRepairsMost)
         evaluatePrefixReplacement(items, *health, path(u"home/ancien"_s), path(u"home/autre"_s));
     EXPECT_EQ(given.affected, 4);
     EXPECT_EQ(given.repaired, 1);
-}
 
-TEST_F(Relocation, FindsAFolderMovedElsewhereByItsName)
-{
-    makeFile(path(u"archive/2023/projets/autre.pdf"_s));
-    makeFile(path(u"archive/2024/projets/plan.pdf"_s));
-    const QList<LinkItem> items{record(LinkKind::file, path(u"data/projets/plan.pdf"_s)),
-                                record(LinkKind::file, path(u"data/projets/devis.pdf"_s))};
-    const auto health = checkRecords(items);
-    const auto moved = proposeMovedPrefix(items, *health, path(u"data/projets"_s), path(u"archive"_s));
+    const auto moved = proposeMovedPrefix(items, *health, path(u"projets"_s), path(u"archive"_s));
     ASSERT_TRUE(moved);
     EXPECT_EQ(moved->newPrefix, path(u"archive/2024/projets"_s));
-    EXPECT_EQ(moved->affected, 2);
+    EXPECT_EQ(moved->affected, 1);
     EXPECT_EQ(moved->repaired, 1);
-
-    const auto nowhere = proposeMovedPrefix(items, *health, path(u"data/projets"_s), path(u"data"_s));
-    ASSERT_TRUE(nowhere);
-    EXPECT_TRUE(nowhere->newPrefix.isEmpty());
-    EXPECT_EQ(nowhere->repaired, 0);
+    EXPECT_TRUE(proposeMovedPrefix(items, *health, path(u"projets"_s), path(u"home"_s))->newPrefix.isEmpty());
 }
 
 } // namespace
