@@ -58,11 +58,14 @@ bool HealthCache::refreshAll(const QList<LinkItem> &items, std::stop_token stop)
 bool HealthCache::refresh(const QList<LinkItem> &items, bool all, std::stop_token stop)
 {
     QList<LinkItem> stale;
+    qsizetype known = 0;
     if (all) {
         stale = items;
     } else {
         for (const LinkItem &item : items) {
             const auto found = m_entries.constFind(item.id);
+            if (found != m_entries.cend())
+                ++known;
             if (found == m_entries.cend() || found->kind != item.kind || found->path != item.path ||
                 found->attachments != item.attachments)
                 stale.append(item);
@@ -71,6 +74,19 @@ bool HealthCache::refresh(const QList<LinkItem> &items, bool all, std::stop_toke
     const auto results = checkRecords(stale, m_web, stop);
     if (!results)
         return false;
+
+    if (!all && known == m_entries.size()) {
+        // No record is gone: a few edits cost a few updates, not a new table of every record.
+        for (qsizetype i = 0; i < stale.size(); ++i) {
+            const LinkItem &item = stale.at(i);
+            const RecordHealth &health = results->at(i);
+            for (auto size = health.attachmentSizes.cbegin(); size != health.attachmentSizes.cend(); ++size)
+                m_attachmentSizes.insert(size.key(), size.value());
+            m_entries.insert(item.id, Entry{item.kind, item.path, item.attachments, health});
+        }
+        forgetStrayWebResults();
+        return true;
+    }
 
     QHash<QUuid, Entry> entries;
     entries.reserve(items.size());
@@ -92,12 +108,17 @@ bool HealthCache::refresh(const QList<LinkItem> &items, bool all, std::stop_toke
             sizes.insert(size.key(), size.value());
         entries.insert(item.id, Entry{item.kind, item.path, item.attachments, health});
     }
-    // Web results of records that are gone would only grow the cache file.
-    for (auto web = m_web.begin(); web != m_web.end();)
-        web = entries.contains(web.key()) ? std::next(web) : m_web.erase(web);
     m_entries = std::move(entries);
     m_attachmentSizes = std::move(sizes);
+    forgetStrayWebResults();
     return true;
+}
+
+void HealthCache::forgetStrayWebResults()
+{
+    // Web results of records that are gone would only grow the cache file.
+    for (auto web = m_web.begin(); web != m_web.end();)
+        web = m_entries.contains(web.key()) ? std::next(web) : m_web.erase(web);
 }
 
 const RecordHealth *HealthCache::health(const QUuid &id) const

@@ -56,6 +56,7 @@ private:
     };
 
     bool refresh(const QList<LinkItem> &items, bool all, std::stop_token stop);
+    void forgetStrayWebResults();
 
     QHash<QUuid, Entry> m_entries;
     QHash<QUuid, qint64> m_attachmentSizes;

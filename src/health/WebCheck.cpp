@@ -145,7 +145,7 @@ void WebChecker::onHeaders(qsizetype index)
     // A GET is only asked for its status: the body is not worth downloading.
     QNetworkReply *reply = m_jobs[std::size_t(index)].reply;
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (!status.isValid())
+    if (!status.isValid() || status.toInt() < 200) // an interim answer; the real one follows
         return;
     const QUrl location = locationOf(reply);
     release(index);
