@@ -84,6 +84,11 @@ void WebChecker::start(const QList<WebCheckRequest> &requests)
     m_cancelled = false;
     m_running = true;
     Q_EMIT progressChanged(0, int(requests.size()));
+    if (requests.isEmpty()) {
+        m_running = false;
+        Q_EMIT finished();
+        return;
+    }
     startMore();
 }
 

@@ -200,6 +200,7 @@ TEST_F(WebCheck, CancelEndsEveryRequestAsCancelled)
     const QList<WebCheckResult> stopped = checkAddresses(requests, options, {}, stop.get_token());
     ASSERT_EQ(stopped.size(), requests.size());
     EXPECT_EQ(stopped.first().outcome, WebOutcome::cancelled);
+    EXPECT_TRUE(checkAddresses({}, options).isEmpty()); // must not wait for an answer that cannot come
 }
 
 } // namespace
