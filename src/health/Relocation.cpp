@@ -74,21 +74,13 @@ qsizetype countFound(const QStringList &lostPaths, const QString &oldPrefix, con
 // Enough lost paths to tell candidate folders apart without a stat per record and candidate.
 constexpr qsizetype sampleSize = 16;
 
-QStringList lostPathsBelow(const QList<LinkItem> &items, const QList<RecordHealth> &health,
-                           const QString &prefix, qsizetype limit)
+QStringList lostPathsBelow(const QList<RecordHealth> &health, const QString &prefix, qsizetype limit)
 {
-    const auto byId = healthById(health);
     QStringList paths;
-    for (const LinkItem &item : items) {
-        const RecordHealth *record = byId.value(item.id);
-        if (!record)
-            continue;
-        for (const QString &path : missingPaths(*record))
-            if (pathHasPrefix(path, prefix) && paths.size() < limit)
+    for (const RecordHealth &record : health)
+        for (const QString &path : missingPaths(record))
+            if (paths.size() < limit && pathHasPrefix(path, prefix))
                 paths.append(path);
-        if (paths.size() >= limit)
-            break;
-    }
     return paths;
 }
 
@@ -273,7 +265,7 @@ proposeMovedPrefix(const QList<LinkItem> &items, const QList<RecordHealth> &heal
         findRelocationCandidates({lastComponent(oldPrefix), true, std::nullopt}, searchRoot, stop, progress);
     if (!candidates)
         return std::nullopt;
-    const QStringList lost = lostPathsBelow(items, health, oldPrefix, sampleSize);
+    const QStringList lost = lostPathsBelow(health, oldPrefix, sampleSize);
     QString best;
     qsizetype bestFound = 0;
     for (const QString &candidate : *candidates) {
