@@ -43,7 +43,8 @@ QString Problem::description() const
 
 PathInfo inspectPath(const QString &path)
 {
-    if (path.isEmpty())
+    // A NUL would cut the name short and make stat() answer for another path.
+    if (path.isEmpty() || path.contains(QChar(0)))
         return {};
     struct stat st;
     if (::stat(QFile::encodeName(path).constData(), &st) != 0) {

@@ -56,6 +56,7 @@ TEST_F(HealthCheck, FindsWhatIsWrongWithEachRecord)
         {LinkKind::directory, u"dossier"_s, {}, {}},
         {LinkKind::file, u"absent.pdf"_s, {}, {pathMissing}},
         {LinkKind::file, u"doc.pdf/sous"_s, {}, {pathMissing}},
+        {LinkKind::file, u"doc.pdf"_s + QChar(0) + u"x"_s, {}, {pathMissing}},
         {LinkKind::file, u"dossier"_s, {}, {notAFile}},
         {LinkKind::directory, u"doc.pdf"_s, {}, {notAFolder}},
         {LinkKind::directory,
