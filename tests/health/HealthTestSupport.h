@@ -1,0 +1,49 @@
+#pragma once
+
+#include "model/LinkItem.h"
+
+#include <QDir>
+#include <QFile>
+#include <QString>
+#include <QTemporaryDir>
+#include <QUuid>
+
+#include <ostream>
+
+// GoogleTest finds this beside QString, in the global namespace, and prints text instead of bytes.
+inline void PrintTo(const QString &s, std::ostream *os)
+{
+    *os << '"' << s.toStdString() << '"';
+}
+
+namespace fiva {
+
+namespace test {
+
+// Makes a file of `size` bytes at `path`, with any missing folders.
+inline void makeFile(const QString &path, qint64 size = 3)
+{
+    QDir().mkpath(path.section(u'/', 0, -2));
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly))
+        file.write(QByteArray(size, 'x'));
+}
+
+inline LinkItem record(LinkKind kind, const QString &path, QList<Attachment> attachments = {})
+{
+    LinkItem item;
+    item.id = QUuid::createUuid();
+    item.title = path.section(u'/', -1);
+    item.path = path;
+    item.kind = kind;
+    item.attachments = std::move(attachments);
+    return item;
+}
+
+inline Attachment attachment(const QString &filePath)
+{
+    return {QUuid::createUuid(), filePath.section(u'/', -1), filePath};
+}
+
+} // namespace test
+} // namespace fiva
