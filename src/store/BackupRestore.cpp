@@ -27,10 +27,18 @@ namespace fiva {
 
 namespace {
 
-// The file layer's reasons name the path and the system's cause; a person first reads what could
-// not be done.
+// The file layer and the lock give the system's own words, which the C locale leaves in English.
+QString inFrench(const QString &reason)
+{
+    return backup::frenchReason(reason).value_or(reason);
+}
+
+// A person first reads what could not be done, then why.
 QString unreadable(const QString &file, const QString &reason)
 {
+    if (const std::optional<QString> french = backup::frenchReason(reason))
+        return QStringLiteral("Le fichier ") + backup::quoted(file) +
+               QStringLiteral(" n'a pas pu être lu : ") + *french;
     return QStringLiteral("Le fichier ") + backup::quoted(file) + QStringLiteral(" n'a pas pu être lu (") +
            reason + QStringLiteral(").");
 }
@@ -203,7 +211,7 @@ bool LinkStore::restoreBackup(const QString &location)
     // be neither in the snapshot nor in the restored data.
     const LockScope lock(*this);
     if (!lock.error().isEmpty())
-        return fail(failureTitle(), lock.error());
+        return fail(failureTitle(), inFrench(lock.error()));
 
     // The data as it is now is kept before anything changes, so that the restore can be undone
     // byte for byte. Without a data file yet, what the store holds is what there is to go back to.
@@ -219,7 +227,7 @@ bool LinkStore::restoreBackup(const QString &location)
     } else {
         Result<QByteArray> encoded = json::encode(SavedData{m_items, m_categories, m_lastBackupDate});
         if (!encoded)
-            return fail(failureTitle(), encoded.error());
+            return fail(failureTitle(), inFrench(encoded.error()));
         previousBytes = std::move(encoded).value();
     }
     const Result<QString> snapshot = snapshots::keep(programFolder(), previousBytes, m_clock.now());
@@ -358,7 +366,7 @@ bool LinkStore::undoRestore()
     };
     const LockScope lock(*this);
     if (!lock.error().isEmpty())
-        return fail(lock.error());
+        return fail(inFrench(lock.error()));
     const QString folder = programFolder();
     const QStringList kept = folder.isEmpty() ? QStringList() : snapshots::list(folder);
     if (kept.isEmpty()) {
@@ -385,7 +393,7 @@ bool LinkStore::undoRestore()
     }
     if (auto error = fileio::writeWholeFile(dataFile, bytes.value())) {
         return fail(QStringLiteral("Les données d'avant la restauration n'ont pas pu être remises dans ") +
-                    backup::quoted(dataFile) + QStringLiteral(" (") + *error +
+                    backup::quoted(dataFile) + QStringLiteral(" (") + inFrench(*error) +
                     QStringLiteral(") : rien n'a changé."));
     }
     m_dataStamp = fileio::stampOf(dataFile);

@@ -411,6 +411,14 @@ TEST_F(StoreTest, FailedRestoreLeavesTheStoreAndItsFilesExactlyAsTheyWereAndNoSt
              QDir(attachmentsFolder()).removeRecursively();
              writeBytes(attachmentsFolder(), "not a folder");
          }},
+        {"lock file is a folder, in the system's words put in French",
+         failed + u"« "_s + as(u"Fiva/Fiva.lock"_s) + u" » est un dossier, pas un fichier. ("_s +
+             QString::fromLocal8Bit(std::strerror(EISDIR)) + u", EISDIR)"_s,
+         crafted,
+         [&] {
+             QFile::remove(as(u"Fiva/Fiva.lock"_s));
+             QDir().mkpath(as(u"Fiva/Fiva.lock"_s));
+         }},
         {"data file cannot be written",
          failed + u"Les données restaurées n'ont pas pu être enregistrées dans « "_s + dataFile() +
              u" » : rien n'a changé."_s,
