@@ -43,11 +43,33 @@ int runExport(const QStringList &args)
     const Command &self = command("export");
     if (helpRequested(self, args))
         return exitOk;
-    if (args.size() != 1 || args[0].startsWith(u'-'))
+    QStringList rest = args;
+    const bool force = rest.removeAll(QStringLiteral("--force")) > 0;
+    if (rest.size() != 1 || rest[0].startsWith(u'-'))
         return usageError(self);
     // The history keeps the full path, whatever directory the command ran in.
-    const QString archive = QFileInfo(args[0]).absoluteFilePath();
+    const QString archive = QFileInfo(rest[0]).absoluteFilePath();
     BackupSession session;
+    // A mistyped path must not silently destroy the file that happens to be there. A folder is
+    // left to the export, which refuses it.
+    const QFileInfo existing(archive);
+    if (!force && (existing.isSymLink() || (existing.exists() && !existing.isDir()))) {
+        const AlertAnswer answer = session.dialogs().runAlert(
+            {QStringLiteral("Remplacer « ") + archive + QStringLiteral(" » ?"),
+             QStringLiteral("Ce fichier existe déjà : l'export le remplacera par la nouvelle archive."),
+             AlertStyle::warning,
+             {QStringLiteral("Remplacer"), QStringLiteral("Annuler")},
+             std::nullopt});
+        if (answer.button != 0) {
+            printErr(session.dialogs().lastConfirmationHadNoTerminal()
+                         ? QStringLiteral("fiva-cli export : « ") + archive +
+                               QStringLiteral(" » existe déjà et aucun terminal ne permet de confirmer ; "
+                                              "ajoutez --force pour le remplacer.")
+                         : QStringLiteral("fiva-cli export : annulé, « ") + archive +
+                               QStringLiteral(" » n'a pas changé."));
+            return exitFailure;
+        }
+    }
     if (const auto error = session.store().writeBackupArchive(archive)) {
         printErr(QStringLiteral("❌ Erreur export : ") + *error);
         return exitFailure;
@@ -138,7 +160,9 @@ int runRecover(const QStringList &args)
 }
 
 constexpr Command commands[] = {
-    {"export", "ARCHIVE", "write a backup archive (data and attachment copies); prints its path and size",
+    {"export", "ARCHIVE [--force]",
+     "write a backup archive (data and attachment copies); prints its path and size; an existing file is "
+     "replaced only after a yes on a terminal, or with --force",
      runExport},
     {"restore", "ARCHIVE [--yes] | --undo",
      "replace the data by a backup archive's or an automatic backup's; asks first on a terminal unless "

@@ -50,7 +50,7 @@ TEST_F(BackupCli, ExportPrintsPathAndSizeAndRestoreWithYesBringsEverythingBack)
 {
     storeWithAttachment(5000);
     const QString archive = write(path(u"sauvegarde.fivabackup"_s), "an older archive is replaced");
-    const CliRun out = run({u"export"_s, archive});
+    const CliRun out = run({u"export"_s, archive, u"--force"_s});
     ASSERT_EQ(out.exitCode, 0) << out.err.toStdString();
     EXPECT_EQ(out.out.split(u'\n', Qt::SkipEmptyParts).last(),
               archive + u'\t' + QString::number(QFileInfo(archive).size()));
@@ -63,29 +63,49 @@ TEST_F(BackupCli, ExportPrintsPathAndSizeAndRestoreWithYesBringsEverythingBack)
     EXPECT_TRUE(QDir(path(u"tmp"_s)).entryList({u"Fiva*"_s}).isEmpty());
 }
 
-TEST_F(BackupCli, RestoreAsksFirstAndOnlyOuiOnATerminalRestores)
+// Restoring over the data and exporting over an existing file both destroy something: each asks
+// first, and goes on only on a yes typed on a terminal, or with its flag.
+TEST_F(BackupCli, RestoreAndExportOverAFileAskFirstAndOnlyOuiOnATerminalGoesOn)
 {
     const QString archive = exported(u"t.fivabackup"_s);
     const QByteArray kept = R"({"items":[],"categories":["Garder"]})";
-    write(dataFile(2), kept);
-    const CliRun refused = run({u"restore"_s, archive}, 2);
-    EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_TRUE(refused.err.contains(u"--yes"_s)) << refused.err.toStdString();
-    EXPECT_EQ(read(dataFile(2)), kept);
-
+    const QString existing = path(u"existant.fivabackup"_s);
+    struct Case
+    {
+        const char *name;
+        int home;
+        QStringList args;
+        QString file; // what must stay as it was unless the answer is yes
+        QString question;
+        QString withoutTerminal; // the flag stderr names when nobody can be asked
+    };
+    const Case cases[] = {
+        {"restore",
+         2,
+         {u"restore"_s, archive},
+         dataFile(2),
+         u"Restaurer les données ? Cette opération écrasera toutes les données actuelles. [o/N]"_s,
+         u"--yes"_s},
+        {"export over a file",
+         1,
+         {u"export"_s, existing},
+         existing,
+         u"Remplacer « "_s + existing + u" » ? Ce fichier existe déjà"_s,
+         u"--force"_s},
+    };
     // Python's pty gives the command a real terminal; the answer is typed once the question shows.
     const char script[] = R"(
 import os, pty, sys
 pid, fd = pty.fork()
 if pid == 0:
     os.environ['XDG_DATA_HOME'] = sys.argv[2]
-    os.execv(sys.argv[1], [sys.argv[1], 'restore', sys.argv[3]])
+    os.execv(sys.argv[1], [sys.argv[1]] + sys.argv[4:])
 seen = b''
 while b'[o/N]' not in seen:
     chunk = os.read(fd, 1024)
     if not chunk: break
     seen += chunk
-os.write(fd, sys.argv[4].encode())
+os.write(fd, sys.argv[3].encode())
 try:
     while os.read(fd, 1024): pass
 except OSError:
@@ -93,17 +113,30 @@ except OSError:
 sys.stdout.write(seen.decode('utf-8', 'replace'))
 sys.exit(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))
 )";
-    const std::tuple<const char *, int, bool> answers[] = {
-        {"n\n", 1, false}, {"\n", 1, false}, {"o\n", 0, true}};
-    for (const auto &[typed, exitCode, restored] : answers) {
-        SCOPED_TRACE(typed);
-        const CliRun asked = python(script, {cliPath(), home(2), archive, QString::fromLatin1(typed)});
-        EXPECT_TRUE(asked.out.contains(QStringLiteral(
-            "Restaurer les données ? Cette opération écrasera toutes les données actuelles. [o/N]")))
-            << asked.out.toStdString();
-        EXPECT_EQ(asked.exitCode, exitCode);
-        EXPECT_EQ(read(dataFile(2)) != kept, restored);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        write(c.file, kept);
+        const CliRun refused = run(c.args, c.home);
+        EXPECT_EQ(refused.exitCode, 1);
+        EXPECT_TRUE(refused.err.contains(c.withoutTerminal)) << refused.err.toStdString();
+        EXPECT_EQ(read(c.file), kept);
+
+        const std::tuple<const char *, int, bool> answers[] = {
+            {"n\n", 1, false}, {"\n", 1, false}, {"o\n", 0, true}};
+        for (const auto &[typed, exitCode, done] : answers) {
+            SCOPED_TRACE(typed);
+            const CliRun asked =
+                python(script, QStringList{cliPath(), home(c.home), QString::fromLatin1(typed)} + c.args);
+            EXPECT_TRUE(asked.out.contains(c.question)) << asked.out.toStdString();
+            EXPECT_EQ(asked.exitCode, exitCode);
+            EXPECT_EQ(read(c.file) != kept, done);
+        }
     }
+    // Asking is for an existing file only; the flag answers yes without a terminal.
+    EXPECT_EQ(run({u"export"_s, path(u"neuve.fivabackup"_s)}).exitCode, 0);
+    write(existing, kept);
+    EXPECT_EQ(run({u"export"_s, existing, u"--force"_s}).exitCode, 0);
+    EXPECT_TRUE(read(existing).startsWith("PK")) << "replaced by an archive";
 }
 
 // The data from before a restore comes back byte for byte, once; a second undo has nothing left.
