@@ -2,6 +2,8 @@
 
 #include <QPlainTextEdit>
 
+#include <algorithm>
+
 #include "support/ScreenTest.h"
 
 using namespace fiva;
@@ -136,6 +138,23 @@ TEST_F(EditLinkViewTest, EditingKeepsIdentityDateFavouriteAttachmentsAndUnlisted
     expected.notes = editFormNotes(u"texte brut<br>suite"_s);
     EXPECT_EQ(store->items().last(), expected);
     EXPECT_EQ(onDisk().items, store->items());
+
+    // Values far past a line edit's default limit open whole and are saved unchanged.
+    LinkItem longOne = makeItem(u"L"_s, u"A"_s);
+    for (int i = 0; longOne.title.size() < 100000; ++i)
+        longOne.title += QString::number(i) + u"é-"_s;
+    longOne.path = u"data:text/plain,"_s + QString(100000, u'x') + u"fin"_s;
+    store->addItem(longOne);
+    auto longForm = openForm(*store, &longOne);
+    EXPECT_EQ(title(*longForm)->text(), longOne.title);
+    EXPECT_EQ(path(*longForm)->text(), longOne.path);
+    click(button(*longForm, u"confirm"_s));
+    const auto saved = std::find_if(store->items().cbegin(), store->items().cend(),
+                                    [&](const LinkItem &i) { return i.id == longOne.id; });
+    ASSERT_NE(saved, store->items().cend());
+    EXPECT_EQ(saved->title, longOne.title);
+    EXPECT_EQ(saved->path, longOne.path);
+    store->deleteItem(longOne.id);
 
     // A listed category shows, and picking another one stores it.
     auto again = openForm(*store, &store->items().first());

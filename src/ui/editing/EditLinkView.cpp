@@ -20,6 +20,7 @@
 #include <QVBoxLayout>
 
 #include <array>
+#include <limits>
 
 namespace fiva {
 
@@ -86,6 +87,8 @@ EditLinkView::EditLinkView(LinkStore &store, Dialogs &dialogs, const Clock &cloc
     m_title = new QLineEdit(this);
     m_title->setObjectName(QStringLiteral("title"));
     m_title->setPlaceholderText(QStringLiteral("Titre de la fiche"));
+    // The line edit's default limit would cut a long value when the form opens, and save it cut.
+    m_title->setMaxLength(std::numeric_limits<int>::max());
     titleBlock->addWidget(m_title);
     layout->addLayout(titleBlock);
 
@@ -116,6 +119,8 @@ EditLinkView::EditLinkView(LinkStore &store, Dialogs &dialogs, const Clock &cloc
     auto *locationRow = new QHBoxLayout;
     m_path = new QLineEdit(this);
     m_path->setObjectName(QStringLiteral("path"));
+    // A data: address or a hand-edited record can be far longer than the default limit.
+    m_path->setMaxLength(std::numeric_limits<int>::max());
     locationRow->addWidget(m_path, 1);
     m_choose = new QPushButton(QStringLiteral("Choisir…"), this);
     m_choose->setObjectName(QStringLiteral("choose"));
