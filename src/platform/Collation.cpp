@@ -4,12 +4,17 @@
 
 namespace fiva {
 
-QCollator userCollator()
+QLocale userLocale()
 {
     QLocale locale;
     if (locale.language() == QLocale::C)
         locale = QLocale(QLocale::French, QLocale::France);
-    return QCollator(locale);
+    return locale;
+}
+
+QCollator userCollator()
+{
+    return QCollator(userLocale());
 }
 
 } // namespace fiva

@@ -1,3 +1,4 @@
+#include "ui/main/ContentView.h"
 #include "ui/settings/BackupConfigWindow.h"
 #include "ui/settings/BackupHistoryView.h"
 
@@ -188,7 +189,8 @@ TEST_F(BackupWindowsTest, HistoryListsBackupsNewestFirstInRowsOfFourLinesWhoseLi
     EXPECT_EQ(dismissed.count(), 1);
 }
 
-TEST_F(BackupWindowsTest, HistoryDatesAreNumericWithoutSecondsAndSizesDecimalInTheUsersLocale)
+// The history and the status line show dates alike; a locale that names no language gets French.
+TEST_F(BackupWindowsTest, DatesAreNumericWithoutSecondsAndSizesDecimalInTheUsersLocaleOrFrenchWithoutOne)
 {
     // 2025-01-01 01:02:03 local time.
     const QDateTime when(QDate(2025, 1, 1), QTime(1, 2, 3));
@@ -202,12 +204,13 @@ TEST_F(BackupWindowsTest, HistoryDatesAreNumericWithoutSecondsAndSizesDecimalInT
     } cases[]{{QLocale(QLocale::French, QLocale::France), u"01/01/2025 01:02"_s, {{2'500'000, u"2,5 Mo"_s}}},
               {QLocale(QLocale::English, QLocale::UnitedStates), u"1/1/25 1:02 AM"_s, {}},
               {QLocale::c(),
-               u"2025-01-01 01:02"_s,
+               u"01/01/2025 01:02"_s,
                {{0, u"0 bytes"_s}, {1400, u"1 kB"_s}, {2'500'000, u"2.5 MB"_s}}}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.locale.name().toStdString());
         QLocale::setDefault(c.locale);
         EXPECT_EQ(BackupHistoryView::dateText(log), c.date);
+        EXPECT_EQ(ContentView::lastBackupText(log.date), u"Dernière sauvegarde : "_s + c.date);
         for (const auto &[bytes, text] : c.sizes)
             EXPECT_EQ(BackupHistoryView::sizeText(bytes), text);
     }

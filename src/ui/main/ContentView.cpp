@@ -6,6 +6,7 @@
 #include "platform/Dialogs.h"
 #include "platform/Settings.h"
 #include "store/LinkStore.h"
+#include "ui/common/DateText.h"
 #include "ui/common/Symbols.h"
 #include "ui/editing/CategoryManagerView.h"
 #include "ui/editing/EditLinkView.h"
@@ -53,19 +54,6 @@ constexpr int rowMargin = 6;
 constexpr int rowLineSpacing = 2;
 constexpr int starSize = 18;
 constexpr int starGap = 8;
-
-std::optional<QDateTime> toDateTime(Timestamp t)
-{
-    const double milliseconds = t.toUnix() * 1000.0;
-    if (!std::isfinite(milliseconds) || std::fabs(milliseconds) > 8.0e15)
-        return std::nullopt;
-    return QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(milliseconds)));
-}
-
-Timestamp toTimestamp(const QDateTime &dateTime)
-{
-    return Timestamp::fromUnix(static_cast<double>(dateTime.toMSecsSinceEpoch()) / 1000.0);
-}
 
 // The date pickers edit the day only: the time of day of the bound stays as it was.
 Timestamp withDay(Timestamp bound, QDate day)
@@ -369,7 +357,7 @@ QWidget *ContentView::buildSidebar()
         auto *picker = new QDateEdit(m_dateRow);
         picker->setObjectName(objectName);
         picker->setCalendarPopup(true);
-        picker->setDisplayFormat(QLocale().dateFormat(QLocale::ShortFormat));
+        picker->setDisplayFormat(shortDateFormat());
         if (const auto dateTime = toDateTime(bound))
             picker->setDate(dateTime->date());
         auto *text = new QLabel(label, m_dateRow);
@@ -537,9 +525,7 @@ QString ContentView::lastBackupText(const std::optional<Timestamp> &lastBackupDa
 {
     if (!lastBackupDate)
         return QStringLiteral("Aucune sauvegarde");
-    const std::optional<QDateTime> when = toDateTime(*lastBackupDate);
-    return QStringLiteral("Dernière sauvegarde : ") +
-           (when ? QLocale().toString(*when, QLocale::ShortFormat) : QString());
+    return QStringLiteral("Dernière sauvegarde : ") + dateTimeText(*lastBackupDate);
 }
 
 void ContentView::updateLastBackupText()

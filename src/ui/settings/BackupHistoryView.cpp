@@ -3,6 +3,7 @@
 #include "model/BackupLog.h"
 #include "platform/Workspace.h"
 #include "store/LinkStore.h"
+#include "ui/common/DateText.h"
 #include "ui/common/Symbols.h"
 
 #include <QAbstractListModel>
@@ -281,19 +282,7 @@ BackupHistoryView::BackupHistoryView(LinkStore &store, Workspace &workspace, QWi
 
 QString BackupHistoryView::dateText(const BackupLog &log)
 {
-    const double unixSeconds = log.date.toUnix();
-    if (!std::isfinite(unixSeconds))
-        return {};
-    const QDateTime when = QDateTime::fromMSecsSinceEpoch(std::llround(unixSeconds * 1000.0));
-    const QLocale locale;
-    // The locale's numeric date and its time without seconds; a locale whose short date spells
-    // the month out gets the ISO form instead.
-    QString dateFormat = locale.dateFormat(QLocale::ShortFormat);
-    if (dateFormat.contains(QStringLiteral("MMM")))
-        dateFormat = QStringLiteral("yyyy-MM-dd");
-    QString timeFormat = locale.timeFormat(QLocale::ShortFormat);
-    timeFormat.remove(QStringLiteral(":ss"));
-    return locale.toString(when.date(), dateFormat) + u' ' + locale.toString(when.time(), timeFormat);
+    return dateTimeText(log.date);
 }
 
 QString BackupHistoryView::sizeText(qint64 bytes)
