@@ -21,17 +21,16 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Every run of the document as "text|family|size|bold|italic".
+// Every run of the document as "text|family|size|bold|italic", from the font the document draws
+// it with: relative sizes (headings, <big>, <font size>) are applied only there.
 QStringList runsOf(const QTextDocument &document)
 {
     QStringList runs;
     for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
         for (auto it = block.begin(); !it.atEnd(); ++it) {
-            const QTextCharFormat f = it.fragment().charFormat();
-            runs << QStringList{it.fragment().text(), f.fontFamilies().toStringList().value(0),
-                                QString::number(f.fontPointSize()),
-                                f.fontWeight() >= QFont::Bold ? u"bold"_s : u""_s,
-                                f.fontItalic() ? u"italic"_s : u""_s}
+            const QFont f = it.fragment().charFormat().font();
+            runs << QStringList{it.fragment().text(), f.families().value(0), QString::number(f.pointSizeF()),
+                                f.bold() ? u"bold"_s : u""_s, f.italic() ? u"italic"_s : u""_s}
                         .join(u'|');
         }
     }
@@ -94,10 +93,13 @@ protected:
 
 TEST_F(DetailViewTest, ShowsEveryFieldFollowsTheStoreAndFallsBackToItsCopy)
 {
-    const LinkItem item = makeItem({.title = u"Avant"_s, .category = u"Travail"_s, .isFavorite = true});
+    LinkItem item = makeItem({.title = u"Avant"_s, .category = u"Travail"_s, .isFavorite = true});
+    item.createdAt =
+        Timestamp::fromUnix(double(QDateTime(QDate(2020, 5, 7), QTime(21, 46, 32)).toSecsSinceEpoch()));
+    // The tests run in the C locale, which names no language: the date is shown the French way.
+    ASSERT_EQ(QLocale().language(), QLocale::C);
     open(item);
-    const QString created = QLocale().toString(QDateTime::fromSecsSinceEpoch(qint64(item.createdAt.toUnix())),
-                                               QLocale::ShortFormat);
+    const QString created = u"07/05/2020 21:46"_s;
     EXPECT_EQ((QStringList{label(u"title"_s), label(u"path"_s), label(u"kind"_s), label(u"category"_s),
                            child<QLabel>(m_view.get(), u"favorite"_s)->toolTip(), label(u"createdAt"_s)}),
               (QStringList{u"Avant"_s, item.path, u"Lien Internet"_s, u"Travail"_s, u"Favori"_s, created}));
@@ -266,7 +268,7 @@ TEST_F(DetailViewTest, AttachmentRowsOpenOrSayTheFileIsGoneAndDeletionsAskFirst)
     EXPECT_EQ(m_closed, 2);
 }
 
-TEST_F(DetailViewTest, PreviewOpensAWindowPerTypeTitledWithTheNameOrOnlyPrintsForAMissingFile)
+TEST_F(DetailViewTest, PreviewOpensAWindowPerTypeTitledWithTheNameOrOnlyPrintsForAMissingPath)
 {
     using Kind = AttachmentPreviewWindow::PreviewKind;
     const QString png = m_sources.filePath(u"image.png"_s);
@@ -282,7 +284,10 @@ TEST_F(DetailViewTest, PreviewOpensAWindowPerTypeTitledWithTheNameOrOnlyPrintsFo
         {sourceFile(u"page.html"_s, "<html><body><p>Salut</p></body></html>"), Kind::html},
         {sourceFile(u"lisez-moi.txt"_s, "du texte"), Kind::text},
         {other, Kind::other},
-        {sourceFile(u"faux.png"_s, "pas une image"), Kind::other}};
+        {sourceFile(u"faux.png"_s, "pas une image"), Kind::other},
+        // Something exists there, so it is shown, by its summary, whatever its name says.
+        {m_sources.filePath(u"dossier.txt"_s), Kind::other}};
+    ASSERT_TRUE(QDir().mkpath(cases.back().first));
     const QString missing = m_sources.filePath(u"absent.png"_s);
     QList<Attachment> list{attachment(missing)};
     for (const auto &[path, kind] : cases)
@@ -331,6 +336,34 @@ TEST(DetailView, RenderedNotesTakeTheNotesFontKeepBoldAndItalicAndNeedAUtf8Form)
               (QStringList{u"a |Courier New|20||"_s, u"gras|Courier New|20|bold|"_s, u" |Courier New|20||"_s,
                            u"penché|Courier New|20||italic"_s, u" |Courier New|20||"_s,
                            u"les deux|Courier New|20|bold|italic"_s, u" z |Courier New|20||"_s}));
+
+    // Markup that changes the size in HTML keeps only its weight and slant.
+    const struct
+    {
+        const char *html;
+        const char *style; // "bold|italic" of every run that is not blank
+    } sized[] = {
+        {"<h1>titre</h1>", "bold|"},
+        {"<font size=7>sept</font>", "|"},
+        {"<big>grand</big>", "|"},
+        {"<small>petit</small>", "|"},
+        {"<h3><i>sous-titre</i></h3>", "bold|italic"},
+        {"<span style=\"font-size:30px\">px</span>", "|"},
+        {"<span style=\"font-size:xx-large\"><b>xx</b></span>", "bold|"},
+    };
+    for (const auto &row : sized) {
+        SCOPED_TRACE(row.html);
+        const auto sizedDocument =
+            DetailView::renderNotes(notesHTML(QString::fromUtf8(row.html)), u"Courier New"_s, 16);
+        ASSERT_NE(sizedDocument, nullptr);
+        const QStringList runs = runsOf(*sizedDocument);
+        ASSERT_FALSE(runs.isEmpty());
+        for (const QString &run : runs) {
+            EXPECT_EQ(run.section(u'|', 1, 2), u"Courier New|16"_s) << run.toStdString();
+            if (!run.section(u'|', 0, 0).trimmed().isEmpty())
+                EXPECT_EQ(run.section(u'|', 3), QLatin1String(row.style)) << run.toStdString();
+        }
+    }
 
     QString broken = u"abc"_s;
     broken.append(QChar(0xD800));

@@ -6,6 +6,7 @@
 #include "platform/Workspace.h"
 #include "store/Console.h"
 #include "store/LinkStore.h"
+#include "ui/common/DateText.h"
 #include "ui/common/Labels.h"
 #include "ui/common/Symbols.h"
 #include "ui/editing/EditLinkView.h"
@@ -17,7 +18,6 @@
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QLocale>
 #include <QPointer>
 #include <QPushButton>
 #include <QTextBlock>
@@ -28,6 +28,7 @@
 #include <QVBoxLayout>
 
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace fiva {
@@ -56,16 +57,6 @@ double usableNoteSize(double points)
     if (!std::isfinite(points) || points <= 0)
         return Settings::defaultValue(Settings::Key::noteFontSize).toDouble();
     return std::min(points, 500.0);
-}
-
-// The numeric date and short time of the user's locale; nothing for a date no calendar can show.
-QString createdText(Timestamp createdAt)
-{
-    const double milliseconds = createdAt.toUnix() * 1000.0;
-    if (!std::isfinite(milliseconds) || std::fabs(milliseconds) > 8.0e15)
-        return {};
-    return QLocale().toString(QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(milliseconds))),
-                              QLocale::ShortFormat);
 }
 
 } // namespace
@@ -211,7 +202,7 @@ void DetailView::refresh()
     const QString favoriteText = item.isFavorite ? QStringLiteral("Favori") : QStringLiteral("Pas favori");
     m_favorite->setToolTip(favoriteText);
     m_favorite->setAccessibleName(favoriteText);
-    m_createdAt->setText(createdText(item.createdAt));
+    m_createdAt->setText(dateTimeText(item.createdAt));
 
     std::unique_ptr<QTextDocument> rendered;
     if (item.notes) {
@@ -288,38 +279,45 @@ std::unique_ptr<QTextDocument> DetailView::renderNotes(const QString &html, cons
     auto document = std::make_unique<QTextDocument>();
     document->setHtml(QString::fromUtf8(bytes));
 
-    // Every run gets the notes font; only its weight and slant survive from the HTML, so a bold
-    // italic run stays both. Colours, paragraphs and lists are left as they were read.
+    // Every run gets the notes font at the chosen size; only its weight and slant survive from the
+    // HTML, so a bold italic run stays both. Colours, paragraphs and lists are left as they were read.
+    // Headings, <big>, <small> and <font size> do not carry a size but a relative step that the
+    // document applies on top of any size set here, so the step itself has to go, as do pixel sizes.
     // The runs are listed first and changed afterwards: changing a format merges fragments and
     // would pull the ground from under an iterator walking them.
-    struct RunStyle
+    const auto notesFormat = [&](QTextCharFormat format) {
+        format.clearProperty(QTextFormat::FontSizeAdjustment);
+        format.clearProperty(QTextFormat::FontPixelSize);
+        format.setFontFamilies(QStringList{fontName});
+        format.setFontPointSize(pointSize);
+        format.setFontWeight(format.fontWeight() >= QFont::Bold ? QFont::Bold : QFont::Normal);
+        return format;
+    };
+    struct Run
     {
         int position;
         int length;
-        bool bold;
-        bool italic;
+        QTextCharFormat format;
     };
-    std::vector<RunStyle> runs;
+    std::vector<Run> runs;
+    std::vector<std::pair<int, QTextCharFormat>> blocks;
     for (QTextBlock block = document->begin(); block.isValid(); block = block.next()) {
+        blocks.emplace_back(block.position(), notesFormat(block.charFormat()));
         for (auto it = block.begin(); !it.atEnd(); ++it) {
             const QTextFragment fragment = it.fragment();
-            if (!fragment.isValid())
-                continue;
-            const QTextCharFormat current = fragment.charFormat();
-            runs.push_back({fragment.position(), fragment.length(), current.fontWeight() >= QFont::Bold,
-                            current.fontItalic()});
+            if (fragment.isValid())
+                runs.push_back({fragment.position(), fragment.length(), notesFormat(fragment.charFormat())});
         }
     }
     QTextCursor cursor(document.get());
-    for (const RunStyle &run : runs) {
-        QTextCharFormat format;
-        format.setFontFamilies(QStringList{fontName});
-        format.setFontPointSize(pointSize);
-        format.setFontWeight(run.bold ? QFont::Bold : QFont::Normal);
-        format.setFontItalic(run.italic);
+    for (const auto &[position, format] : blocks) {
+        cursor.setPosition(position);
+        cursor.setBlockCharFormat(format);
+    }
+    for (const Run &run : runs) {
         cursor.setPosition(run.position);
         cursor.setPosition(run.position + run.length, QTextCursor::KeepAnchor);
-        cursor.mergeCharFormat(format);
+        cursor.setCharFormat(run.format);
     }
     // Empty paragraphs and the space between blocks take the document's font.
     QFont base(fontName);
@@ -402,7 +400,8 @@ void DetailView::previewAttachment(const Attachment &attachment)
 {
     console::print(u"🔥 Fonction previewAttachment LANCÉE !");
     console::print(u"📄 Aperçu fichier :", attachment.filePath);
-    if (!QFileInfo(attachment.filePath).isFile()) {
+    // Whatever is there can be shown: a folder gets the summary with its "Ouvrir" button.
+    if (!QFileInfo::exists(attachment.filePath)) {
         console::print(u"⛔️ FICHIER ABSENT sur le disque !");
         return;
     }
