@@ -149,8 +149,9 @@ TEST(FolderZip, EntriesLeavingTheDestinationAreRefused)
                 expectedInside[path] = placed(description);
             EXPECT_EQ(describeTree(box.destination(), false), expectedInside);
             EXPECT_EQ(box.outsideChanges(), std::vector<std::string>{});
-            if (!c.allowUncontainedSymlinks)
+            if (!c.allowUncontainedSymlinks) {
                 EXPECT_EQ(box.linksLeavingDestination(), std::vector<std::string>{});
+            }
         }
     }
     ConfinedFolder::setKernelConfinement(true);
@@ -240,8 +241,9 @@ TEST(FolderZip, HostileDataGivesNamedErrors)
         TempDir dir;
         writeBytes(dir / "h.zip", c.archive);
         EXPECT_EQ(errorCaseOf([&] { unzipItem(dir / "h.zip", dir / "out"); }), c.expectedError) << c.label;
-        if (c.expectedError.empty())
+        if (c.expectedError.empty()) {
             EXPECT_TRUE(readFile(dir / "out/f") == text) << c.label;
+        }
     }
 }
 
