@@ -360,8 +360,9 @@ TEST(DetailView, RenderedNotesTakeTheNotesFontKeepBoldAndItalicAndNeedAUtf8Form)
         ASSERT_FALSE(runs.isEmpty());
         for (const QString &run : runs) {
             EXPECT_EQ(run.section(u'|', 1, 2), u"Courier New|16"_s) << run.toStdString();
-            if (!run.section(u'|', 0, 0).trimmed().isEmpty())
+            if (!run.section(u'|', 0, 0).trimmed().isEmpty()) {
                 EXPECT_EQ(run.section(u'|', 3), QLatin1String(row.style)) << run.toStdString();
+            }
         }
     }
 
