@@ -187,6 +187,7 @@ TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
 
 TEST_F(ContentViewTest, StarTogglesTheFavouriteWithoutSelectingTheRowAndDeleteDeletesWithoutAsking)
 {
+    m_settings.setAskDeleteConfirmation(false);
     open();
     const int row = rowOf(u"Facture"_s);
     const QPoint star = m_view->starRectOfRow(row).center();
@@ -342,6 +343,144 @@ TEST_F(ContentViewTest, OldBackupAlertFollowsTheSettingAndTheStoresVerdictOnEach
     for (const QStringList &expected : {QStringList{old}, QStringList{old, old}}) {
         showAgain(m_view.get());
         EXPECT_EQ(alertTexts(m_dialogs), expected);
+    }
+}
+
+// The window must be active for its shortcuts to reach it.
+void activate(QWidget *window)
+{
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+}
+
+TEST_F(ContentViewTest, ShortcutsActOnTheSelectedRecordAndTheSearch)
+{
+    struct Case
+    {
+        const char *name;
+        QKeyCombination keys;
+        bool onList; // sent to the list, else to the search field
+        std::function<void()> check;
+    };
+    const Case cases[] = {
+        {"Ctrl+N new record", Qt::CTRL | Qt::Key_N, true,
+         [this] {
+             ASSERT_NE(m_view->editSheet(), nullptr);
+             EXPECT_EQ(child<QLineEdit>(m_view->editSheet(), u"title"_s)->text(), QString());
+         }},
+        {"Ctrl+E edit selected", Qt::CTRL | Qt::Key_E, true,
+         [this] {
+             ASSERT_NE(m_view->editSheet(), nullptr);
+             EXPECT_EQ(child<QLineEdit>(m_view->editSheet(), u"title"_s)->text(), u"Facture"_s);
+         }},
+        {"Return opens the target", Qt::Key_Return, true,
+         [this] {
+             EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openUrl https://example.org/Facture"_s});
+         }},
+        {"Ctrl+D flips the favourite", Qt::CTRL | Qt::Key_D, true,
+         [this] { EXPECT_TRUE(onDisk().items.at(2).isFavorite); }},
+        {"Delete deletes", Qt::Key_Delete, true,
+         [this] { EXPECT_EQ(listed(), u"Projet Qt|Été en Provence"_s); }},
+        {"Ctrl+F focuses the search", Qt::CTRL | Qt::Key_F, true,
+         [this] { EXPECT_TRUE(find<QLineEdit>(u"search"_s)->hasFocus()); }},
+        {"Escape clears the search", Qt::Key_Escape, false,
+         [this] {
+             EXPECT_EQ(find<QLineEdit>(u"search"_s)->text(), QString());
+             EXPECT_EQ(listed(), u"Facture|Projet Qt|Été en Provence"_s);
+         }},
+    };
+    m_settings.setAskDeleteConfirmation(false);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        open();
+        activate(m_view.get());
+        m_workspace.calls.clear();
+        clickRow(m_view->list(), rowOf(u"Facture"_s));
+        QWidget *target = m_view->list();
+        if (!c.onList) {
+            target = find<QLineEdit>(u"search"_s);
+            QTest::keyClicks(target, u"zzz"_s);
+            ASSERT_EQ(listed(), QString());
+        }
+        target->setFocus();
+        QTest::keyClick(target, c.keys.key(), c.keys.keyboardModifiers());
+        flushDeletions();
+        c.check();
+        if (m_view->editSheet())
+            m_view->editSheet()->reject();
+    }
+}
+
+TEST_F(ContentViewTest, DeletingRowsAsksOnlyWhileTheSettingIsOn)
+{
+    struct Case
+    {
+        bool ask;
+        int answer; // 0 "Supprimer", 1 "Annuler"
+        bool byKey; // the Delete key, else the menu's command
+        bool deleted;
+    };
+    const QString question =
+        u"Supprimer cette fiche ?|Cette action est irréversible.|warning|Supprimer,Annuler"_s;
+    for (const Case c : {Case{true, 0, true, true}, Case{true, 1, true, false}, Case{true, 1, false, false},
+                         Case{false, 1, true, true}, Case{false, 1, false, true}}) {
+        SCOPED_TRACE(testing::Message() << c.ask << c.answer << c.byKey);
+        m_settings.setAskDeleteConfirmation(c.ask);
+        open();
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {AlertAnswer{c.answer, {}}};
+        clickRow(m_view->list(), rowOf(u"Facture"_s));
+        if (c.byKey)
+            QTest::keyClick(m_view->list(), Qt::Key_Delete);
+        else
+            m_view->recordActions().at(5)->trigger();
+        flushDeletions();
+        EXPECT_EQ(alertTexts(m_dialogs), c.ask ? QStringList{question} : QStringList());
+        EXPECT_EQ(onDisk().items.size(), c.deleted ? 2 : 3);
+        EXPECT_EQ(listed().contains(u"Facture"_s), !c.deleted);
+    }
+}
+
+TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent)
+{
+    // Wednesday 1 January 2025 at noon UTC: a Wednesday in every time zone.
+    const Timestamp wednesday{newYear2025.seconds + 43200};
+    struct Case
+    {
+        const char *day;
+        std::optional<double> backupAge; // seconds before now
+        int answer;                      // 0 "Sauvegarder maintenant", 1 "Plus tard"
+        bool reminds;
+    };
+    const Case cases[] = {
+        {"Mercredi", std::nullopt, 1, true},  {"Mercredi", 86400, 1, true},
+        {"Mercredi", 86399, 1, false},        {"Mardi", std::nullopt, 1, false},
+        {"mercredi", std::nullopt, 1, false}, {"Mercredi", std::nullopt, 0, true},
+    };
+    const QString reminder =
+        u"Rappel de sauvegarde|C’est mercredi : pensez à faire une sauvegarde manuelle de vos "
+        u"fiches.|info|Sauvegarder maintenant,Plus tard"_s;
+    for (const Case &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.day << " " << c.backupAge.value_or(-1) << " " << c.answer);
+        m_clock.set(wednesday);
+        m_settings.setBackupReminderDay(QString::fromUtf8(c.day));
+        open(threeRecords(), false);
+        m_settings.setWarnOldBackup(false);
+        if (c.backupAge)
+            m_store->setLastBackupDate(Timestamp{wednesday.seconds - *c.backupAge});
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {AlertAnswer{c.answer, {}}};
+        m_dialogs.holdPanels = true;
+        m_view->show();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(alertTexts(m_dialogs), c.reminds ? QStringList{reminder} : QStringList());
+        EXPECT_EQ(m_dialogs.savePanels.size(), c.reminds && c.answer == 0 ? 1u : 0u)
+            << "the first button starts the backup export";
+        m_dialogs.finishSavePanel(std::nullopt);
+        m_dialogs.holdPanels = false;
+        m_dialogs.savePanels.clear();
+        showAgain(m_view.get());
+        EXPECT_EQ(alertTexts(m_dialogs).size(), c.reminds ? 1 : 0) << "once per window";
     }
 }
 

@@ -211,6 +211,7 @@ ContentView::ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspac
     split->setObjectName(QStringLiteral("split"));
     split->setChildrenCollapsible(false);
     split->addWidget(buildSidebar());
+    buildRecordActions();
 
     m_detailColumn = new QStackedWidget(split);
     m_detailColumn->setObjectName(QStringLiteral("detailColumn"));
@@ -674,17 +675,23 @@ void ContentView::showEvent(QShowEvent *event)
     // Each time the window comes up, once it is on screen rather than in the middle of showing it.
     if (!event->spontaneous())
         QMetaObject::invokeMethod(this, &ContentView::checkOldBackup, Qt::QueuedConnection);
+    if (!event->spontaneous() && !m_reminderChecked) {
+        m_reminderChecked = true;
+        QMetaObject::invokeMethod(this, &ContentView::checkBackupReminder, Qt::QueuedConnection);
+    }
 }
 
 bool ContentView::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_list && event->type() == QEvent::KeyPress) {
-        if (static_cast<QKeyEvent *>(event)->matches(QKeySequence::Delete)) {
-            std::vector<int> rows;
-            for (const QModelIndex &index : m_list->selectionModel()->selectedRows())
-                rows.push_back(index.row());
-            if (!rows.empty())
-                deleteRows(std::move(rows));
+        const auto *key = static_cast<QKeyEvent *>(event);
+        if (key->matches(QKeySequence::Delete)) {
+            deleteSelectedRows();
+            return true;
+        }
+        const bool plain = key->modifiers() == Qt::NoModifier || key->modifiers() == Qt::KeypadModifier;
+        if (plain && (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter)) {
+            m_openAction->trigger();
             return true;
         }
         return false;
