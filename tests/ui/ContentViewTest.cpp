@@ -1,6 +1,9 @@
 #include "ui/main/ContentView.h"
 
+#include "interchange/BookmarkImport.h"
+#include "store/FileIO.h"
 #include "ui/editing/EditLinkView.h"
+#include "ui/main/BookmarkImportDialog.h"
 #include "ui/main/DetailView.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/LinkListModel.h"
@@ -482,6 +485,113 @@ TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent
         showAgain(m_view.get());
         EXPECT_EQ(alertTexts(m_dialogs).size(), c.reminds ? 1 : 0) << "once per window";
     }
+}
+
+TEST_F(ContentViewTest, BookmarkImportPreviewsThenSavesWhatIsNewOnDiskAndExportReadsBack)
+{
+    const QString firefox = qEnvironmentVariable("FIVA_TEST_DATA") + u"/bookmarks/firefox-export.html"_s;
+    const QString notBookmarks = m_as.filePath(u"notes.html"_s);
+    writeBytes(notBookmarks, "<html><body>Bonjour</body></html>");
+    struct Case
+    {
+        const char *name;
+        std::optional<QString> chosen;
+        bool keepRoots;
+        bool outsideSave;   // another process saves one of the file's links before "Importer"
+        const char *button; // pressed in the preview; empty when none is expected
+        QStringList alerts;
+    };
+    const Case cases[] = {
+        {"import", firefox, false, false, "Importer", {}},
+        {"keep roots", firefox, true, false, "Importer", {}},
+        {"link saved meanwhile is a duplicate", firefox, false, true, "Importer", {}},
+        {"cancelled in the preview", firefox, false, false, "Annuler", {}},
+        {"panel cancelled", std::nullopt, false, false, "", {}},
+        {"not a bookmark file",
+         notBookmarks,
+         false,
+         false,
+         "",
+         {u"Import impossible|notes.html : Ce fichier n’est pas un fichier de marque-pages exporté par un "
+          u"navigateur.|warning|OK"_s}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        open();
+        const SavedData before = onDisk();
+        m_dialogs.alerts.clear();
+        m_dialogs.openChoices = {c.chosen ? std::optional(QStringList{*c.chosen}) : std::nullopt};
+        m_view->importBookmarksAction()->trigger();
+        auto *sheet = m_view->findChild<BookmarkImportDialog *>();
+        EXPECT_EQ(alertTexts(m_dialogs), c.alerts);
+        if (!*c.button) {
+            EXPECT_EQ(sheet, nullptr);
+            EXPECT_EQ(onDisk(), before);
+            continue;
+        }
+        ASSERT_NE(sheet, nullptr);
+        if (c.keepRoots)
+            QTest::keyClick(child<QCheckBox>(sheet, u"keepRoots"_s), Qt::Key_Space);
+        // What the library makes of the file for the store as it was: the preview must say so.
+        interchange::ImportContext context = interchange::importContextFor(before.items, before.categories);
+        const interchange::ImportPlan expected =
+            interchange::planBookmarkImport(readBytes(*c.chosen), context, {c.keepRoots, false});
+        ASSERT_GT(expected.records.size(), 1);
+        const QString summary = child<QLabel>(sheet, u"importSummary"_s)->text();
+        EXPECT_TRUE(summary.startsWith(
+            u"Fiches à importer : %1\nNouvelles catégories : %2 ("_s.arg(expected.records.size())
+                .arg(expected.newCategories.size())))
+            << summary.toStdString();
+        EXPECT_TRUE(summary.contains(u"Doublons ignorés : %1\n"_s.arg(expected.duplicatesSkipped)));
+        LinkItem outside = makeItem({u"Dehors"_s, expected.records.first().path});
+        if (c.outsideSave) {
+            ASSERT_FALSE(fileio::writeDocument(dataFile(), SavedData{before.items + QList{outside},
+                                                                     before.categories, std::nullopt})
+                             .has_value());
+        }
+        click(buttonWithText(sheet, QString::fromUtf8(c.button)));
+        flushDeletions();
+        EXPECT_EQ(m_view->findChild<BookmarkImportDialog *>(), nullptr);
+
+        QList<LinkItem> items = before.items;
+        QStringList categories = before.categories;
+        if (c.outsideSave)
+            items << outside;
+        if (QByteArray(c.button) == "Importer") {
+            items += c.outsideSave ? expected.records.mid(1) : expected.records;
+            categories += expected.newCategories;
+            std::sort(categories.begin(), categories.end(), [](const QString &a, const QString &b) {
+                return QString::localeAwareCompare(a, b) < 0;
+            });
+        }
+        const SavedData after = onDisk();
+        EXPECT_EQ(after.categories, categories);
+        ASSERT_EQ(after.items.size(), items.size());
+        for (qsizetype i = 0; i < items.size(); ++i) {
+            EXPECT_EQ(after.items[i].path, items[i].path);
+            EXPECT_EQ(after.items[i].category, items[i].category);
+        }
+        EXPECT_EQ(m_store->items(), after.items);
+    }
+
+    // Export: the records come back from the written file, each with its category.
+    open();
+    const QString exported = m_as.filePath(u"favoris.html"_s);
+    m_dialogs.alerts.clear();
+    m_dialogs.saveChoices = {exported};
+    m_view->exportBookmarksAction()->trigger();
+    EXPECT_EQ(alertTexts(m_dialogs),
+              QStringList{u"Favoris exportés|3 fiches écrites dans « favoris.html ».|info|OK"_s});
+    const interchange::ImportPlan back =
+        interchange::planBookmarkImport(readBytes(exported), {}, {true, true});
+    QStringList written, stored;
+    for (const LinkItem &item : back.records)
+        written << item.category + u'|' + item.title + u'|' + item.path;
+    for (const LinkItem &item : m_store->items())
+        stored << item.category + u'|' + item.title + u'|' + item.path;
+    written.sort();
+    stored.sort();
+    EXPECT_EQ(written, stored);
 }
 
 } // namespace
