@@ -5,14 +5,17 @@
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/BookmarkImportDialog.h"
 #include "ui/main/DetailView.h"
+#include "ui/main/DroppedLinks.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/LinkListModel.h"
 
 #include <QAbstractItemModelTester>
+#include <QClipboard>
 #include <QDateEdit>
 #include <QDateTime>
 #include <QDialog>
 #include <QDir>
+#include <QMimeData>
 #include <QPushButton>
 #include <QToolBar>
 #include <QToolButton>
@@ -592,6 +595,162 @@ TEST_F(ContentViewTest, BookmarkImportPreviewsThenSavesWhatIsNewOnDiskAndExportR
     written.sort();
     stored.sort();
     EXPECT_EQ(written, stored);
+}
+
+// Dragged data as browsers and file managers give it: URLs, the page titles beside them, or text.
+std::unique_ptr<QMimeData> dragged(const QStringList &urls, const QString &mozUrl = {},
+                                   const QString &text = {})
+{
+    auto data = std::make_unique<QMimeData>();
+    QList<QUrl> list;
+    for (const QString &url : urls)
+        list << QUrl(url);
+    if (!list.isEmpty())
+        data->setUrls(list);
+    if (!mozUrl.isEmpty())
+        data->setData(u"text/x-moz-url"_s,
+                      QByteArray(reinterpret_cast<const char *>(mozUrl.utf16()), mozUrl.size() * 2));
+    if (!text.isEmpty())
+        data->setText(text);
+    return data;
+}
+
+// Drag enter, then drop, on `target`, as the desktop delivers them; whether the drop was taken.
+bool drop(QWidget *target, const QMimeData &data)
+{
+    const QPoint at = target->rect().center();
+    QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+    QCoreApplication::sendEvent(target, &enter);
+    QDropEvent dropped(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, {});
+    QCoreApplication::sendEvent(target, &dropped);
+    QCoreApplication::processEvents();
+    return enter.isAccepted() && dropped.isAccepted();
+}
+
+TEST_F(ContentViewTest, DroppedOrPastedLinksFillTheFormOrAfterOneConfirmationBecomeRecords)
+{
+    const QString folder = m_as.filePath(u"Dossier été"_s);
+    const QString file = folder + u"/Devis n°1.pdf"_s;
+    writeBytes(file, "%PDF");
+    const QString fileUrl = QUrl::fromLocalFile(file).toString();
+    const auto link = [](const QString &title, const QString &path, LinkKind kind) {
+        return DroppedLink{title, path, kind};
+    };
+    struct Case
+    {
+        const char *name;
+        std::shared_ptr<QMimeData> data;
+        QList<DroppedLink> links;
+    };
+    const Case cases[] = {
+        {"address with its page title",
+         dragged({u"https://example.org/a"_s}, u"https://example.org/a\nPage « A »"_s),
+         {link(u"Page « A »"_s, u"https://example.org/a"_s, LinkKind::url)}},
+        {"address alone, twice",
+         dragged({u"https://example.org/b"_s, u"https://example.org/b"_s}),
+         {link(u"https://example.org/b"_s, u"https://example.org/b"_s, LinkKind::url)}},
+        {"file and folder",
+         dragged({fileUrl, QUrl::fromLocalFile(folder).toString()}),
+         {link(u"Devis n°1.pdf"_s, file, LinkKind::file),
+          link(u"Dossier été"_s, folder, LinkKind::directory)}},
+        {"missing file and script",
+         dragged({QUrl::fromLocalFile(folder + u"/absent"_s).toString(), u"javascript:alert(1)"_s}),
+         {}},
+        {"text lines",
+         dragged({}, {}, u" https://example.org/c \nbonjour\n"_s + file),
+         {link(u"https://example.org/c"_s, u"https://example.org/c"_s, LinkKind::url),
+          link(u"Devis n°1.pdf"_s, file, LinkKind::file)}},
+        {"plain words", dragged({}, {}, u"bonjour tout le monde"_s), {}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(droppedLinks(*c.data), c.links);
+    }
+
+    // Through the window: one link fills the form, several ask once, then one save.
+    struct WindowCase
+    {
+        const char *name;
+        std::shared_ptr<QMimeData> data;
+        bool paste; // Ctrl+V on the list with this in the clipboard, else a drop
+        int answer;
+        const char *form; // "title|path|type" of the form opened, or empty
+        qsizetype added;  // records added
+    };
+    const WindowCase windowCases[] = {
+        {"one address dropped", cases[0].data, false, 0, "Page « A »|https://example.org/a|0", 0},
+        {"one folder pasted", dragged({}, {}, folder), true, 0, "Dossier été|%1|2", 0},
+        {"two confirmed", cases[2].data, false, 0, "", 2},
+        {"two refused", cases[4].data, true, 1, "", 0},
+        {"nothing usable", cases[5].data, false, 0, "", 0},
+    };
+    for (const WindowCase &c : windowCases) {
+        SCOPED_TRACE(c.name);
+        open();
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {AlertAnswer{c.answer, {}}};
+        const QList<DroppedLink> links = droppedLinks(*c.data);
+        if (c.paste) {
+            auto *copy = new QMimeData;
+            for (const QString &format : c.data->formats())
+                copy->setData(format, c.data->data(format));
+            QGuiApplication::clipboard()->setMimeData(copy);
+            QTest::keyClick(m_view->list(), Qt::Key_V, Qt::ControlModifier);
+        } else {
+            EXPECT_EQ(drop(m_view->list()->viewport(), *c.data), !links.isEmpty());
+        }
+        EditLinkView *form = m_view->editSheet();
+        if (*c.form) {
+            ASSERT_NE(form, nullptr);
+            EXPECT_EQ(QStringList({child<QLineEdit>(form, u"title"_s)->text(),
+                                   child<QLineEdit>(form, u"path"_s)->text(),
+                                   QString::number(int(form->linkType()))})
+                          .join(u'|'),
+                      QString::fromUtf8(c.form).arg(folder));
+            form->reject();
+        } else {
+            EXPECT_EQ(form, nullptr);
+        }
+        QStringList expectedAlerts;
+        if (links.size() > 1) {
+            QStringList lines;
+            for (const DroppedLink &l : links)
+                lines << u"• "_s + l.title + u" — "_s + l.path;
+            expectedAlerts << u"Ajouter %1 fiches ?|"_s.arg(links.size()) + lines.join(u'\n') +
+                                  u"|info|Ajouter,Annuler"_s;
+        }
+        EXPECT_EQ(alertTexts(m_dialogs), expectedAlerts);
+        const SavedData after = onDisk();
+        ASSERT_EQ(after.items.size(), 3 + c.added);
+        for (qsizetype i = 0; i < c.added; ++i) {
+            EXPECT_EQ(after.items[3 + i].path, links[i].path);
+            EXPECT_EQ(after.items[3 + i].kind, links[i].kind);
+            EXPECT_EQ(after.items[3 + i].category, u"Administratif"_s) << "the form's default category";
+        }
+        flushDeletions();
+    }
+}
+
+TEST_F(ContentViewTest, FilesDroppedOnTheDetailAreCopiedAndAttached)
+{
+    const QString first = m_as.filePath(u"in/facture.pdf"_s);
+    const QString second = m_as.filePath(u"in/other/facture.pdf"_s);
+    writeBytes(first, "un");
+    writeBytes(second, "deux");
+    open();
+    clickRow(m_view->list(), rowOf(u"Facture"_s));
+    ASSERT_NE(m_view->detailView(), nullptr);
+    // Two files of the same name and a folder: the folder is left out, the second copy renamed.
+    const auto data = dragged({QUrl::fromLocalFile(first).toString(), QUrl::fromLocalFile(second).toString(),
+                               QUrl::fromLocalFile(m_as.filePath(u"in"_s)).toString()});
+    EXPECT_TRUE(drop(m_view->detailView(), *data));
+    const LinkItem record = onDisk().items.at(2);
+    QStringList attached;
+    for (const Attachment &a : record.attachments)
+        attached << a.fileName + u'=' + QString::fromUtf8(readBytes(a.filePath));
+    EXPECT_EQ(attached, (QStringList{u"facture.pdf=un"_s, u"facture-1.pdf=deux"_s}));
+    EXPECT_TRUE(QFile::exists(first) && QFile::exists(second)) << "the dropped files stay where they were";
+    EXPECT_FALSE(drop(m_view->detailView(), *dragged({u"https://example.org/x"_s})));
 }
 
 } // namespace

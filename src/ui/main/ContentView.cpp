@@ -10,6 +10,7 @@
 #include "ui/editing/CategoryManagerView.h"
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/DetailView.h"
+#include "ui/main/DroppedLinks.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/FilterState.h"
 #include "ui/main/LinkListModel.h"
@@ -19,10 +20,12 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QDateEdit>
 #include <QDateTime>
 #include <QDialog>
+#include <QDropEvent>
 #include <QHBoxLayout>
 #include <QItemSelectionModel>
 #include <QKeyEvent>
@@ -30,6 +33,7 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QLocale>
+#include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QShowEvent>
@@ -397,6 +401,7 @@ QWidget *ContentView::buildSidebar()
     m_list->setMouseTracking(true);
     m_list->installEventFilter(this);
     m_list->viewport()->installEventFilter(this);
+    m_list->viewport()->setAcceptDrops(true);
     layout->addWidget(m_list, 1);
 
     connect(m_search, &QLineEdit::textChanged, this,
@@ -689,6 +694,11 @@ bool ContentView::eventFilter(QObject *watched, QEvent *event)
             deleteSelectedRows();
             return true;
         }
+        if (key->matches(QKeySequence::Paste)) {
+            if (const QMimeData *data = QGuiApplication::clipboard()->mimeData())
+                addDroppedLinks(droppedLinks(*data));
+            return true;
+        }
         const bool plain = key->modifiers() == Qt::NoModifier || key->modifiers() == Qt::KeypadModifier;
         if (plain && (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter)) {
             m_openAction->trigger();
@@ -698,6 +708,23 @@ bool ContentView::eventFilter(QObject *watched, QEvent *event)
     }
     if (watched != m_list->viewport())
         return false;
+    if (event->type() == QEvent::DragEnter || event->type() == QEvent::DragMove) {
+        auto *drag = static_cast<QDragMoveEvent *>(event);
+        if (!droppedLinks(*drag->mimeData()).isEmpty())
+            drag->acceptProposedAction();
+        return true;
+    }
+    if (event->type() == QEvent::Drop) {
+        auto *drop = static_cast<QDropEvent *>(event);
+        const QList<DroppedLink> links = droppedLinks(*drop->mimeData());
+        if (!links.isEmpty()) {
+            drop->acceptProposedAction();
+            // After the drop returns: the form or the confirmation must not run inside the drag.
+            QMetaObject::invokeMethod(
+                this, [this, links] { addDroppedLinks(links); }, Qt::QueuedConnection);
+        }
+        return true;
+    }
     const QEvent::Type type = event->type();
     if (type != QEvent::MouseButtonPress && type != QEvent::MouseButtonRelease &&
         type != QEvent::MouseButtonDblClick)

@@ -31,6 +31,7 @@ class LinkListModel;
 class LinkStore;
 class Settings;
 class Workspace;
+struct DroppedLink;
 struct FilterState;
 struct LinkItem;
 struct Timestamp;
@@ -78,6 +79,9 @@ public:
     // On the weekday of the setting backupReminderDay, suggests a manual backup unless one was made
     // in the last 24 hours. The window asks once, the first time it is shown.
     void checkBackupReminder();
+    // Dropped on the list or pasted into it: one link opens the new-record form filled with it;
+    // several are listed in one confirmation and then added as records in one save.
+    void addDroppedLinks(const QList<DroppedLink> &links);
     // The open panel, then the preview of what the file would add, then one save.
     void importBookmarks();
     // The save panel, then every record written as a browser bookmark file.

@@ -8,9 +8,11 @@
 #include "store/FileIO.h"
 #include "store/LinkStore.h"
 #include "store/StoredNotes.h"
+#include "ui/editing/EditLinkView.h"
 #include "ui/main/BookmarkImportDialog.h"
 #include "ui/main/ContentView.h"
 #include "ui/main/DetailView.h"
+#include "ui/main/DroppedLinks.h"
 #include "ui/main/LinkListModel.h"
 
 #include <QAction>
@@ -147,6 +149,49 @@ void ContentView::checkBackupReminder()
                      std::nullopt});
     if (answer.button == 0)
         exportBackup();
+}
+
+void ContentView::addDroppedLinks(const QList<DroppedLink> &links)
+{
+    if (links.isEmpty())
+        return;
+    if (links.size() == 1) {
+        showEditSheet(nullptr);
+        if (m_editSheet) {
+            const DroppedLink &link = links.first();
+            m_editSheet->prefill(link.title, link.path, EditLinkView::LinkType(int(link.kind)));
+        }
+        return;
+    }
+    QStringList lines;
+    for (const DroppedLink &link : links)
+        lines << QStringLiteral("• ") + link.title + QStringLiteral(" — ") + link.path;
+    const AlertAnswer answer =
+        m_dialogs.runAlert(AlertRequest{QStringLiteral("Ajouter %1 fiches ?").arg(links.size()),
+                                        lines.join(u'\n'),
+                                        AlertStyle::informational,
+                                        {QStringLiteral("Ajouter"), QStringLiteral("Annuler")},
+                                        std::nullopt});
+    if (answer.button != 0)
+        return;
+    const Timestamp now = m_clock.now();
+    m_store.importRecords([&](const QList<LinkItem> &, const QStringList &categories) {
+        // The category a new record gets in the form.
+        const QString category = categories.isEmpty() ? LinkStore::uncategorized() : categories.first();
+        LinkStore::ImportBatch batch;
+        for (const DroppedLink &link : links) {
+            LinkItem item;
+            item.id = QUuid::createUuid();
+            item.title = link.title;
+            item.path = link.path;
+            item.category = category;
+            item.notes = notesHTML(QString());
+            item.createdAt = now;
+            item.kind = link.kind;
+            batch.records << item;
+        }
+        return batch;
+    });
 }
 
 void ContentView::importBookmarks()

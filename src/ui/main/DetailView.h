@@ -51,7 +51,15 @@ public:
     void openAttachment(const Attachment &attachment);
     void deleteAttachment(const Attachment &attachment);
     void confirmDeleteItem();
+    // Local files dropped on the view become attachments, copied and named as "Ajouter" does;
+    // folders and anything else are left out.
+    void attachFiles(const QStringList &paths);
 
+protected:
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
+
+public:
     // The stored notes as a document in the notes font, keeping bold and italic runs; null when
     // the text cannot be read.
     static std::unique_ptr<QTextDocument> renderNotes(const QString &html, const QString &fontName,
