@@ -22,6 +22,9 @@
 #include <QLineEdit>
 #include <QListView>
 
+#include <algorithm>
+#include <cmath>
+
 namespace fiva {
 
 namespace {
