@@ -166,9 +166,13 @@ void ContentView::addDroppedLinks(const QList<DroppedLink> &links)
         }
         return;
     }
+    // A folder's worth of files would make an alert taller than the screen: the rest is counted.
+    constexpr qsizetype listed = 15;
     QStringList lines;
-    for (const DroppedLink &link : links)
+    for (const DroppedLink &link : links.mid(0, listed))
         lines << QStringLiteral("• ") + link.title + QStringLiteral(" — ") + link.path;
+    if (links.size() > listed)
+        lines << QStringLiteral("… et %1 autres").arg(links.size() - listed);
     const AlertAnswer answer =
         m_dialogs.runAlert(AlertRequest{QStringLiteral("Ajouter %1 fiches ?").arg(links.size()),
                                         lines.join(u'\n'),
