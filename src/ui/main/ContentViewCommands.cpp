@@ -140,6 +140,7 @@ void ContentView::checkBackupReminder()
     if (day < 0 || !std::isfinite(ms) ||
         QDateTime::fromMSecsSinceEpoch(qint64(ms)).date().dayOfWeek() != day + 1)
         return;
+    // The same date the old-backup warning reads: an automatic backup counts as well.
     const std::optional<Timestamp> &last = m_store.lastBackupDate();
     if (last && now.seconds - last->seconds < secondsPerDay)
         return;
