@@ -600,7 +600,7 @@ TEST_F(ContentViewTest, BookmarkImportPreviewsThenSavesWhatIsNewOnDiskAndExportR
 
 // Dragged data as browsers and file managers give it: URLs, the page titles beside them, or text.
 std::unique_ptr<QMimeData> dragged(const QStringList &urls, const QString &mozUrl = {},
-                                   const QString &text = {})
+                                   const QString &text = {}, const QString &netscapeUrl = {})
 {
     auto data = std::make_unique<QMimeData>();
     QList<QUrl> list;
@@ -613,6 +613,8 @@ std::unique_ptr<QMimeData> dragged(const QStringList &urls, const QString &mozUr
                       QByteArray(reinterpret_cast<const char *>(mozUrl.utf16()), mozUrl.size() * 2));
     if (!text.isEmpty())
         data->setText(text);
+    if (!netscapeUrl.isEmpty())
+        data->setData(u"_NETSCAPE_URL"_s, netscapeUrl.toUtf8());
     return data;
 }
 
@@ -646,6 +648,9 @@ TEST_F(ContentViewTest, DroppedOrPastedLinksFillTheFormOrAfterOneConfirmationBec
         {"address with its page title",
          dragged({u"https://example.org/a"_s}, u"https://example.org/a\nPage « A »"_s), false, 0,
          u"Page « A »|https://example.org/a|0"_s},
+        {"title the old way",
+         dragged({u"https://example.org/d"_s}, {}, {}, u"https://example.org/d\r\nPage D"_s), false, 0,
+         u"Page D|https://example.org/d|0"_s},
         {"address alone, twice, pasted", dragged({u"https://example.org/b"_s, u"https://example.org/b"_s}),
          true, 0, u"https://example.org/b|https://example.org/b|0"_s},
         {"folder as text", dragged({}, {}, folder), true, 0, u"Dossier été|%1|2"_s},

@@ -20,15 +20,16 @@ bool usableScheme(const QString &scheme)
     return schemes.contains(scheme.toLower());
 }
 
-// "text/x-moz-url": UTF-16 lines alternating address and title.
+// Lines alternating address and title: UTF-16 in "text/x-moz-url" (Firefox, Chromium), UTF-8 in
+// "_NETSCAPE_URL" (older X11 browsers).
 QHash<QString, QString> carriedTitles(const QMimeData &data)
 {
     QHash<QString, QString> titles;
     const QByteArray raw = data.data(QStringLiteral("text/x-moz-url"));
-    if (raw.size() < 2)
-        return titles;
     const QString text =
-        QString::fromUtf16(reinterpret_cast<const char16_t *>(raw.constData()), raw.size() / 2);
+        raw.size() >= 2
+            ? QString::fromUtf16(reinterpret_cast<const char16_t *>(raw.constData()), raw.size() / 2)
+            : QString::fromUtf8(data.data(QStringLiteral("_NETSCAPE_URL")));
     const QStringList lines = text.split(u'\n');
     for (qsizetype i = 0; i + 1 < lines.size(); i += 2) {
         const QString title = lines.at(i + 1).trimmed().remove(QChar(0));
