@@ -113,6 +113,15 @@ void FivaApp::buildMenus()
     m_quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     m_quit->setMenuRole(QAction::QuitRole);
 
+    // The content's own actions, so that their shortcuts are shown where a user looks for them.
+    if (auto *content = qobject_cast<ContentView *>(m_mainWindow->centralWidget())) {
+        QMenu *records = bar->addMenu(QStringLiteral("Fiches"));
+        records->addActions(content->recordActions());
+        records->addSeparator();
+        records->addAction(content->importBookmarksAction());
+        records->addAction(content->exportBookmarksAction());
+    }
+
     QMenu *backup = bar->addMenu(QStringLiteral("Sauvegarde"));
     m_backupConfig = backup->addAction(QStringLiteral("Configuration sauvegarde…"), this,
                                        &FivaApp::showBackupConfigWindow);

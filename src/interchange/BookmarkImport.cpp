@@ -664,6 +664,16 @@ int ImportPlan::skippedTotal() const
     return total;
 }
 
+ImportContext importContextFor(const QList<LinkItem> &items, const QStringList &categories)
+{
+    ImportContext context;
+    context.existingPaths.reserve(items.size());
+    for (const LinkItem &item : items)
+        context.existingPaths << item.path;
+    context.existingCategories = categories;
+    return context;
+}
+
 QStringList ImportPlan::problems() const
 {
     QStringList sentences;

@@ -83,6 +83,9 @@ inline const QString keywordsLinePrefix = QStringLiteral("Mots-clés : ");
 ImportPlan planBookmarkImport(QByteArrayView file, const ImportContext &context,
                               const ImportOptions &options = {});
 
+// The context for importing into these records and categories: their paths and category names.
+ImportContext importContextFor(const QList<LinkItem> &items, const QStringList &categories);
+
 // Two addresses that give the same key designate the same thing for the duplicate check: trimmed,
 // scheme and host in lower case, a final "/" ignored.
 QString duplicateKey(QStringView path);

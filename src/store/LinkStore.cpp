@@ -468,6 +468,35 @@ bool LinkStore::addAttachment(const QUuid &id, const Attachment &attachment)
         [&] { return updateItem(id, [&](LinkItem &item) { item.attachments.append(attachment); }); });
 }
 
+std::optional<LinkStore::ImportBatch> LinkStore::importRecords(const ImportPlanner &plan)
+{
+    std::optional<ImportBatch> saved;
+    const bool written = change([&] {
+        ImportBatch batch = plan(m_items, m_categories);
+        if (batch.records.isEmpty() && batch.newCategories.isEmpty())
+            return false;
+        bool categoriesAdded = false;
+        for (const QString &name : std::as_const(batch.newCategories)) {
+            if (!name.isEmpty() && !m_categories.contains(name)) {
+                m_categories.append(name);
+                categoriesAdded = true;
+            }
+        }
+        if (categoriesAdded)
+            sortCategories();
+        if (!batch.records.isEmpty()) {
+            m_items.reserve(m_items.size() + batch.records.size());
+            m_items.append(batch.records);
+            Q_EMIT itemsChanged();
+        }
+        saved = std::move(batch);
+        return true;
+    });
+    if (!written)
+        return std::nullopt;
+    return saved;
+}
+
 namespace {
 
 // Only plain files: a path naming a folder is never deleted recursively. The file goes to the

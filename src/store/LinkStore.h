@@ -125,6 +125,23 @@ public:
     // record with that attachment's id, then saves; false when the record is gone.
     bool removeAttachment(const QUuid &id, const Attachment &attachment);
 
+    // Records and categories brought in from outside (a bookmark file), added in one save.
+    struct ImportBatch
+    {
+        QList<LinkItem> records;
+        QStringList newCategories;
+    };
+    // Which records to add is decided by `plan`, called under the lock with the records and
+    // categories as they are on disk at that moment: whether a link is already there can only be
+    // judged then, since the window or a script may have saved since the caller last looked (a
+    // preview shown earlier is only a forecast). The store knows nothing of bookmark files; the
+    // caller's plan does. Records are appended in the plan's order; categories not yet present are
+    // added and the list sorted. Returns the batch that was saved, or nothing when nothing was
+    // written (an empty plan, or a failure already printed).
+    using ImportPlanner =
+        std::function<ImportBatch(const QList<LinkItem> &items, const QStringList &categories)>;
+    std::optional<ImportBatch> importRecords(const ImportPlanner &plan);
+
     // Flips the favourite flag and saves; an unknown id changes and writes nothing.
     void toggleFavorite(const QUuid &id);
     // Deletes the record, its attachment files, and saves (also for an unknown id).

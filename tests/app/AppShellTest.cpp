@@ -110,6 +110,10 @@ TEST_F(AppShellTest, MenusHoldTheirItemsInOrderAndTheContentsToolbarSitsAtTheTop
     EXPECT_EQ(menus(*app),
               (QStringList{
                   u"Fiva: À propos de Fiva | — | Préférences… [Ctrl+,] | — | Quitter [Ctrl+Q]"_s,
+                  u"Fiches: Nouvelle fiche [Ctrl+N] | Rechercher [Ctrl+F] | Modifier la fiche… [Ctrl+E] | "
+                  u"Ouvrir le lien [Return] | Favori oui/non [Ctrl+D] | Supprimer [Del] | Effacer la "
+                  u"recherche [Esc] | "
+                  u"— | Importer des favoris… | Exporter des favoris…"_s,
                   u"Sauvegarde: Configuration sauvegarde…"_s,
                   u"Aide: Aide Fiva… [Ctrl+?] | — | Infos - Licence… | Site web de Fiva | Contact | Aide en "
                   u"ligne"_s}));

@@ -241,4 +241,70 @@ TEST_F(StoreFollowsItsFiles, RecoveryOffersTheNewestAutomaticBackupThatDecodes)
         << failed.toStdString();
 }
 
+// The import's plan runs under the lock on what is on disk then: a link another process saved
+// after the store was opened counts as already there, and everything lands in one save.
+TEST_F(StoreFollowsItsFiles, ImportJudgesWhatIsOnDiskAndAddsEverythingInOneSave)
+{
+    const LinkItem mine = makeItem(u"Mine"_s, sansCategorie);
+    const LinkItem outside = makeItem(u"Dehors"_s, u"Travail"_s);
+    struct Case
+    {
+        const char *name;
+        QStringList importTitles; // each a record "https://example.org/<title>" in category "Zèbre"
+        QStringList newCategories;
+        QSet<QString> titles;   // afterwards, on disk and in memory
+        const char *categories; // afterwards, joined by "|"
+        bool writes;
+    };
+    const Case cases[] = {
+        {"outside link skipped, new one added",
+         {u"Dehors"_s, u"Neuf"_s},
+         {u"Zèbre"_s},
+         {u"Mine"_s, u"Dehors"_s, u"Neuf"_s},
+         "Sans catégorie|Travail|Zèbre",
+         true},
+        {"categories merged and sorted",
+         {u"Neuf"_s},
+         {u"Zèbre"_s, u"Alpha / Bêta"_s, u"Alpha"_s, u"Travail"_s},
+         {u"Mine"_s, u"Dehors"_s, u"Neuf"_s},
+         "Alpha|Alpha / Bêta|Sans catégorie|Travail|Zèbre",
+         true},
+        {"nothing new writes nothing",
+         {u"Mine"_s, u"Dehors"_s},
+         {},
+         {u"Mine"_s, u"Dehors"_s},
+         "Sans catégorie|Travail",
+         false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        auto store = startWith({mine}, {sansCategorie});
+        saveFromOutside(SavedData{{mine, outside}, {sansCategorie, u"Travail"_s}, std::nullopt});
+        const QByteArray before = readBytes(dataFile());
+        int plans = 0;
+        const auto imported = store->importRecords([&](const QList<LinkItem> &items, const QStringList &) {
+            ++plans;
+            LinkStore::ImportBatch batch;
+            for (const QString &title : c.importTitles) {
+                const LinkItem item = makeItem(title, u"Zèbre"_s);
+                if (std::none_of(items.cbegin(), items.cend(),
+                                 [&](const LinkItem &i) { return i.path == item.path; }))
+                    batch.records << item;
+            }
+            if (!batch.records.isEmpty())
+                batch.newCategories = c.newCategories;
+            return batch;
+        });
+        EXPECT_EQ(plans, 1);
+        EXPECT_EQ(imported.has_value(), c.writes);
+        EXPECT_EQ(titles(store->items()), c.titles);
+        EXPECT_EQ(store->categories().join(u'|'), QString::fromUtf8(c.categories));
+        if (c.writes) {
+            EXPECT_EQ(onDisk(), (SavedData{store->items(), store->categories(), std::nullopt}));
+        } else {
+            EXPECT_EQ(readBytes(dataFile()), before);
+        }
+    }
+}
+
 } // namespace

@@ -1,15 +1,21 @@
 #include "ui/main/ContentView.h"
 
+#include "interchange/BookmarkImport.h"
+#include "store/FileIO.h"
 #include "ui/editing/EditLinkView.h"
+#include "ui/main/BookmarkImportDialog.h"
 #include "ui/main/DetailView.h"
+#include "ui/main/DroppedLinks.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/LinkListModel.h"
 
 #include <QAbstractItemModelTester>
+#include <QClipboard>
 #include <QDateEdit>
 #include <QDateTime>
 #include <QDialog>
 #include <QDir>
+#include <QMimeData>
 #include <QPushButton>
 #include <QToolBar>
 #include <QToolButton>
@@ -187,6 +193,7 @@ TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
 
 TEST_F(ContentViewTest, StarTogglesTheFavouriteWithoutSelectingTheRowAndDeleteDeletesWithoutAsking)
 {
+    m_settings.setAskDeleteConfirmation(false);
     open();
     const int row = rowOf(u"Facture"_s);
     const QPoint star = m_view->starRectOfRow(row).center();
@@ -343,6 +350,394 @@ TEST_F(ContentViewTest, OldBackupAlertFollowsTheSettingAndTheStoresVerdictOnEach
         showAgain(m_view.get());
         EXPECT_EQ(alertTexts(m_dialogs), expected);
     }
+}
+
+// The window must be active for its shortcuts to reach it.
+void activate(QWidget *window)
+{
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+}
+
+TEST_F(ContentViewTest, ShortcutsActOnTheSelectedRecordAndTheSearch)
+{
+    struct Case
+    {
+        const char *name;
+        QKeyCombination keys;
+        bool onList; // sent to the list, else to the search field
+        std::function<void()> check;
+    };
+    const Case cases[] = {
+        {"Ctrl+N new record", Qt::CTRL | Qt::Key_N, true,
+         [this] {
+             ASSERT_NE(m_view->editSheet(), nullptr);
+             EXPECT_EQ(child<QLineEdit>(m_view->editSheet(), u"title"_s)->text(), QString());
+         }},
+        {"Ctrl+E edit selected", Qt::CTRL | Qt::Key_E, true,
+         [this] {
+             ASSERT_NE(m_view->editSheet(), nullptr);
+             EXPECT_EQ(child<QLineEdit>(m_view->editSheet(), u"title"_s)->text(), u"Facture"_s);
+         }},
+        {"Return opens the target", Qt::Key_Return, true,
+         [this] {
+             EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openUrl https://example.org/Facture"_s});
+         }},
+        {"Ctrl+D flips the favourite", Qt::CTRL | Qt::Key_D, true,
+         [this] { EXPECT_TRUE(onDisk().items.at(2).isFavorite); }},
+        {"Delete deletes", Qt::Key_Delete, true,
+         [this] { EXPECT_EQ(listed(), u"Projet Qt|Été en Provence"_s); }},
+        {"Ctrl+F focuses the search", Qt::CTRL | Qt::Key_F, true,
+         [this] { EXPECT_TRUE(find<QLineEdit>(u"search"_s)->hasFocus()); }},
+        {"Escape clears the search", Qt::Key_Escape, false,
+         [this] {
+             EXPECT_EQ(find<QLineEdit>(u"search"_s)->text(), QString());
+             EXPECT_EQ(listed(), u"Facture|Projet Qt|Été en Provence"_s);
+         }},
+    };
+    m_settings.setAskDeleteConfirmation(false);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        open();
+        activate(m_view.get());
+        m_workspace.calls.clear();
+        clickRow(m_view->list(), rowOf(u"Facture"_s));
+        QWidget *target = m_view->list();
+        if (!c.onList) {
+            target = find<QLineEdit>(u"search"_s);
+            QTest::keyClicks(target, u"zzz"_s);
+            ASSERT_EQ(listed(), QString());
+        }
+        target->setFocus();
+        QTest::keyClick(target, c.keys.key(), c.keys.keyboardModifiers());
+        flushDeletions();
+        c.check();
+        if (m_view->editSheet())
+            m_view->editSheet()->reject();
+    }
+}
+
+TEST_F(ContentViewTest, DeletingRowsAsksOnlyWhileTheSettingIsOn)
+{
+    struct Case
+    {
+        bool ask;
+        int answer; // 0 "Supprimer", 1 "Annuler"
+        bool byKey; // the Delete key, else the menu's command
+        bool deleted;
+    };
+    const QString question =
+        u"Supprimer cette fiche ?|Cette action est irréversible.|warning|Supprimer,Annuler"_s;
+    for (const Case c : {Case{true, 0, true, true}, Case{true, 1, true, false}, Case{true, 1, false, false},
+                         Case{false, 1, true, true}, Case{false, 1, false, true}}) {
+        SCOPED_TRACE(testing::Message() << c.ask << c.answer << c.byKey);
+        m_settings.setAskDeleteConfirmation(c.ask);
+        open();
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {AlertAnswer{c.answer, {}}};
+        clickRow(m_view->list(), rowOf(u"Facture"_s));
+        if (c.byKey)
+            QTest::keyClick(m_view->list(), Qt::Key_Delete);
+        else
+            m_view->recordActions().at(5)->trigger();
+        flushDeletions();
+        EXPECT_EQ(alertTexts(m_dialogs), c.ask ? QStringList{question} : QStringList());
+        EXPECT_EQ(onDisk().items.size(), c.deleted ? 2 : 3);
+        EXPECT_EQ(listed().contains(u"Facture"_s), !c.deleted);
+    }
+}
+
+TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent)
+{
+    // Wednesday 1 January 2025 at noon UTC: a Wednesday in every time zone.
+    const Timestamp wednesday{newYear2025.seconds + 43200};
+    struct Case
+    {
+        const char *day;
+        std::optional<double> backupAge; // seconds before now
+        int answer;                      // 0 "Sauvegarder maintenant", 1 "Plus tard"
+        bool reminds;
+    };
+    const Case cases[] = {
+        {"Mercredi", std::nullopt, 1, true},  {"Mercredi", 86400, 1, true},
+        {"Mercredi", 86399, 1, false},        {"Mardi", std::nullopt, 1, false},
+        {"mercredi", std::nullopt, 1, false}, {"Mercredi", std::nullopt, 0, true},
+    };
+    const QString reminder =
+        u"Rappel de sauvegarde|C’est mercredi : pensez à faire une sauvegarde manuelle de vos "
+        u"fiches.|info|Sauvegarder maintenant,Plus tard"_s;
+    for (const Case &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.day << " " << c.backupAge.value_or(-1) << " " << c.answer);
+        m_clock.set(wednesday);
+        m_settings.setBackupReminderDay(QString::fromUtf8(c.day));
+        open(threeRecords(), false);
+        m_settings.setWarnOldBackup(false);
+        if (c.backupAge)
+            m_store->setLastBackupDate(Timestamp{wednesday.seconds - *c.backupAge});
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {AlertAnswer{c.answer, {}}};
+        m_dialogs.holdPanels = true;
+        m_view->show();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(alertTexts(m_dialogs), c.reminds ? QStringList{reminder} : QStringList());
+        EXPECT_EQ(m_dialogs.savePanels.size(), c.reminds && c.answer == 0 ? 1u : 0u)
+            << "the first button starts the backup export";
+        m_dialogs.finishSavePanel(std::nullopt);
+        m_dialogs.holdPanels = false;
+        m_dialogs.savePanels.clear();
+        showAgain(m_view.get());
+        EXPECT_EQ(alertTexts(m_dialogs).size(), c.reminds ? 1 : 0) << "once per window";
+    }
+}
+
+// Records as "category|title|path", in order.
+QStringList recordLines(const QList<LinkItem> &items)
+{
+    QStringList lines;
+    for (const LinkItem &item : items)
+        lines << item.category + u'|' + item.title + u'|' + item.path;
+    return lines;
+}
+
+TEST_F(ContentViewTest, BookmarkImportPreviewsThenSavesWhatIsNewOnDiskAndExportReadsBack)
+{
+    const QString firefox = qEnvironmentVariable("FIVA_TEST_DATA") + u"/bookmarks/firefox-export.html"_s;
+    const QString notBookmarks = m_as.filePath(u"notes.html"_s);
+    writeBytes(notBookmarks, "<html><body>Bonjour</body></html>");
+    struct Case
+    {
+        const char *name;
+        std::optional<QString> chosen;
+        bool keepRoots;
+        bool outsideSave;   // another process saves one of the file's links before "Importer"
+        const char *button; // pressed in the preview; empty when none is expected
+        QStringList alerts;
+    };
+    const Case cases[] = {
+        {"import", firefox, false, false, "Importer", {}},
+        {"keep roots", firefox, true, false, "Importer", {}},
+        {"link saved meanwhile is a duplicate", firefox, false, true, "Importer", {}},
+        {"cancelled in the preview", firefox, false, false, "Annuler", {}},
+        {"panel cancelled", std::nullopt, false, false, "", {}},
+        {"not a bookmark file",
+         notBookmarks,
+         false,
+         false,
+         "",
+         {u"Import impossible|notes.html : Ce fichier n’est pas un fichier de marque-pages exporté par un "
+          u"navigateur.|warning|OK"_s}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        open();
+        const SavedData before = onDisk();
+        m_dialogs.alerts.clear();
+        m_dialogs.openChoices = {c.chosen ? std::optional(QStringList{*c.chosen}) : std::nullopt};
+        m_view->importBookmarksAction()->trigger();
+        auto *sheet = m_view->findChild<BookmarkImportDialog *>();
+        EXPECT_EQ(alertTexts(m_dialogs), c.alerts);
+        if (!*c.button) {
+            EXPECT_EQ(sheet, nullptr);
+            EXPECT_EQ(onDisk(), before);
+            continue;
+        }
+        ASSERT_NE(sheet, nullptr);
+        if (c.keepRoots)
+            QTest::keyClick(child<QCheckBox>(sheet, u"keepRoots"_s), Qt::Key_Space);
+        // What the library makes of the file for the store as it was: the preview must say so.
+        interchange::ImportContext context = interchange::importContextFor(before.items, before.categories);
+        const interchange::ImportPlan expected =
+            interchange::planBookmarkImport(readBytes(*c.chosen), context, {c.keepRoots, false});
+        ASSERT_GT(expected.records.size(), 1);
+        const QString summary = child<QLabel>(sheet, u"importSummary"_s)->text();
+        EXPECT_TRUE(summary.startsWith(
+            u"Fiches à importer : %1\nNouvelles catégories : %2 ("_s.arg(expected.records.size())
+                .arg(expected.newCategories.size())))
+            << summary.toStdString();
+        EXPECT_TRUE(summary.contains(u"Doublons ignorés : %1\n"_s.arg(expected.duplicatesSkipped)));
+        LinkItem outside = makeItem({u"Dehors"_s, expected.records.first().path});
+        if (c.outsideSave) {
+            ASSERT_FALSE(fileio::writeDocument(dataFile(), SavedData{before.items + QList{outside},
+                                                                     before.categories, std::nullopt})
+                             .has_value());
+        }
+        click(buttonWithText(sheet, QString::fromUtf8(c.button)));
+        flushDeletions();
+        EXPECT_EQ(m_view->findChild<BookmarkImportDialog *>(), nullptr);
+
+        QList<LinkItem> items = before.items;
+        QStringList categories = before.categories;
+        if (c.outsideSave)
+            items << outside;
+        if (QByteArray(c.button) == "Importer") {
+            items += c.outsideSave ? expected.records.mid(1) : expected.records;
+            categories += expected.newCategories;
+            std::sort(categories.begin(), categories.end(), [](const QString &a, const QString &b) {
+                return QString::localeAwareCompare(a, b) < 0;
+            });
+        }
+        const SavedData after = onDisk();
+        EXPECT_EQ(after.categories, categories);
+        EXPECT_EQ(recordLines(after.items), recordLines(items));
+        EXPECT_EQ(m_store->items(), after.items);
+    }
+
+    // Export: the records come back from the written file, each with its category.
+    open();
+    const QString exported = m_as.filePath(u"favoris.html"_s);
+    m_dialogs.alerts.clear();
+    m_dialogs.saveChoices = {exported};
+    m_view->exportBookmarksAction()->trigger();
+    EXPECT_EQ(alertTexts(m_dialogs),
+              QStringList{u"Favoris exportés|3 fiches écrites dans « favoris.html ».|info|OK"_s});
+    const interchange::ImportPlan back =
+        interchange::planBookmarkImport(readBytes(exported), {}, {true, true});
+    QStringList written = recordLines(back.records), stored = recordLines(m_store->items());
+    written.sort();
+    stored.sort();
+    EXPECT_EQ(written, stored);
+}
+
+// Dragged data as browsers and file managers give it: URLs, the page titles beside them, or text.
+std::unique_ptr<QMimeData> dragged(const QStringList &urls, const QString &mozUrl = {},
+                                   const QString &text = {}, const QString &netscapeUrl = {})
+{
+    auto data = std::make_unique<QMimeData>();
+    QList<QUrl> list;
+    for (const QString &url : urls)
+        list << QUrl(url);
+    if (!list.isEmpty())
+        data->setUrls(list);
+    if (!mozUrl.isEmpty())
+        data->setData(u"text/x-moz-url"_s,
+                      QByteArray(reinterpret_cast<const char *>(mozUrl.utf16()), mozUrl.size() * 2));
+    if (!text.isEmpty())
+        data->setText(text);
+    if (!netscapeUrl.isEmpty())
+        data->setData(u"_NETSCAPE_URL"_s, netscapeUrl.toUtf8());
+    return data;
+}
+
+// Drag enter, then drop, on `target`, as the desktop delivers them; whether the drop was taken.
+bool drop(QWidget *target, const QMimeData &data)
+{
+    const QPoint at = target->rect().center();
+    QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+    QCoreApplication::sendEvent(target, &enter);
+    QDropEvent dropped(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, {});
+    QCoreApplication::sendEvent(target, &dropped);
+    QCoreApplication::processEvents();
+    return enter.isAccepted() && dropped.isAccepted();
+}
+
+TEST_F(ContentViewTest, DroppedOrPastedLinksFillTheFormOrAfterOneConfirmationBecomeRecords)
+{
+    const QString folder = m_as.filePath(u"Dossier été"_s);
+    const QString file = folder + u"/Devis n°1.pdf"_s;
+    writeBytes(file, "%PDF");
+    const QString fileUrl = QUrl::fromLocalFile(file).toString();
+    struct Case
+    {
+        const char *name;
+        std::shared_ptr<QMimeData> data;
+        bool paste;    // Ctrl+V on the list with this in the clipboard, else a drop
+        int answer;    // to the confirmation of several
+        QString links; // what the data gives, "title|path|kind" joined by ";" (%1 the folder)
+    };
+    const Case cases[] = {
+        {"address with its page title",
+         dragged({u"https://example.org/a"_s}, u"https://example.org/a\nPage « A »"_s), false, 0,
+         u"Page « A »|https://example.org/a|0"_s},
+        {"title the old way",
+         dragged({u"https://example.org/d"_s}, {}, {}, u"https://example.org/d\r\nPage D"_s), false, 0,
+         u"Page D|https://example.org/d|0"_s},
+        {"address alone, twice, pasted", dragged({u"https://example.org/b"_s, u"https://example.org/b"_s}),
+         true, 0, u"https://example.org/b|https://example.org/b|0"_s},
+        {"folder as text", dragged({}, {}, folder), true, 0, u"Dossier été|%1|2"_s},
+        {"file and folder confirmed", dragged({fileUrl, QUrl::fromLocalFile(folder).toString()}), false, 0,
+         u"Devis n°1.pdf|%1/Devis n°1.pdf|1;Dossier été|%1|2"_s},
+        {"text lines refused", dragged({}, {}, u" https://example.org/c \nbonjour\n"_s + file), true, 1,
+         u"https://example.org/c|https://example.org/c|0;Devis n°1.pdf|%1/Devis n°1.pdf|1"_s},
+        {"missing file and script",
+         dragged({QUrl::fromLocalFile(folder + u"/absent"_s).toString(), u"javascript:alert(1)"_s}),
+         false,
+         0,
+         {}},
+        {"plain words", dragged({}, {}, u"bonjour tout le monde"_s), true, 0, {}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        const QList<DroppedLink> links = droppedLinks(*c.data);
+        QStringList given;
+        for (const DroppedLink &l : links)
+            given << l.title + u'|' + l.path + u'|' + QString::number(int(l.kind));
+        EXPECT_EQ(given.join(u';'), c.links.arg(folder));
+
+        open();
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {AlertAnswer{c.answer, {}}};
+        if (c.paste) {
+            auto *copy = new QMimeData;
+            for (const QString &format : c.data->formats())
+                copy->setData(format, c.data->data(format));
+            QGuiApplication::clipboard()->setMimeData(copy);
+            QTest::keyClick(m_view->list(), Qt::Key_V, Qt::ControlModifier);
+        } else {
+            EXPECT_EQ(drop(m_view->list()->viewport(), *c.data), !links.isEmpty());
+        }
+        // One link: the new-record form, filled with it and nothing saved yet.
+        EditLinkView *form = m_view->editSheet();
+        ASSERT_EQ(form != nullptr, links.size() == 1);
+        if (form) {
+            EXPECT_EQ(child<QLineEdit>(form, u"title"_s)->text() + u'|' +
+                          child<QLineEdit>(form, u"path"_s)->text() + u'|' +
+                          QString::number(int(form->linkType())),
+                      given.first());
+            form->reject();
+        }
+        // Several: one confirmation listing them, then one record each in the form's default category.
+        QStringList expectedAlerts;
+        if (links.size() > 1) {
+            QStringList lines;
+            for (const DroppedLink &l : links)
+                lines << u"• "_s + l.title + u" — "_s + l.path;
+            expectedAlerts << u"Ajouter %1 fiches ?|"_s.arg(links.size()) + lines.join(u'\n') +
+                                  u"|info|Ajouter,Annuler"_s;
+        }
+        EXPECT_EQ(alertTexts(m_dialogs), expectedAlerts);
+        const qsizetype added = links.size() > 1 && c.answer == 0 ? links.size() : 0;
+        const SavedData after = onDisk();
+        ASSERT_EQ(after.items.size(), 3 + added);
+        for (qsizetype i = 0; i < added; ++i) {
+            const LinkItem &item = after.items[3 + i];
+            EXPECT_EQ(item.title + u'|' + item.path + u'|' + QString::number(int(item.kind)) + u'|' +
+                          item.category,
+                      given[i] + u"|Administratif"_s);
+        }
+        flushDeletions();
+    }
+}
+
+TEST_F(ContentViewTest, FilesDroppedOnTheDetailAreCopiedAndAttached)
+{
+    const QString first = m_as.filePath(u"in/facture.pdf"_s);
+    const QString second = m_as.filePath(u"in/other/facture.pdf"_s);
+    writeBytes(first, "un");
+    writeBytes(second, "deux");
+    open();
+    clickRow(m_view->list(), rowOf(u"Facture"_s));
+    ASSERT_NE(m_view->detailView(), nullptr);
+    // Two files of the same name and a folder: the folder is left out, the second copy renamed.
+    const auto data = dragged({QUrl::fromLocalFile(first).toString(), QUrl::fromLocalFile(second).toString(),
+                               QUrl::fromLocalFile(m_as.filePath(u"in"_s)).toString()});
+    EXPECT_TRUE(drop(m_view->detailView(), *data));
+    const LinkItem record = onDisk().items.at(2);
+    QStringList attached;
+    for (const Attachment &a : record.attachments)
+        attached << a.fileName + u'=' + QString::fromUtf8(readBytes(a.filePath));
+    EXPECT_EQ(attached, (QStringList{u"facture.pdf=un"_s, u"facture-1.pdf=deux"_s}));
+    EXPECT_TRUE(QFile::exists(first) && QFile::exists(second)) << "the dropped files stay where they were";
+    EXPECT_FALSE(drop(m_view->detailView(), *dragged({u"https://example.org/x"_s})));
 }
 
 } // namespace

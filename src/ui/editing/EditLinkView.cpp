@@ -256,6 +256,13 @@ QString EditLinkView::editorText() const
     return text;
 }
 
+void EditLinkView::prefill(const QString &title, const QString &path, LinkType type)
+{
+    m_title->setText(title);
+    m_path->setText(path);
+    setLinkType(type);
+}
+
 void EditLinkView::saveItem()
 {
     const QString title = trimHorizontalWhitespace(m_title->text());

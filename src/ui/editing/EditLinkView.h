@@ -46,6 +46,8 @@ public:
     // Validates, writes the record and closes; on empty title or location it shows "Champs requis"
     // and stays open.
     void saveItem();
+    // Fills a new record's title, location and kind, as a dropped or pasted link does.
+    void prefill(const QString &title, const QString &path, LinkType type);
     // Asks for a file (or a folder) and takes it as the location.
     void chooseLocation(bool filesAllowed, bool foldersAllowed, LinkType typeToSet);
 

@@ -11,6 +11,7 @@
 #include "ui/editing/CategoryManagerView.h"
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/DetailView.h"
+#include "ui/main/DroppedLinks.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/FilterState.h"
 #include "ui/main/LinkListModel.h"
@@ -20,10 +21,12 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QDateEdit>
 #include <QDateTime>
 #include <QDialog>
+#include <QDropEvent>
 #include <QHBoxLayout>
 #include <QItemSelectionModel>
 #include <QKeyEvent>
@@ -31,6 +34,7 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QLocale>
+#include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QShowEvent>
@@ -199,6 +203,7 @@ ContentView::ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspac
     split->setObjectName(QStringLiteral("split"));
     split->setChildrenCollapsible(false);
     split->addWidget(buildSidebar());
+    buildRecordActions();
 
     m_detailColumn = new QStackedWidget(split);
     m_detailColumn->setObjectName(QStringLiteral("detailColumn"));
@@ -384,6 +389,7 @@ QWidget *ContentView::buildSidebar()
     m_list->setMouseTracking(true);
     m_list->installEventFilter(this);
     m_list->viewport()->installEventFilter(this);
+    m_list->viewport()->setAcceptDrops(true);
     layout->addWidget(m_list, 1);
 
     connect(m_search, &QLineEdit::textChanged, this,
@@ -660,23 +666,51 @@ void ContentView::showEvent(QShowEvent *event)
     // Each time the window comes up, once it is on screen rather than in the middle of showing it.
     if (!event->spontaneous())
         QMetaObject::invokeMethod(this, &ContentView::checkOldBackup, Qt::QueuedConnection);
+    if (!event->spontaneous() && !m_reminderChecked) {
+        m_reminderChecked = true;
+        QMetaObject::invokeMethod(this, &ContentView::checkBackupReminder, Qt::QueuedConnection);
+    }
 }
 
 bool ContentView::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_list && event->type() == QEvent::KeyPress) {
-        if (static_cast<QKeyEvent *>(event)->matches(QKeySequence::Delete)) {
-            std::vector<int> rows;
-            for (const QModelIndex &index : m_list->selectionModel()->selectedRows())
-                rows.push_back(index.row());
-            if (!rows.empty())
-                deleteRows(std::move(rows));
+        const auto *key = static_cast<QKeyEvent *>(event);
+        if (key->matches(QKeySequence::Delete)) {
+            deleteSelectedRows();
+            return true;
+        }
+        if (key->matches(QKeySequence::Paste)) {
+            if (const QMimeData *data = QGuiApplication::clipboard()->mimeData())
+                addDroppedLinks(droppedLinks(*data));
+            return true;
+        }
+        const bool plain = key->modifiers() == Qt::NoModifier || key->modifiers() == Qt::KeypadModifier;
+        if (plain && (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter)) {
+            m_openAction->trigger();
             return true;
         }
         return false;
     }
     if (watched != m_list->viewport())
         return false;
+    if (event->type() == QEvent::DragEnter || event->type() == QEvent::DragMove) {
+        auto *drag = static_cast<QDragMoveEvent *>(event);
+        if (!droppedLinks(*drag->mimeData()).isEmpty())
+            drag->acceptProposedAction();
+        return true;
+    }
+    if (event->type() == QEvent::Drop) {
+        auto *drop = static_cast<QDropEvent *>(event);
+        const QList<DroppedLink> links = droppedLinks(*drop->mimeData());
+        if (!links.isEmpty()) {
+            drop->acceptProposedAction();
+            // After the drop returns: the form or the confirmation must not run inside the drag.
+            QMetaObject::invokeMethod(
+                this, [this, links] { addDroppedLinks(links); }, Qt::QueuedConnection);
+        }
+        return true;
+    }
     const QEvent::Type type = event->type();
     if (type != QEvent::MouseButtonPress && type != QEvent::MouseButtonRelease &&
         type != QEvent::MouseButtonDblClick)

@@ -31,6 +31,7 @@ class LinkListModel;
 class LinkStore;
 class Settings;
 class Workspace;
+struct DroppedLink;
 struct FilterState;
 struct LinkItem;
 struct Timestamp;
@@ -56,6 +57,10 @@ public:
     QAction *exportAction() const { return m_export; }
     QAction *restoreAction() const { return m_restore; }
     QAction *backupHistoryAction() const { return m_backupHistory; }
+    // The record commands with their keyboard shortcuts, in the order the menu shows them.
+    QList<QAction *> recordActions() const;
+    QAction *importBookmarksAction() const { return m_importBookmarks; }
+    QAction *exportBookmarksAction() const { return m_exportBookmarks; }
 
     QListView *list() const { return m_list; }
     LinkListModel &model() const { return *m_model; }
@@ -66,8 +71,21 @@ public:
 
     // Deletes the records shown at these rows, without asking, and clears the selection.
     void deleteRows(std::vector<int> rows);
+    // The Delete key and the list's delete command: asks "Supprimer cette fiche ?" first while
+    // the setting askDeleteConfirmation is on, then deleteRows.
+    void deleteSelectedRows();
     // Raises "⚠️ Sauvegarde ancienne" when the warning is on and the last backup is old or missing.
     void checkOldBackup();
+    // On the weekday of the setting backupReminderDay, suggests a manual backup unless one was made
+    // in the last 24 hours. The window asks once, the first time it is shown.
+    void checkBackupReminder();
+    // Dropped on the list or pasted into it: one link opens the new-record form filled with it;
+    // several are listed in one confirmation and then added as records in one save.
+    void addDroppedLinks(const QList<DroppedLink> &links);
+    // The open panel, then the preview of what the file would add, then one save.
+    void importBookmarks();
+    // The save panel, then every record written as a browser bookmark file.
+    void exportBookmarks();
     void exportBackup();
     void startRestore();
     // The edit sheet for a new record (null) or for `item`.
@@ -100,6 +118,8 @@ private:
     void showSelectedRow();
     void updateDetail();
     void updateLastBackupText();
+    void buildRecordActions();
+    const LinkItem *selectedItem() const;
 
     LinkStore &m_store;
     Dialogs &m_dialogs;
@@ -121,6 +141,15 @@ private:
     QAction *m_restore = nullptr;
     QAction *m_backupHistory = nullptr;
     QLabel *m_lastBackup = nullptr;
+    QAction *m_searchAction = nullptr;
+    QAction *m_editAction = nullptr;
+    QAction *m_openAction = nullptr;
+    QAction *m_favoriteAction = nullptr;
+    QAction *m_deleteAction = nullptr;
+    QAction *m_clearSearchAction = nullptr;
+    QAction *m_importBookmarks = nullptr;
+    QAction *m_exportBookmarks = nullptr;
+    bool m_reminderChecked = false;
 
     QLineEdit *m_search = nullptr;
     QComboBox *m_categoryPicker = nullptr;

@@ -69,6 +69,7 @@ DetailView::DetailView(LinkStore &store, Dialogs &dialogs, Workspace &workspace,
     build();
     refresh();
     connect(&m_store, &LinkStore::itemsChanged, this, &DetailView::refresh);
+    setAcceptDrops(true);
 }
 
 DetailView::~DetailView() = default;

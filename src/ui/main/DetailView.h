@@ -51,6 +51,9 @@ public:
     void openAttachment(const Attachment &attachment);
     void deleteAttachment(const Attachment &attachment);
     void confirmDeleteItem();
+    // Local files dropped on the view become attachments, copied and named as "Ajouter" does;
+    // folders and anything else are left out.
+    void attachFiles(const QStringList &paths);
 
     // The stored notes as a document in the notes font, keeping bold and italic runs; null when
     // the text cannot be read.
@@ -59,6 +62,10 @@ public:
     // The first free name in `folder` for a copy of a file called `fileName`: the name itself, then
     // name-1.ext, name-2.ext, ... (the dot is kept when there is no extension).
     static QString freeAttachmentPath(const QString &folder, const QString &fileName);
+
+protected:
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
 
 private:
     void build();
