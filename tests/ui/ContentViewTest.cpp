@@ -457,11 +457,13 @@ TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent
         std::optional<double> backupAge; // seconds before now
         int answer;                      // 0 "Sauvegarder maintenant", 1 "Plus tard"
         bool reminds;
+        bool automatic = false; // the backup in the history is an automatic one
     };
     const Case cases[] = {
         {"Mercredi", std::nullopt, 1, true},  {"Mercredi", 86400, 1, true},
         {"Mercredi", 86399, 1, false},        {"Mardi", std::nullopt, 1, false},
         {"mercredi", std::nullopt, 1, false}, {"Mercredi", std::nullopt, 0, true},
+        {"Mercredi", 60, 1, true, true},
     };
     const QString reminder =
         u"Rappel de sauvegarde|C’est mercredi : pensez à faire une sauvegarde manuelle de vos "
@@ -472,8 +474,15 @@ TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent
         m_settings.setBackupReminderDay(QString::fromUtf8(c.day));
         open(threeRecords(), false);
         m_settings.setWarnOldBackup(false);
-        if (c.backupAge)
-            m_store->setLastBackupDate(Timestamp{wednesday.seconds - *c.backupAge});
+        m_store->setBackupHistory({});
+        if (c.backupAge) {
+            m_clock.set(Timestamp{wednesday.seconds - *c.backupAge});
+            m_store->setLastBackupDate(m_clock.now());
+            m_store->addBackupLog(
+                c.automatic ? QDir(m_store->autoBackupsFolderURL()).filePath(u"AutoBackup-1.fivabackup"_s)
+                            : m_store->attachmentsFolderURL() + u"/export.fivabackup"_s);
+            m_clock.set(wednesday);
+        }
         m_dialogs.alerts.clear();
         m_dialogs.alertAnswers = {AlertAnswer{c.answer, {}}};
         m_dialogs.holdPanels = true;

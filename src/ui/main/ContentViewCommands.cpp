@@ -17,6 +17,7 @@
 
 #include <QAction>
 #include <QDateTime>
+#include <QDir>
 #include <QFileInfo>
 #include <QItemSelectionModel>
 #include <QLineEdit>
@@ -140,10 +141,16 @@ void ContentView::checkBackupReminder()
     if (day < 0 || !std::isfinite(ms) ||
         QDateTime::fromMSecsSinceEpoch(qint64(ms)).date().dayOfWeek() != day + 1)
         return;
-    // The same date the old-backup warning reads: an automatic backup counts as well.
-    const std::optional<Timestamp> &last = m_store.lastBackupDate();
-    if (last && now.seconds - last->seconds < secondsPerDay)
-        return;
+    // The reminder is about a manual backup, the only kind that holds the attachment copies. Automatic
+    // backups move the last-backup date too, so the history tells them apart by their folder.
+    const QString automatic = QDir(m_store.autoBackupsFolderURL()).absolutePath() + u'/';
+    for (const BackupLog &log : m_store.backupHistory()) {
+        if (QFileInfo(log.filePath).absoluteFilePath().startsWith(automatic))
+            continue;
+        if (now.seconds - log.date.seconds < secondsPerDay)
+            return;
+        break; // newest first
+    }
     const AlertAnswer answer = m_dialogs.runAlert(
         AlertRequest{QStringLiteral("Rappel de sauvegarde"),
                      QStringLiteral("C’est %1 : pensez à faire une sauvegarde manuelle de vos fiches.")
