@@ -29,7 +29,7 @@ namespace {
 std::vector<Command> allCommands()
 {
     std::vector<Command> all;
-    for (auto group : {storeCommands(), backupCommands(), dataCommands(), zipCommands()})
+    for (auto group : {storeCommands(), backupCommands(), healthCommands(), dataCommands(), zipCommands()})
         all.insert(all.end(), group.begin(), group.end());
     return all;
 }
