@@ -3,6 +3,7 @@
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/DetailView.h"
 #include "ui/main/FailureBanner.h"
+#include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
 
 #include <QAbstractItemModelTester>
@@ -90,10 +91,12 @@ TEST_F(ContentViewTest, SidebarControlsComeInOrderAndTheToolbarHasFiveSymbolButt
     auto *sort = find<QComboBox>(u"sortPicker"_s);
     auto *favorites = find<QCheckBox>(u"favoritesOnly"_s);
     auto *dateFilter = find<QCheckBox>(u"dateFilter"_s);
+    auto *brokenOnly = find<QCheckBox>(u"brokenOnly"_s);
     EXPECT_EQ(QStringList({search->placeholderText(), categories->currentText(), sort->currentText(),
-                           favorites->text(), dateFilter->text()})
+                           favorites->text(), dateFilter->text(), brokenOnly->text()})
                   .join(u'|'),
-              u"Rechercher…|Toutes|Plus récent d'abord|Favoris uniquement|Filtrer par date"_s);
+              u"Rechercher…|Toutes|Plus récent d'abord|Favoris uniquement|Filtrer par date|"
+              "Liens cassés uniquement"_s);
     EXPECT_EQ(choices(categories).join(u'|'), u"Toutes|Administratif|Loisirs|Travail"_s);
     EXPECT_EQ(choices(sort).join(u'|'),
               u"Plus récent d'abord|Plus ancien d'abord|Ordre alphabétique (A → Z)"_s);
@@ -108,7 +111,8 @@ TEST_F(ContentViewTest, SidebarControlsComeInOrderAndTheToolbarHasFiveSymbolButt
     EXPECT_EQ(find<QDateEdit>(u"dateTo"_s)->date(), now.date());
     EXPECT_EQ(find<QDateEdit>(u"dateFrom"_s)->date(), now.addMonths(-1).date());
 
-    const QWidget *column[]{search, categories, sort, favorites, dateFilter, dateRow, m_view->list()};
+    const QWidget *column[]{search,     categories, sort,       favorites,
+                            dateFilter, dateRow,    brokenOnly, m_view->list()};
     const auto top = [&](const QWidget *w) { return w->mapTo(m_view.get(), QPoint(0, 0)).y(); };
     for (std::size_t i = 1; i < std::size(column); ++i)
         EXPECT_LT(top(column[i - 1]), top(column[i])) << column[i]->objectName().toStdString();
@@ -153,6 +157,69 @@ TEST_F(ContentViewTest, EachFilterControlNarrowsTheListAndTheChosenOrderIsStored
     choose(find<QComboBox>(u"sortPicker"_s), u"Ordre alphabétique (A → Z)"_s);
     EXPECT_EQ(m_settings.sortOrder(), u"Ordre alphabétique (A → Z)"_s);
     EXPECT_EQ(listed(), u"Abeille|Mouche|Zèbre"_s);
+}
+
+// The health pass runs beside the window; each step waits for the passes it started to end.
+TEST_F(ContentViewTest, BrokenRecordsAreMarkedAndFilteredAsTheirFilesComeAndGo)
+{
+    const QString folder = m_as.filePath(u"fichiers"_s);
+    QDir().mkpath(folder);
+    writeBytes(folder + u"/present.pdf"_s, "x");
+    const auto onDisk = [](LinkItem item, LinkKind kind, const QString &path) {
+        item.kind = kind;
+        item.path = path;
+        return item;
+    };
+    open({onDisk(record(u"Présent"_s, u"Loisirs"_s, 700000000), LinkKind::file, folder + u"/present.pdf"_s),
+          onDisk(record(u"Perdu"_s, u"Loisirs"_s, 710000000), LinkKind::file, folder + u"/perdu.pdf"_s),
+          onDisk(record(u"Pas un dossier"_s, u"Travail"_s, 720000000), LinkKind::directory,
+                 folder + u"/present.pdf"_s),
+          record(u"Page"_s, u"Travail"_s, 730000000)});
+    auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+    ASSERT_NE(health, nullptr);
+    const auto settle = [&] { ASSERT_TRUE(QTest::qWaitFor([&] { return !health->isRunning(); }, 30000)); };
+    // The titles of the rows with a mark, and whether each mark's tooltip names the file.
+    const auto marked = [&] {
+        QStringList titles;
+        for (int row = 0; row < m_view->model().rowCount(); ++row) {
+            const QModelIndex index = m_view->model().index(row);
+            const QVariant problem = index.data(LinkListModel::HealthRole);
+            if (!problem.isValid())
+                continue;
+            titles << index.data(LinkListModel::TitleRole).toString();
+            EXPECT_EQ(index.data(Qt::ToolTipRole), problem);
+            EXPECT_TRUE(problem.toString().contains(folder)) << problem.toString().toStdString();
+        }
+        return titles.join(u'|');
+    };
+    const std::tuple<const char *, std::function<void()>, QString, QString> steps[]{
+        {"first pass", [] {}, u"Pas un dossier|Perdu"_s, u"Page|Pas un dossier|Perdu|Présent"_s},
+        {"broken only, after the others",
+         [&] {
+             QTest::keyClick(find<QCheckBox>(u"brokenOnly"_s), Qt::Key_Space);
+             choose(find<QComboBox>(u"categoryPicker"_s), u"Loisirs"_s);
+         },
+         u"Perdu"_s, u"Perdu"_s},
+        {"the record is pointed at where its file went",
+         [&] {
+             writeBytes(folder + u"/retrouve.pdf"_s, "x");
+             EXPECT_TRUE(m_store->relocate(idOf(u"Perdu"_s), folder + u"/retrouve.pdf"_s));
+         },
+         u""_s, u""_s},
+        {"a file goes while the window is away",
+         [&] {
+             QFile::remove(folder + u"/present.pdf"_s);
+             health->refreshAll();
+         },
+         u"Présent"_s, u"Présent"_s},
+    };
+    for (const auto &[name, act, expectedMarks, expectedListed] : steps) {
+        SCOPED_TRACE(name);
+        act();
+        settle();
+        EXPECT_EQ(marked(), expectedMarks);
+        EXPECT_EQ(listed(), expectedListed);
+    }
 }
 
 TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)

@@ -12,6 +12,7 @@
 #include "ui/main/DetailView.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/FilterState.h"
+#include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
 #include "ui/main/SortOrder.h"
 #include "ui/settings/BackupHistoryView.h"
@@ -41,6 +42,8 @@
 
 #include <algorithm>
 #include <cmath>
+
+#include "health/HealthCache.h"
 
 namespace fiva {
 
@@ -136,7 +139,9 @@ public:
             option.palette.color(selected ? QPalette::HighlightedText : QPalette::PlaceholderText);
         const RowFonts fonts = rowFonts(option.font);
         const QRect row = option.rect;
-        const int width = std::max(0, row.width() - 2 * rowMargin - starSize - starGap);
+        // A broken record gives up some of its text's width to a warning mark beside the star.
+        const bool broken = index.data(LinkListModel::HealthRole).isValid();
+        const int width = std::max(0, row.width() - 2 * rowMargin - (broken ? 2 : 1) * (starSize + starGap));
         int y = row.top() + rowMargin;
 
         painter->save();
@@ -159,6 +164,9 @@ public:
         const bool favorite = index.data(LinkListModel::FavoriteRole).toBool();
         symbols::icon(favorite ? QStringLiteral("star.fill") : QStringLiteral("star"))
             .paint(painter, starRectIn(row));
+        if (broken)
+            style->standardIcon(QStyle::SP_MessageBoxWarning, nullptr, widget)
+                .paint(painter, starRectIn(row).translated(-(starSize + starGap), 0));
     }
 
     QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
@@ -205,6 +213,16 @@ ContentView::ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspac
     state.sortOrderRawValue = m_settings.sortOrder();
     m_model->setFilterState(state);
     m_model->setItems(m_store.items());
+    const QString dataFile = m_store.dataFileURL();
+    auto *health = new HealthMonitor(
+        m_store, dataFile.isEmpty() ? QString() : HealthCache::cacheFileFor(dataFile), this);
+    health->setObjectName(QStringLiteral("healthMonitor"));
+    connect(health, &HealthMonitor::healthChanged, this, [this, health] {
+        m_syncingSelection = true;
+        m_model->setProblems(health->problems());
+        m_syncingSelection = false;
+        showSelectedRow();
+    });
 
     buildToolBar();
     auto *split = new QSplitter(Qt::Horizontal, this);
@@ -383,6 +401,11 @@ QWidget *ContentView::buildSidebar()
     dateLayout->addStretch(1);
     m_dateRow->setVisible(false);
     controls->addWidget(m_dateRow);
+    auto *brokenOnly = new QCheckBox(QStringLiteral("Liens cassés uniquement"), sidebar);
+    brokenOnly->setObjectName(QStringLiteral("brokenOnly"));
+    controls->addWidget(brokenOnly);
+    connect(brokenOnly, &QCheckBox::toggled, this,
+            [this](bool on) { updateFilter([&](FilterState &s) { s.showBrokenOnly = on; }); });
 
     m_list = new QListView(sidebar);
     m_list->setObjectName(QStringLiteral("recordList"));
