@@ -165,6 +165,10 @@ TEST_F(ContentViewTest, BrokenRecordsAreMarkedAndFilteredAsTheirFilesComeAndGo)
     const QString folder = m_as.filePath(u"fichiers"_s);
     QDir().mkpath(folder);
     writeBytes(folder + u"/present.pdf"_s, "x");
+    writeBytes(folder + u"/garde.pdf"_s, "x");
+    LinkItem page = record(u"Page"_s, u"Travail"_s, 730000000);
+    const Attachment lost{QUuid::createUuid(), u"manquant.pdf"_s, folder + u"/manquant.pdf"_s};
+    page.attachments = {{QUuid::createUuid(), u"garde.pdf"_s, folder + u"/garde.pdf"_s}, lost};
     const auto onDisk = [](LinkItem item, LinkKind kind, const QString &path) {
         item.kind = kind;
         item.path = path;
@@ -174,7 +178,7 @@ TEST_F(ContentViewTest, BrokenRecordsAreMarkedAndFilteredAsTheirFilesComeAndGo)
           onDisk(record(u"Perdu"_s, u"Loisirs"_s, 710000000), LinkKind::file, folder + u"/perdu.pdf"_s),
           onDisk(record(u"Pas un dossier"_s, u"Travail"_s, 720000000), LinkKind::directory,
                  folder + u"/present.pdf"_s),
-          record(u"Page"_s, u"Travail"_s, 730000000)});
+          page});
     auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
     ASSERT_NE(health, nullptr);
     const auto settle = [&] { ASSERT_TRUE(QTest::qWaitFor([&] { return !health->isRunning(); }, 30000)); };
@@ -193,7 +197,7 @@ TEST_F(ContentViewTest, BrokenRecordsAreMarkedAndFilteredAsTheirFilesComeAndGo)
         return titles.join(u'|');
     };
     const std::tuple<const char *, std::function<void()>, QString, QString> steps[]{
-        {"first pass", [] {}, u"Pas un dossier|Perdu"_s, u"Page|Pas un dossier|Perdu|Présent"_s},
+        {"first pass", [] {}, u"Page|Pas un dossier|Perdu"_s, u"Page|Pas un dossier|Perdu|Présent"_s},
         {"broken only, after the others",
          [&] {
              QTest::keyClick(find<QCheckBox>(u"brokenOnly"_s), Qt::Key_Space);
@@ -220,6 +224,28 @@ TEST_F(ContentViewTest, BrokenRecordsAreMarkedAndFilteredAsTheirFilesComeAndGo)
         EXPECT_EQ(marked(), expectedMarks);
         EXPECT_EQ(listed(), expectedListed);
     }
+
+    // The detail marks the link when it is what broke, and each attachment whose copy is gone.
+    choose(find<QComboBox>(u"categoryPicker"_s), u"Travail"_s);
+    ASSERT_EQ(listed(), u"Page|Pas un dossier"_s);
+    const auto marks = [&](const QString &title) {
+        clickRow(m_view->list(), rowOf(title));
+        QCoreApplication::processEvents(); // rows added to a shown layout are shown from the event loop
+        QStringList shown;
+        for (const QString &name : {u"linkProblem"_s, u"attachmentProblem"_s}) {
+            for (const QLabel *mark : m_view->detailView()->findChildren<QLabel *>(name)) {
+                if (mark->isVisibleTo(m_view.get()))
+                    shown << name + u' ' + mark->toolTip();
+            }
+        }
+        return shown;
+    };
+    const QString notAFolder = marks(u"Pas un dossier"_s).value(0);
+    EXPECT_TRUE(notAFolder.startsWith(u"linkProblem "_s) && notAFolder.contains(folder))
+        << notAFolder.toStdString();
+    const QStringList pageMarks = marks(u"Page"_s);
+    ASSERT_EQ(pageMarks.size(), 1);
+    EXPECT_TRUE(pageMarks[0].startsWith(u"attachmentProblem "_s) && pageMarks[0].contains(lost.filePath));
 }
 
 TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)

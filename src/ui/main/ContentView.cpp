@@ -181,6 +181,24 @@ public:
     }
 };
 
+// Hands the detail what the latest health pass found for its record.
+void showHealth(DetailView *detail, const HealthMonitor *monitor)
+{
+    if (!detail || !monitor)
+        return;
+    QStringList link;
+    QHash<QUuid, QString> attachments;
+    if (const RecordHealth *health = monitor->cache().health(detail->itemId())) {
+        for (const Problem &problem : health->problems) {
+            if (problem.kind == ProblemKind::attachmentMissing)
+                attachments.insert(problem.attachmentId, problem.description());
+            else
+                link << problem.description();
+        }
+    }
+    detail->setProblems(link.join(u'\n'), attachments);
+}
+
 QWidget *labelledPicker(const QString &label, QComboBox *picker, QWidget *parent)
 {
     auto *row = new QWidget(parent);
@@ -222,6 +240,7 @@ ContentView::ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspac
         m_model->setProblems(health->problems());
         m_syncingSelection = false;
         showSelectedRow();
+        showHealth(m_detail, health);
     });
 
     buildToolBar();
@@ -554,6 +573,7 @@ void ContentView::updateDetail()
     m_detail->setOnEdit([this](const LinkItem &edited) { showEditSheet(&edited); });
     m_detailColumn->addWidget(m_detail);
     m_detailColumn->setCurrentWidget(m_detail);
+    showHealth(m_detail, findChild<HealthMonitor *>(QStringLiteral("healthMonitor")));
 }
 
 QString ContentView::lastBackupText(const std::optional<Timestamp> &lastBackupDate)

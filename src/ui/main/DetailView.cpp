@@ -20,6 +20,7 @@
 #include <QLocale>
 #include <QPointer>
 #include <QPushButton>
+#include <QStyle>
 #include <QTextBlock>
 #include <QTextBrowser>
 #include <QTextCursor>
@@ -66,6 +67,16 @@ QString createdText(Timestamp createdAt)
         return {};
     return QLocale().toString(QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(milliseconds))),
                               QLocale::ShortFormat);
+}
+
+// A warning sign whose tooltip says what is wrong; hidden until there is something to say.
+QLabel *problemMark(QWidget *parent, const QString &objectName)
+{
+    auto *mark = new QLabel(parent);
+    mark->setObjectName(objectName);
+    mark->setPixmap(parent->style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(16, 16));
+    mark->setVisible(false);
+    return mark;
 }
 
 } // namespace
@@ -128,6 +139,8 @@ void DetailView::build()
     m_path = secondary(this, QStringLiteral("path"));
     m_path->setWordWrap(true);
     QHBoxLayout *linkRow = fieldRow(QStringLiteral("Lien :"), m_path);
+    m_linkProblem = problemMark(this, QStringLiteral("linkProblem"));
+    linkRow->insertWidget(linkRow->indexOf(m_path), m_linkProblem);
     m_openLink = new QPushButton(this);
     m_openLink->setObjectName(QStringLiteral("openLink"));
     linkRow->addWidget(m_openLink);
@@ -230,6 +243,17 @@ void DetailView::refresh()
     rebuildAttachments(item);
 }
 
+void DetailView::setProblems(const QString &linkProblem, const QHash<QUuid, QString> &attachmentProblems)
+{
+    m_linkProblem->setToolTip(linkProblem);
+    m_linkProblem->setAccessibleName(linkProblem);
+    m_linkProblem->setVisible(!linkProblem.isEmpty());
+    if (attachmentProblems != m_attachmentProblems) {
+        m_attachmentProblems = attachmentProblems;
+        rebuildAttachments(currentItem());
+    }
+}
+
 void DetailView::rebuildAttachments(const LinkItem &item)
 {
     // The rows are replaced whole; the old ones may hold the button being clicked right now, so
@@ -255,6 +279,13 @@ void DetailView::rebuildAttachments(const LinkItem &item)
         name->setObjectName(QStringLiteral("attachmentName"));
         name->setTextFormat(Qt::PlainText);
         row->addWidget(name, 1);
+        if (const auto problem = m_attachmentProblems.constFind(attachment.id);
+            problem != m_attachmentProblems.cend()) {
+            QLabel *mark = problemMark(m_attachmentRows, QStringLiteral("attachmentProblem"));
+            mark->setToolTip(*problem);
+            mark->setVisible(true);
+            row->insertWidget(0, mark);
+        }
         auto *preview = new QPushButton(QStringLiteral("Aperçu"), m_attachmentRows);
         preview->setObjectName(QStringLiteral("previewAttachment"));
         row->addWidget(preview);

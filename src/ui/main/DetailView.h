@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QString>
 #include <QUuid>
 #include <QWidget>
@@ -44,6 +45,10 @@ public:
     LinkItem currentItem() const;
     // Shows the record again, notes included, reading the notes font anew.
     void refresh();
+    // Marks what the latest health pass found wrong: beside "Lien :" (`linkProblem`, empty when the
+    // link is fine) and on each attachment whose copy is missing, by attachment id. The tooltips say
+    // what is wrong.
+    void setProblems(const QString &linkProblem, const QHash<QUuid, QString> &attachmentProblems);
 
     void openLink();
     void addAttachment();
@@ -84,6 +89,8 @@ private:
     QLabel *m_noNotes = nullptr;
     QVBoxLayout *m_attachmentsLayout = nullptr;
     QWidget *m_attachmentRows = nullptr;
+    QLabel *m_linkProblem = nullptr;
+    QHash<QUuid, QString> m_attachmentProblems;
 };
 
 } // namespace fiva
