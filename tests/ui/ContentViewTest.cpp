@@ -5,6 +5,7 @@
 #include "ui/main/FailureBanner.h"
 #include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
+#include "ui/main/RelocationSearch.h"
 
 #include <QAbstractItemModelTester>
 #include <QDateEdit>
@@ -246,6 +247,94 @@ TEST_F(ContentViewTest, BrokenRecordsAreMarkedAndFilteredAsTheirFilesComeAndGo)
     const QStringList pageMarks = marks(u"Page"_s);
     ASSERT_EQ(pageMarks.size(), 1);
     EXPECT_TRUE(pageMarks[0].startsWith(u"attachmentProblem "_s) && pageMarks[0].contains(lost.filePath));
+}
+
+// "Rechercher…" on a lost file and on a lost attachment copy: a folder, a search, a proposal.
+TEST_F(ContentViewTest, RechercherProposesWhatItFindsAndRepairsOnlyWhenAccepted)
+{
+    const QString root = m_as.filePath(u"disque"_s);
+    writeBytes(root + u"/nouveau/sous/rapport.pdf"_s, "abc");
+    writeBytes(root + u"/nouveau/copie.txt"_s, "c");
+    QDir().mkpath(root + u"/vide"_s);
+    const QString found = root + u"/nouveau/sous/rapport.pdf"_s;
+    const QString lostPath = root + u"/ancien/rapport.pdf"_s;
+    const QString lostCopy = root + u"/ancien/copie.txt"_s;
+    struct Case
+    {
+        const char *name;
+        QString button;
+        std::optional<QStringList> folder; // nothing: the panel is cancelled
+        std::deque<AlertAnswer> answers;
+        QString alertTitles; // the alerts shown, in order
+        QString path;        // the record's path afterwards
+        QString copy;        // the attachment's copy afterwards
+    };
+    const Case cases[]{
+        {"panel cancelled", u"searchLink"_s, std::nullopt, {}, u""_s, lostPath, lostCopy},
+        {"nothing below the folder",
+         u"searchLink"_s,
+         QStringList{root + u"/vide"_s},
+         {},
+         u"Rien trouvé"_s,
+         lostPath,
+         lostCopy},
+        {"proposal declined",
+         u"searchLink"_s,
+         QStringList{root},
+         {{1, found}},
+         u"« rapport.pdf » a été trouvé"_s,
+         lostPath,
+         lostCopy},
+        {"a typed path that is not there",
+         u"searchLink"_s,
+         QStringList{root},
+         {{0, root + u"/faux.pdf"_s}},
+         u"« rapport.pdf » a été trouvé|La fiche n’a pas été modifiée"_s,
+         lostPath,
+         lostCopy},
+        {"proposal accepted",
+         u"searchLink"_s,
+         QStringList{root},
+         {{0, found}},
+         u"« rapport.pdf » a été trouvé"_s,
+         found,
+         lostCopy},
+        {"attachment copy",
+         u"searchAttachment"_s,
+         QStringList{root},
+         {{0, root + u"/nouveau/copie.txt"_s}},
+         u"« copie.txt » a été trouvé"_s,
+         lostPath,
+         root + u"/nouveau/copie.txt"_s},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        LinkItem item = record(u"Rapport"_s, u"Travail"_s, 700000000);
+        item.kind = LinkKind::file;
+        item.path = lostPath;
+        item.attachments = {{QUuid::createUuid(), u"copie.txt"_s, lostCopy}};
+        open({item});
+        auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !health->isRunning(); }, 30000));
+        clickRow(m_view->list(), 0);
+        QCoreApplication::processEvents();
+        m_dialogs.alerts.clear();
+        m_dialogs.openChoices = {c.folder};
+        m_dialogs.alertAnswers = c.answers;
+        auto *button = m_view->detailView()->findChild<QPushButton *>(c.button);
+        ASSERT_NE(button, nullptr);
+        ASSERT_TRUE(button->isVisibleTo(m_view.get()));
+        click(button);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !m_view->findChild<RelocationSearch *>(); }, 30000));
+        QStringList titles;
+        for (const AlertRequest &alert : m_dialogs.alerts)
+            titles << alert.message;
+        EXPECT_EQ(titles.join(u'|'), c.alertTitles);
+        const LinkItem saved = onDisk().items.value(0);
+        EXPECT_EQ(saved.path, c.path);
+        EXPECT_EQ(saved.attachments.value(0).filePath, c.copy);
+        EXPECT_EQ(saved.attachments.value(0).fileName, u"copie.txt"_s);
+    }
 }
 
 TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)

@@ -188,15 +188,18 @@ void showHealth(DetailView *detail, const HealthMonitor *monitor)
         return;
     QStringList link;
     QHash<QUuid, QString> attachments;
+    QHash<QUuid, qint64> sizes;
     if (const RecordHealth *health = monitor->cache().health(detail->itemId())) {
         for (const Problem &problem : health->problems) {
-            if (problem.kind == ProblemKind::attachmentMissing)
+            if (problem.kind == ProblemKind::attachmentMissing) {
                 attachments.insert(problem.attachmentId, problem.description());
-            else
+                if (const auto size = monitor->cache().attachmentSize(problem.attachmentId))
+                    sizes.insert(problem.attachmentId, *size);
+            } else
                 link << problem.description();
         }
     }
-    detail->setProblems(link.join(u'\n'), attachments);
+    detail->setProblems(link.join(u'\n'), attachments, sizes);
 }
 
 QWidget *labelledPicker(const QString &label, QComboBox *picker, QWidget *parent)

@@ -10,6 +10,7 @@
 #include "ui/common/Symbols.h"
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/AttachmentPreviewWindow.h"
+#include "ui/main/RelocationSearch.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -141,6 +142,13 @@ void DetailView::build()
     QHBoxLayout *linkRow = fieldRow(QStringLiteral("Lien :"), m_path);
     m_linkProblem = problemMark(this, QStringLiteral("linkProblem"));
     linkRow->insertWidget(linkRow->indexOf(m_path), m_linkProblem);
+    m_searchLink = new QPushButton(QStringLiteral("Rechercher…"), this);
+    m_searchLink->setObjectName(QStringLiteral("searchLink"));
+    m_searchLink->setToolTip(QStringLiteral("Chercher l’élément du même nom dans un dossier"));
+    m_searchLink->setVisible(false);
+    linkRow->addWidget(m_searchLink);
+    connect(m_searchLink, &QPushButton::clicked, this,
+            [this] { RelocationSearch::forRecord(m_store, m_dialogs, currentItem(), this); });
     m_openLink = new QPushButton(this);
     m_openLink->setObjectName(QStringLiteral("openLink"));
     linkRow->addWidget(m_openLink);
@@ -243,13 +251,17 @@ void DetailView::refresh()
     rebuildAttachments(item);
 }
 
-void DetailView::setProblems(const QString &linkProblem, const QHash<QUuid, QString> &attachmentProblems)
+void DetailView::setProblems(const QString &linkProblem, const QHash<QUuid, QString> &attachmentProblems,
+                             const QHash<QUuid, qint64> &attachmentSizes)
 {
     m_linkProblem->setToolTip(linkProblem);
     m_linkProblem->setAccessibleName(linkProblem);
     m_linkProblem->setVisible(!linkProblem.isEmpty());
-    if (attachmentProblems != m_attachmentProblems) {
+    // A web page cannot be searched for on disk.
+    m_searchLink->setVisible(!linkProblem.isEmpty() && currentItem().kind != LinkKind::url);
+    if (attachmentProblems != m_attachmentProblems || attachmentSizes != m_attachmentSizes) {
         m_attachmentProblems = attachmentProblems;
+        m_attachmentSizes = attachmentSizes;
         rebuildAttachments(currentItem());
     }
 }
@@ -285,6 +297,15 @@ void DetailView::rebuildAttachments(const LinkItem &item)
             mark->setToolTip(*problem);
             mark->setVisible(true);
             row->insertWidget(0, mark);
+            auto *search = new QPushButton(QStringLiteral("Rechercher…"), m_attachmentRows);
+            search->setObjectName(QStringLiteral("searchAttachment"));
+            row->addWidget(search);
+            const std::optional<qint64> size = m_attachmentSizes.contains(attachment.id)
+                                                   ? std::optional(m_attachmentSizes.value(attachment.id))
+                                                   : std::nullopt;
+            connect(search, &QPushButton::clicked, this, [this, attachment, size] {
+                RelocationSearch::forAttachment(m_store, m_dialogs, itemId(), attachment, size, this);
+            });
         }
         auto *preview = new QPushButton(QStringLiteral("Aperçu"), m_attachmentRows);
         preview->setObjectName(QStringLiteral("previewAttachment"));

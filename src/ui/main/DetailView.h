@@ -48,7 +48,9 @@ public:
     // Marks what the latest health pass found wrong: beside "Lien :" (`linkProblem`, empty when the
     // link is fine) and on each attachment whose copy is missing, by attachment id. The tooltips say
     // what is wrong.
-    void setProblems(const QString &linkProblem, const QHash<QUuid, QString> &attachmentProblems);
+    // `attachmentSizes` are the sizes the missing copies had, to search for them by size as well.
+    void setProblems(const QString &linkProblem, const QHash<QUuid, QString> &attachmentProblems,
+                     const QHash<QUuid, qint64> &attachmentSizes = {});
 
     void openLink();
     void addAttachment();
@@ -90,7 +92,9 @@ private:
     QVBoxLayout *m_attachmentsLayout = nullptr;
     QWidget *m_attachmentRows = nullptr;
     QLabel *m_linkProblem = nullptr;
+    QPushButton *m_searchLink = nullptr;
     QHash<QUuid, QString> m_attachmentProblems;
+    QHash<QUuid, qint64> m_attachmentSizes;
 };
 
 } // namespace fiva
