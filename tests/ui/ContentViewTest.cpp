@@ -5,6 +5,7 @@
 #include "ui/main/FailureBanner.h"
 #include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
+#include "ui/main/PrefixRelocation.h"
 #include "ui/main/RelocationSearch.h"
 
 #include <QAbstractItemModelTester>
@@ -334,6 +335,69 @@ TEST_F(ContentViewTest, RechercherProposesWhatItFindsAndRepairsOnlyWhenAccepted)
         EXPECT_EQ(saved.path, c.path);
         EXPECT_EQ(saved.attachments.value(0).filePath, c.copy);
         EXPECT_EQ(saved.attachments.value(0).fileName, u"copie.txt"_s);
+    }
+}
+
+// A renamed home folder: the proposal says what it would repair and replaces the prefix only when
+// accepted, leaving the record it cannot mend as it was.
+TEST_F(ContentViewTest, MovedFolderProposalRepairsTheRecordsItAnnouncedWhenAccepted)
+{
+    const QString home = m_as.filePath(u"home"_s);
+    writeBytes(home + u"/nouveau/Documents/a.pdf"_s, "a");
+    writeBytes(home + u"/nouveau/Documents/b.pdf"_s, "b");
+    const QString ancien = home + u"/ancien", nouveau = home + u"/nouveau";
+    const auto file = [](const QString &title, const QString &path) {
+        LinkItem item = record(title, u"Travail"_s, 700000000);
+        item.kind = LinkKind::file;
+        item.path = path;
+        return item;
+    };
+    const QList<LinkItem> lost{file(u"A"_s, ancien + u"/Documents/a.pdf"_s),
+                               file(u"B"_s, ancien + u"/Documents/b.pdf"_s),
+                               file(u"Perdu"_s, ancien + u"/Documents/perdu.pdf"_s)};
+    const QString question = u"Remplacer « "_s + ancien + u" » par « "_s + nouveau + u" » ?"_s;
+    struct Case
+    {
+        const char *name;
+        QList<LinkItem> items;
+        int answer;
+        QString alert; // the first alert's message and informative text
+        QStringList paths;
+    };
+    const Case cases[]{
+        {"declined",
+         lost,
+         1,
+         question + u" 2 fiche(s) seraient réparées, 1 resteraient cassées."_s,
+         {lost[0].path, lost[1].path, lost[2].path}},
+        {"accepted",
+         lost,
+         0,
+         question + u" 2 fiche(s) seraient réparées, 1 resteraient cassées."_s,
+         {nouveau + u"/Documents/a.pdf"_s, nouveau + u"/Documents/b.pdf"_s, lost[2].path}},
+        {"nothing moved",
+         {file(u"A"_s, nouveau + u"/Documents/a.pdf"_s)},
+         0,
+         u"Aucun dossier déplacé à réparer Fiva n’a trouvé aucun dossier disparu dont le contenu se retrouve "
+         "ailleurs à côté."_s,
+         {nouveau + u"/Documents/a.pdf"_s}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        open(c.items);
+        auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !health->isRunning(); }, 30000));
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {{c.answer, {}}};
+        click(find<QPushButton>(u"repairMovedFolders"_s));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !m_view->findChild<PrefixRelocation *>(); }, 30000));
+        ASSERT_FALSE(m_dialogs.alerts.empty());
+        EXPECT_EQ(m_dialogs.alerts.front().message + u' ' + m_dialogs.alerts.front().informativeText,
+                  c.alert);
+        QStringList paths;
+        for (const LinkItem &item : onDisk().items)
+            paths << item.path;
+        EXPECT_EQ(paths, c.paths);
     }
 }
 

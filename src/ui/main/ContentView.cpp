@@ -14,6 +14,7 @@
 #include "ui/main/FilterState.h"
 #include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
+#include "ui/main/PrefixRelocation.h"
 #include "ui/main/SortOrder.h"
 #include "ui/settings/BackupHistoryView.h"
 
@@ -33,6 +34,7 @@
 #include <QLocale>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPushButton>
 #include <QShowEvent>
 #include <QSplitter>
 #include <QStackedWidget>
@@ -428,6 +430,13 @@ QWidget *ContentView::buildSidebar()
     controls->addWidget(brokenOnly);
     connect(brokenOnly, &QCheckBox::toggled, this,
             [this](bool on) { updateFilter([&](FilterState &s) { s.showBrokenOnly = on; }); });
+    auto *movedFolders = new QPushButton(QStringLiteral("Réparer les dossiers déplacés…"), sidebar);
+    movedFolders->setObjectName(QStringLiteral("repairMovedFolders"));
+    controls->addWidget(movedFolders);
+    connect(movedFolders, &QPushButton::clicked, this, [this] {
+        if (auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor")))
+            PrefixRelocation::start(m_store, m_dialogs, *health, this);
+    });
 
     m_list = new QListView(sidebar);
     m_list->setObjectName(QStringLiteral("recordList"));
