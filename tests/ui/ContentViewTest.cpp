@@ -7,18 +7,21 @@
 #include "ui/main/LinkListModel.h"
 #include "ui/main/PrefixRelocation.h"
 #include "ui/main/RelocationSearch.h"
+#include "ui/main/WebCheckRun.h"
 
 #include <QAbstractItemModelTester>
 #include <QDateEdit>
 #include <QDateTime>
 #include <QDialog>
 #include <QDir>
+#include <QNetworkProxy>
 #include <QPushButton>
 #include <QToolBar>
 #include <QToolButton>
 
 #include <functional>
 
+#include "health/CannedServer.h"
 #include "support/ScreenTest.h"
 
 using namespace fiva;
@@ -398,6 +401,43 @@ TEST_F(ContentViewTest, MovedFolderProposalRepairsTheRecordsItAnnouncedWhenAccep
         for (const LinkItem &item : onDisk().items)
             paths << item.path;
         EXPECT_EQ(paths, c.paths);
+    }
+}
+
+// Pages served by the test itself on 127.0.0.1: one alive, one dead, one moved.
+TEST_F(ContentViewTest, WebCheckMarksDeadPagesAndOffersTheNewAddressOfMovedOnes)
+{
+    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+    test::CannedServer server{{{"/ok", {200}}, {"/mort", {404}}, {"/parti", {301, "/ok"}}}};
+    const auto page = [](const QString &title, const QString &address, double createdAt) {
+        LinkItem item = record(title, u"Loisirs"_s, createdAt);
+        item.path = address;
+        return item;
+    };
+    const std::pair<int, QString> cases[]{{0, server.url(u"/ok"_s)}, {1, server.url(u"/parti"_s)}};
+    for (const auto &[answer, movedPath] : cases) {
+        SCOPED_TRACE(answer);
+        open({page(u"Vivante"_s, server.url(u"/ok"_s), 700000000),
+              page(u"Morte"_s, server.url(u"/mort"_s), 710000000),
+              page(u"Déplacée"_s, server.url(u"/parti"_s), 720000000)});
+        auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {{0, {}}, {answer, {}}};
+        click(find<QPushButton>(u"checkWebPages"_s));
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return !m_view->findChild<WebCheckRun *>() && !health->isRunning(); }, 30000));
+        QStringList alerts;
+        for (const AlertRequest &alert : m_dialogs.alerts)
+            alerts << alert.message + u' ' + alert.informativeText;
+        EXPECT_EQ(alerts, (QStringList{u"Vérification terminée 3 page(s) vérifiée(s), 1 en erreur."_s,
+                                       u"La page a changé d’adresse « "_s + server.url(u"/parti"_s) +
+                                           u" » mène à « "_s + server.url(u"/ok"_s) +
+                                           u" ». Mettre à jour la fiche ?"_s}));
+        const QModelIndex dead = m_view->model().index(rowOf(u"Morte"_s));
+        EXPECT_TRUE(dead.data(LinkListModel::HealthRole).toString().contains(u"404"_s));
+        for (const QString &alive : {u"Vivante"_s, u"Déplacée"_s})
+            EXPECT_FALSE(m_view->model().index(rowOf(alive)).data(LinkListModel::HealthRole).isValid());
+        EXPECT_EQ(onDisk().items.value(2).path, movedPath);
     }
 }
 

@@ -16,6 +16,7 @@
 #include "ui/main/LinkListModel.h"
 #include "ui/main/PrefixRelocation.h"
 #include "ui/main/SortOrder.h"
+#include "ui/main/WebCheckRun.h"
 #include "ui/settings/BackupHistoryView.h"
 
 #include <QAction>
@@ -436,6 +437,13 @@ QWidget *ContentView::buildSidebar()
     connect(movedFolders, &QPushButton::clicked, this, [this] {
         if (auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor")))
             PrefixRelocation::start(m_store, m_dialogs, *health, this);
+    });
+    auto *webCheck = new QPushButton(QStringLiteral("Vérifier les pages web…"), sidebar);
+    webCheck->setObjectName(QStringLiteral("checkWebPages"));
+    controls->addWidget(webCheck);
+    connect(webCheck, &QPushButton::clicked, this, [this] {
+        if (auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor")))
+            WebCheckRun::start(m_store, m_dialogs, *health, this);
     });
 
     m_list = new QListView(sidebar);

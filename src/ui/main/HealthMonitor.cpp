@@ -17,7 +17,10 @@ struct HealthMonitor::Private
     explicit Private(LinkStore &store) : store(store) {}
 
     LinkStore &store;
+    QString cacheFile;
     HealthCache cache;
+    // Web results recorded while a pass ran on an older copy of the cache, to carry over its result.
+    QList<WebCheckResult> webDuringPass;
     Pass waiting = Pass::none;
     bool running = false;
     // Last, so that it is joined first: a pass under way is stopped before anything it uses goes.
@@ -27,6 +30,7 @@ struct HealthMonitor::Private
 HealthMonitor::HealthMonitor(LinkStore &store, const QString &cacheFile, QObject *parent)
     : QObject(parent), d(std::make_unique<Private>(store))
 {
+    d->cacheFile = cacheFile;
     if (!cacheFile.isEmpty())
         d->cache.load(cacheFile);
     connect(&store, &LinkStore::itemsChanged, this, [this] { start(Pass::changed); });
@@ -74,6 +78,17 @@ void HealthMonitor::refreshAll()
     start(Pass::all);
 }
 
+void HealthMonitor::recordWebResults(const QList<WebCheckResult> &results)
+{
+    d->cache.recordWebResults(results);
+    if (d->running)
+        d->webDuringPass += results;
+    // Only a cache: a failure to keep it costs a check, not data.
+    if (!d->cacheFile.isEmpty())
+        (void)d->cache.save(d->cacheFile);
+    start(Pass::changed);
+}
+
 void HealthMonitor::start(Pass pass)
 {
     if (d->running) {
@@ -98,8 +113,10 @@ void HealthMonitor::start(Pass pass)
 void HealthMonitor::finished(const HealthCache &cache, bool complete)
 {
     d->running = false;
+    const QList<WebCheckResult> webDuringPass = std::exchange(d->webDuringPass, {});
     if (complete) {
         d->cache = cache;
+        d->cache.recordWebResults(webDuringPass);
         Q_EMIT healthChanged();
     }
     const Pass next = std::exchange(d->waiting, Pass::none);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QHash>
+#include <QList>
 #include <QObject>
 #include <QString>
 #include <QUuid>
@@ -10,6 +11,7 @@
 namespace fiva {
 
 class HealthCache;
+struct WebCheckResult;
 class LinkStore;
 
 // Keeps the health of the store's records current without ever blocking the window: each pass runs
@@ -32,6 +34,9 @@ public:
 
     // Looks again at every record.
     void refreshAll();
+    // Keeps the results of a web check (in the cache file too, when there is one) and looks again
+    // at the records they concern.
+    void recordWebResults(const QList<WebCheckResult> &results);
 
 Q_SIGNALS:
     // A pass ended and its results are in cache().
