@@ -26,6 +26,7 @@ std::span<const Command> dataCommands();
 std::span<const Command> storeCommands();
 std::span<const Command> backupCommands();
 std::span<const Command> bookmarkCommands();
+std::span<const Command> healthCommands();
 
 // Prints "usage: fiva-cli NAME USAGE" on stderr and returns exitUsage.
 int usageError(const Command &command);

@@ -29,7 +29,8 @@ namespace {
 std::vector<Command> allCommands()
 {
     std::vector<Command> all;
-    for (auto group : {storeCommands(), backupCommands(), bookmarkCommands(), dataCommands(), zipCommands()})
+    for (auto group : {storeCommands(), backupCommands(), bookmarkCommands(), healthCommands(),
+                       dataCommands(), zipCommands()})
         all.insert(all.end(), group.begin(), group.end());
     return all;
 }

@@ -180,6 +180,23 @@ QList<LinkItem> applyPrefixReplacement(const QList<LinkItem> &items, const QStri
     return changed;
 }
 
+QList<LinkItem> prefixRepairs(const QList<LinkItem> &items, const QString &oldPrefix,
+                              const QString &newPrefix)
+{
+    QList<LinkItem> repairs;
+    for (const LinkItem &item : items) {
+        const QList<LinkItem> moved = applyPrefixReplacement({item}, oldPrefix, newPrefix);
+        if (moved.isEmpty())
+            continue;
+        const QStringList lost = missingPaths(checkRecord(item));
+        if (std::any_of(lost.cbegin(), lost.cend(),
+                        [&](const QString &path) { return pathHasPrefix(path, oldPrefix); }) &&
+            !checkRecord(moved.first()).isBroken())
+            repairs.append(moved.first());
+    }
+    return repairs;
+}
+
 PrefixReplacement evaluatePrefixReplacement(const QList<LinkItem> &items, const QList<RecordHealth> &health,
                                             const QString &oldPrefix, const QString &newPrefix)
 {

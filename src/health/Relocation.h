@@ -50,6 +50,13 @@ QString replacePathPrefix(const QString &path, QStringView oldPrefix, const QStr
 QList<LinkItem> applyPrefixReplacement(const QList<LinkItem> &items, const QString &oldPrefix,
                                        const QString &newPrefix);
 
+// Of the records a prefix replacement changes, only those it makes whole again: a record with a
+// path missing below `oldPrefix` that has no problem left on disk once moved. Records that work,
+// or that the replacement would not mend, are left as they are so that another prefix can be tried.
+// Looks at the disk; meant to run on the fresh records inside the store's repair.
+QList<LinkItem> prefixRepairs(const QList<LinkItem> &items, const QString &oldPrefix,
+                              const QString &newPrefix);
+
 struct PrefixReplacement
 {
     QString oldPrefix;      // a folder that no longer exists

@@ -141,6 +141,18 @@ public:
     using ImportPlanner =
         std::function<ImportBatch(const QList<LinkItem> &items, const QStringList &categories)>;
     std::optional<ImportBatch> importRecords(const ImportPlanner &plan);
+    // Repairs of broken paths. Each is one save under the lock, applied by id to the records as
+    // they are on disk, so that a repair worked out on an older copy never writes back stale fields.
+    // `repair` is given the fresh records and returns those it changes, each carrying its id; only
+    // their path and the copies of their attachments (matched by attachment id) are taken over.
+    // The number of records changed (0, and nothing written, when none); nothing when the change
+    // could not be saved.
+    using PathRepair = std::function<QList<LinkItem>(const QList<LinkItem> &)>;
+    std::optional<qsizetype> repairPaths(const PathRepair &repair);
+    // Points the record at `newPath`; false when the record is gone or the file was not written.
+    bool relocate(const QUuid &id, const QString &newPath);
+    // Points the attachment's copy at `newFilePath`; false when the record or the attachment is gone.
+    bool relocateAttachment(const QUuid &id, const QUuid &attachmentId, const QString &newFilePath);
 
     // Flips the favourite flag and saves; an unknown id changes and writes nothing.
     void toggleFavorite(const QUuid &id);

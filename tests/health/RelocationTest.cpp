@@ -159,6 +159,12 @@ TEST_F(Relocation, ProposesPrefixesThatRepairMost)
         std::count_if(after->cbegin(), after->cend(), [](const RecordHealth &h) { return !h.isBroken(); }),
         3);
 
+    // Only the records it makes whole are handed to the store: "perdu.pdf" keeps its old path.
+    QList<QUuid> repaired;
+    for (const LinkItem &item : prefixRepairs(items, proposals->at(0).oldPrefix, proposals->at(0).newPrefix))
+        repaired << item.id;
+    EXPECT_EQ(repaired, (QList<QUuid>{items[0].id, items[1].id, items[3].id}));
+
     const PrefixReplacement given =
         evaluatePrefixReplacement(items, *health, path(u"home/ancien"_s), path(u"home/autre"_s));
     EXPECT_EQ(given.affected, 4);

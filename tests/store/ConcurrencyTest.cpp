@@ -90,6 +90,33 @@ TEST_F(StoreFollowsItsFiles, EveryOperationAppliesItsChangeOnTopOfAnOutsideSave)
          [](const SavedData &d) {
              return d.categories == QStringList{u"Dehors"_s, u"Loisirs"_s, sansCategorie};
          }},
+        {"repairPaths takes over only paths",
+         [&](LinkStore &s) {
+             const auto repaired = s.repairPaths([&](const QList<LinkItem> &fresh) {
+                 LinkItem r = fresh.at(0);
+                 r.title = u"Périmé"_s; // a stale field the repair must not write back
+                 r.path = u"/nouveau/A"_s;
+                 r.attachments[0].filePath = u"/nouveau/facture.pdf"_s;
+                 return QList<LinkItem>{r, fresh.at(1)}; // B unchanged: not counted
+             });
+             EXPECT_EQ(repaired, std::optional<qsizetype>(1));
+         },
+         {u"A"_s, u"B"_s},
+         [&](const SavedData &d) {
+             return recordA(d).path == u"/nouveau/A"_s &&
+                    recordA(d).attachments.at(0).filePath == u"/nouveau/facture.pdf"_s;
+         }},
+        {"relocate",
+         [&](LinkStore &s) { EXPECT_TRUE(s.relocate(a.id, u"/ailleurs"_s)); },
+         {u"A"_s, u"B"_s},
+         [&](const SavedData &d) { return recordA(d).path == u"/ailleurs"_s; }},
+        {"relocateAttachment",
+         [&](LinkStore &s) { EXPECT_TRUE(s.relocateAttachment(a.id, first.id, u"/ailleurs.pdf"_s)); },
+         {u"A"_s, u"B"_s},
+         [&](const SavedData &d) {
+             return recordA(d).attachments.at(0).filePath == u"/ailleurs.pdf"_s &&
+                    recordA(d).attachments.at(0).fileName == first.fileName;
+         }},
         {"setLastBackupDate",
          [&](LinkStore &s) { s.setLastBackupDate(newYear2025); },
          {u"A"_s, u"B"_s},
@@ -120,6 +147,14 @@ TEST_F(StoreFollowsItsFiles, ChangesToARecordDeletedOutsideWriteNothing)
         {"editItem", [&](LinkStore &s) { return s.editItem(a.id, [](LinkItem &i) { i.title = u"Z"_s; }); }},
         {"addAttachment", [&](LinkStore &s) { return s.addAttachment(a.id, extra); }},
         {"removeAttachment", [&](LinkStore &s) { return s.removeAttachment(a.id, extra); }},
+        {"relocate", [&](LinkStore &s) { return s.relocate(a.id, u"/x"_s); }},
+        {"relocateAttachment", [&](LinkStore &s) { return s.relocateAttachment(a.id, extra.id, u"/x"_s); }},
+        {"repairPaths of a stale copy",
+         [&](LinkStore &s) {
+             LinkItem stale = a;
+             stale.path = u"/x"_s;
+             return s.repairPaths([&](const QList<LinkItem> &) { return QList<LinkItem>{stale}; }) != 0;
+         }},
     };
     for (const auto &[name, operation] : cases) {
         auto store = startWith({a}, {sansCategorie});

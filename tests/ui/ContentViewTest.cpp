@@ -7,7 +7,11 @@
 #include "ui/main/DetailView.h"
 #include "ui/main/DroppedLinks.h"
 #include "ui/main/FailureBanner.h"
+#include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
+#include "ui/main/PrefixRelocation.h"
+#include "ui/main/RelocationSearch.h"
+#include "ui/main/WebCheckRun.h"
 
 #include <QAbstractItemModelTester>
 #include <QClipboard>
@@ -16,12 +20,14 @@
 #include <QDialog>
 #include <QDir>
 #include <QMimeData>
+#include <QNetworkProxy>
 #include <QPushButton>
 #include <QToolBar>
 #include <QToolButton>
 
 #include <functional>
 
+#include "health/CannedServer.h"
 #include "support/ScreenTest.h"
 
 using namespace fiva;
@@ -96,10 +102,12 @@ TEST_F(ContentViewTest, SidebarControlsComeInOrderAndTheToolbarHasFiveSymbolButt
     auto *sort = find<QComboBox>(u"sortPicker"_s);
     auto *favorites = find<QCheckBox>(u"favoritesOnly"_s);
     auto *dateFilter = find<QCheckBox>(u"dateFilter"_s);
+    auto *brokenOnly = find<QCheckBox>(u"brokenOnly"_s);
     EXPECT_EQ(QStringList({search->placeholderText(), categories->currentText(), sort->currentText(),
-                           favorites->text(), dateFilter->text()})
+                           favorites->text(), dateFilter->text(), brokenOnly->text()})
                   .join(u'|'),
-              u"Rechercher…|Toutes|Plus récent d'abord|Favoris uniquement|Filtrer par date"_s);
+              u"Rechercher…|Toutes|Plus récent d'abord|Favoris uniquement|Filtrer par date|"
+              "Liens cassés uniquement"_s);
     EXPECT_EQ(choices(categories).join(u'|'), u"Toutes|Administratif|Loisirs|Travail"_s);
     EXPECT_EQ(choices(sort).join(u'|'),
               u"Plus récent d'abord|Plus ancien d'abord|Ordre alphabétique (A → Z)"_s);
@@ -114,7 +122,8 @@ TEST_F(ContentViewTest, SidebarControlsComeInOrderAndTheToolbarHasFiveSymbolButt
     EXPECT_EQ(find<QDateEdit>(u"dateTo"_s)->date(), now.date());
     EXPECT_EQ(find<QDateEdit>(u"dateFrom"_s)->date(), now.addMonths(-1).date());
 
-    const QWidget *column[]{search, categories, sort, favorites, dateFilter, dateRow, m_view->list()};
+    const QWidget *column[]{search,     categories, sort,       favorites,
+                            dateFilter, dateRow,    brokenOnly, m_view->list()};
     const auto top = [&](const QWidget *w) { return w->mapTo(m_view.get(), QPoint(0, 0)).y(); };
     for (std::size_t i = 1; i < std::size(column); ++i)
         EXPECT_LT(top(column[i - 1]), top(column[i])) << column[i]->objectName().toStdString();
@@ -159,6 +168,283 @@ TEST_F(ContentViewTest, EachFilterControlNarrowsTheListAndTheChosenOrderIsStored
     choose(find<QComboBox>(u"sortPicker"_s), u"Ordre alphabétique (A → Z)"_s);
     EXPECT_EQ(m_settings.sortOrder(), u"Ordre alphabétique (A → Z)"_s);
     EXPECT_EQ(listed(), u"Abeille|Mouche|Zèbre"_s);
+}
+
+// The health pass runs beside the window; each step waits for the passes it started to end.
+TEST_F(ContentViewTest, BrokenRecordsAreMarkedAndFilteredAsTheirFilesComeAndGo)
+{
+    const QString folder = m_as.filePath(u"fichiers"_s);
+    QDir().mkpath(folder);
+    writeBytes(folder + u"/present.pdf"_s, "x");
+    writeBytes(folder + u"/garde.pdf"_s, "x");
+    LinkItem page = record(u"Page"_s, u"Travail"_s, 730000000);
+    const Attachment lost{QUuid::createUuid(), u"manquant.pdf"_s, folder + u"/manquant.pdf"_s};
+    page.attachments = {{QUuid::createUuid(), u"garde.pdf"_s, folder + u"/garde.pdf"_s}, lost};
+    const auto onDisk = [](LinkItem item, LinkKind kind, const QString &path) {
+        item.kind = kind;
+        item.path = path;
+        return item;
+    };
+    open({onDisk(record(u"Présent"_s, u"Loisirs"_s, 700000000), LinkKind::file, folder + u"/present.pdf"_s),
+          onDisk(record(u"Perdu"_s, u"Loisirs"_s, 710000000), LinkKind::file, folder + u"/perdu.pdf"_s),
+          onDisk(record(u"Pas un dossier"_s, u"Travail"_s, 720000000), LinkKind::directory,
+                 folder + u"/present.pdf"_s),
+          page});
+    auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+    ASSERT_NE(health, nullptr);
+    const auto settle = [&] { ASSERT_TRUE(QTest::qWaitFor([&] { return !health->isRunning(); }, 30000)); };
+    // The titles of the rows with a mark, and whether each mark's tooltip names the file.
+    const auto marked = [&] {
+        QStringList titles;
+        for (int row = 0; row < m_view->model().rowCount(); ++row) {
+            const QModelIndex index = m_view->model().index(row);
+            const QVariant problem = index.data(LinkListModel::HealthRole);
+            if (!problem.isValid())
+                continue;
+            titles << index.data(LinkListModel::TitleRole).toString();
+            EXPECT_EQ(index.data(Qt::ToolTipRole), problem);
+            EXPECT_TRUE(problem.toString().contains(folder)) << problem.toString().toStdString();
+        }
+        return titles.join(u'|');
+    };
+    const std::tuple<const char *, std::function<void()>, QString, QString> steps[]{
+        {"first pass", [] {}, u"Page|Pas un dossier|Perdu"_s, u"Page|Pas un dossier|Perdu|Présent"_s},
+        {"broken only, after the others",
+         [&] {
+             QTest::keyClick(find<QCheckBox>(u"brokenOnly"_s), Qt::Key_Space);
+             choose(find<QComboBox>(u"categoryPicker"_s), u"Loisirs"_s);
+         },
+         u"Perdu"_s, u"Perdu"_s},
+        {"the record is pointed at where its file went",
+         [&] {
+             writeBytes(folder + u"/retrouve.pdf"_s, "x");
+             EXPECT_TRUE(m_store->relocate(idOf(u"Perdu"_s), folder + u"/retrouve.pdf"_s));
+         },
+         u""_s, u""_s},
+        {"a file goes while the window is away",
+         [&] {
+             QFile::remove(folder + u"/present.pdf"_s);
+             health->refreshAll();
+         },
+         u"Présent"_s, u"Présent"_s},
+    };
+    for (const auto &[name, act, expectedMarks, expectedListed] : steps) {
+        SCOPED_TRACE(name);
+        act();
+        settle();
+        EXPECT_EQ(marked(), expectedMarks);
+        EXPECT_EQ(listed(), expectedListed);
+    }
+
+    // The detail marks the link when it is what broke, and each attachment whose copy is gone.
+    choose(find<QComboBox>(u"categoryPicker"_s), u"Travail"_s);
+    ASSERT_EQ(listed(), u"Page|Pas un dossier"_s);
+    const auto marks = [&](const QString &title) {
+        clickRow(m_view->list(), rowOf(title));
+        QCoreApplication::processEvents(); // rows added to a shown layout are shown from the event loop
+        QStringList shown;
+        for (const QString &name : {u"linkProblem"_s, u"attachmentProblem"_s}) {
+            for (const QLabel *mark : m_view->detailView()->findChildren<QLabel *>(name)) {
+                if (mark->isVisibleTo(m_view.get()))
+                    shown << name + u' ' + mark->toolTip();
+            }
+        }
+        return shown;
+    };
+    const QString notAFolder = marks(u"Pas un dossier"_s).value(0);
+    EXPECT_TRUE(notAFolder.startsWith(u"linkProblem "_s) && notAFolder.contains(folder))
+        << notAFolder.toStdString();
+    const QStringList pageMarks = marks(u"Page"_s);
+    ASSERT_EQ(pageMarks.size(), 1);
+    EXPECT_TRUE(pageMarks[0].startsWith(u"attachmentProblem "_s) && pageMarks[0].contains(lost.filePath));
+}
+
+// "Rechercher…" on a lost file and on a lost attachment copy: a folder, a search, a proposal.
+TEST_F(ContentViewTest, RechercherProposesWhatItFindsAndRepairsOnlyWhenAccepted)
+{
+    const QString root = m_as.filePath(u"disque"_s);
+    writeBytes(root + u"/nouveau/sous/rapport.pdf"_s, "abc");
+    writeBytes(root + u"/nouveau/copie.txt"_s, "c");
+    QDir().mkpath(root + u"/vide"_s);
+    const QString found = root + u"/nouveau/sous/rapport.pdf"_s;
+    const QString lostPath = root + u"/ancien/rapport.pdf"_s;
+    const QString lostCopy = root + u"/ancien/copie.txt"_s;
+    struct Case
+    {
+        const char *name;
+        QString button;
+        std::optional<QStringList> folder; // nothing: the panel is cancelled
+        std::deque<AlertAnswer> answers;
+        QString alertTitles; // the alerts shown, in order
+        QString path;        // the record's path afterwards
+        QString copy;        // the attachment's copy afterwards
+    };
+    const Case cases[]{
+        {"panel cancelled", u"searchLink"_s, std::nullopt, {}, u""_s, lostPath, lostCopy},
+        {"nothing below the folder",
+         u"searchLink"_s,
+         QStringList{root + u"/vide"_s},
+         {},
+         u"Rien trouvé"_s,
+         lostPath,
+         lostCopy},
+        {"proposal declined",
+         u"searchLink"_s,
+         QStringList{root},
+         {{1, found}},
+         u"« rapport.pdf » a été trouvé"_s,
+         lostPath,
+         lostCopy},
+        {"a typed path that is not there",
+         u"searchLink"_s,
+         QStringList{root},
+         {{0, root + u"/faux.pdf"_s}},
+         u"« rapport.pdf » a été trouvé|La fiche n’a pas été modifiée"_s,
+         lostPath,
+         lostCopy},
+        {"proposal accepted",
+         u"searchLink"_s,
+         QStringList{root},
+         {{0, found}},
+         u"« rapport.pdf » a été trouvé"_s,
+         found,
+         lostCopy},
+        {"attachment copy",
+         u"searchAttachment"_s,
+         QStringList{root},
+         {{0, root + u"/nouveau/copie.txt"_s}},
+         u"« copie.txt » a été trouvé"_s,
+         lostPath,
+         root + u"/nouveau/copie.txt"_s},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        LinkItem item = record(u"Rapport"_s, u"Travail"_s, 700000000);
+        item.kind = LinkKind::file;
+        item.path = lostPath;
+        item.attachments = {{QUuid::createUuid(), u"copie.txt"_s, lostCopy}};
+        open({item});
+        auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !health->isRunning(); }, 30000));
+        clickRow(m_view->list(), 0);
+        QCoreApplication::processEvents();
+        m_dialogs.alerts.clear();
+        m_dialogs.openChoices = {c.folder};
+        m_dialogs.alertAnswers = c.answers;
+        auto *button = m_view->detailView()->findChild<QPushButton *>(c.button);
+        ASSERT_NE(button, nullptr);
+        ASSERT_TRUE(button->isVisibleTo(m_view.get()));
+        click(button);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !m_view->findChild<RelocationSearch *>(); }, 30000));
+        QStringList titles;
+        for (const AlertRequest &alert : m_dialogs.alerts)
+            titles << alert.message;
+        EXPECT_EQ(titles.join(u'|'), c.alertTitles);
+        const LinkItem saved = onDisk().items.value(0);
+        EXPECT_EQ(saved.path, c.path);
+        EXPECT_EQ(saved.attachments.value(0).filePath, c.copy);
+        EXPECT_EQ(saved.attachments.value(0).fileName, u"copie.txt"_s);
+    }
+}
+
+// A renamed home folder: the proposal says what it would repair and replaces the prefix only when
+// accepted, leaving the record it cannot mend as it was.
+TEST_F(ContentViewTest, MovedFolderProposalRepairsTheRecordsItAnnouncedWhenAccepted)
+{
+    const QString home = m_as.filePath(u"home"_s);
+    writeBytes(home + u"/nouveau/Documents/a.pdf"_s, "a");
+    writeBytes(home + u"/nouveau/Documents/b.pdf"_s, "b");
+    const QString ancien = home + u"/ancien", nouveau = home + u"/nouveau";
+    const auto file = [](const QString &title, const QString &path) {
+        LinkItem item = record(title, u"Travail"_s, 700000000);
+        item.kind = LinkKind::file;
+        item.path = path;
+        return item;
+    };
+    const QList<LinkItem> lost{file(u"A"_s, ancien + u"/Documents/a.pdf"_s),
+                               file(u"B"_s, ancien + u"/Documents/b.pdf"_s),
+                               file(u"Perdu"_s, ancien + u"/Documents/perdu.pdf"_s)};
+    const QString question = u"Remplacer « "_s + ancien + u" » par « "_s + nouveau + u" » ?"_s;
+    struct Case
+    {
+        const char *name;
+        QList<LinkItem> items;
+        int answer;
+        QString alert; // the first alert's message and informative text
+        QStringList paths;
+    };
+    const Case cases[]{
+        {"declined",
+         lost,
+         1,
+         question + u" 2 fiche(s) seraient réparées, 1 resteraient cassées."_s,
+         {lost[0].path, lost[1].path, lost[2].path}},
+        {"accepted",
+         lost,
+         0,
+         question + u" 2 fiche(s) seraient réparées, 1 resteraient cassées."_s,
+         {nouveau + u"/Documents/a.pdf"_s, nouveau + u"/Documents/b.pdf"_s, lost[2].path}},
+        {"nothing moved",
+         {file(u"A"_s, nouveau + u"/Documents/a.pdf"_s)},
+         0,
+         u"Aucun dossier déplacé à réparer Fiva n’a trouvé aucun dossier disparu dont le contenu se retrouve "
+         "ailleurs à côté."_s,
+         {nouveau + u"/Documents/a.pdf"_s}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        open(c.items);
+        auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !health->isRunning(); }, 30000));
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {{c.answer, {}}};
+        click(find<QPushButton>(u"repairMovedFolders"_s));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !m_view->findChild<PrefixRelocation *>(); }, 30000));
+        ASSERT_FALSE(m_dialogs.alerts.empty());
+        EXPECT_EQ(m_dialogs.alerts.front().message + u' ' + m_dialogs.alerts.front().informativeText,
+                  c.alert);
+        QStringList paths;
+        for (const LinkItem &item : onDisk().items)
+            paths << item.path;
+        EXPECT_EQ(paths, c.paths);
+    }
+}
+
+// Pages served by the test itself on 127.0.0.1: one alive, one dead, one moved.
+TEST_F(ContentViewTest, WebCheckMarksDeadPagesAndOffersTheNewAddressOfMovedOnes)
+{
+    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+    test::CannedServer server{{{"/ok", {200}}, {"/mort", {404}}, {"/parti", {301, "/ok"}}}};
+    const auto page = [](const QString &title, const QString &address, double createdAt) {
+        LinkItem item = record(title, u"Loisirs"_s, createdAt);
+        item.path = address;
+        return item;
+    };
+    const std::pair<int, QString> cases[]{{0, server.url(u"/ok"_s)}, {1, server.url(u"/parti"_s)}};
+    for (const auto &[answer, movedPath] : cases) {
+        SCOPED_TRACE(answer);
+        open({page(u"Vivante"_s, server.url(u"/ok"_s), 700000000),
+              page(u"Morte"_s, server.url(u"/mort"_s), 710000000),
+              page(u"Déplacée"_s, server.url(u"/parti"_s), 720000000)});
+        auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {{0, {}}, {answer, {}}};
+        click(find<QPushButton>(u"checkWebPages"_s));
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return !m_view->findChild<WebCheckRun *>() && !health->isRunning(); }, 30000));
+        QStringList alerts;
+        for (const AlertRequest &alert : m_dialogs.alerts)
+            alerts << alert.message + u' ' + alert.informativeText;
+        EXPECT_EQ(alerts, (QStringList{u"Vérification terminée 3 page(s) vérifiée(s), 1 en erreur."_s,
+                                       u"La page a changé d’adresse « "_s + server.url(u"/parti"_s) +
+                                           u" » mène à « "_s + server.url(u"/ok"_s) +
+                                           u" ». Mettre à jour la fiche ?"_s}));
+        const QModelIndex dead = m_view->model().index(rowOf(u"Morte"_s));
+        EXPECT_TRUE(dead.data(LinkListModel::HealthRole).toString().contains(u"404"_s));
+        for (const QString &alive : {u"Vivante"_s, u"Déplacée"_s})
+            EXPECT_FALSE(m_view->model().index(rowOf(alive)).data(LinkListModel::HealthRole).isValid());
+        EXPECT_EQ(onDisk().items.value(2).path, movedPath);
+    }
 }
 
 TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)

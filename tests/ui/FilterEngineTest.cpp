@@ -194,8 +194,19 @@ void editState(RandomEdits &random, FilterState &state, const QList<LinkItem> &i
             state.dateTo = random.day();
         },
         [&] { state.sortOrderRawValue = random.pick(orders); },
-        [&] { state.sortOrderRawValue = random.pick(orders); }};
-    edits[random.below(9)]();
+        [&] { state.sortOrderRawValue = random.pick(orders); },
+        [&] { state.showBrokenOnly = !state.showBrokenOnly; },
+        [&] {
+            // A health pass finds some records broken; its ids may name records deleted since.
+            state.brokenIds.clear();
+            for (const LinkItem &item : items) {
+                if (random.chance(30))
+                    state.brokenIds.insert(item.id);
+            }
+            if (random.chance(30))
+                state.brokenIds.insert(QUuid::createUuid());
+        }};
+    edits[random.below(int(std::size(edits)))]();
 }
 
 QList<QUuid> ids(const QList<LinkItem> &items, const std::vector<int> &rows)

@@ -69,6 +69,7 @@ struct RuleCase
     std::vector<ItemFields> items;
     Filter filter;
     QStringList expected;
+    QStringList broken = {}; // titles of the records the health pass found broken
 };
 
 const QString decomposedEte = u"E\u0301te\u0301 a\u0300 Arles"_s;
@@ -94,7 +95,19 @@ std::vector<RuleCase> ruleCases()
     combined.searchText = u"A"_s;
     combined.selectedCategory = u"x"_s;
     combined.showFavoritesOnly = true;
+    FilterState brokenOnly;
+    brokenOnly.showBrokenOnly = true;
+    FilterState brokenFavourites = brokenOnly;
+    brokenFavourites.showFavoritesOnly = true;
     return {
+        {"broken only", {{u"a"_s}, {u"b"_s}, {u"c"_s}}, brokenOnly, {u"a"_s, u"c"_s}, {u"a"_s, u"c"_s}},
+        {"broken only after favourites",
+         {favourite(u"a"_s), {u"b"_s}, favourite(u"c"_s)},
+         brokenFavourites,
+         {u"c"_s},
+         {u"b"_s, u"c"_s}},
+        {"broken records without the toggle", {{u"a"_s}, {u"b"_s}}, favourites, {}, {u"a"_s}},
+        {"nothing broken", {{u"a"_s}}, brokenOnly, {}},
         {"case is ignored", {{u"Été en Provence"_s}, {u"Hiver"_s}}, u"ÉTÉ"_s, {u"Été en Provence"_s}},
         {"no accent folding", {{u"Été en Provence"_s}}, u"ete"_s, {}},
         {"precomposed finds decomposed", {{decomposedEte}, {u"Autre"_s}}, u"été"_s, {decomposedEte}},
@@ -197,14 +210,18 @@ TEST(FilterRules, HoldForThePlainEvaluationAndTheEngine)
     for (const RuleCase &rule : ruleCases()) {
         SCOPED_TRACE(rule.name);
         QList<LinkItem> items;
-        for (const ItemFields &fields : rule.items)
+        FilterState state = rule.filter.state;
+        for (const ItemFields &fields : rule.items) {
             items.append(makeItem(fields));
+            if (rule.broken.contains(fields.title))
+                state.brokenIds.insert(items.last().id);
+        }
         QStringList plain, engine;
-        for (const LinkItem &item : filteredItems(items, rule.filter.state, collator))
+        for (const LinkItem &item : filteredItems(items, state, collator))
             plain.append(item.title);
         FilterEngine cached(collator);
         cached.setItems(items);
-        for (int row : cached.rows(rule.filter.state))
+        for (int row : cached.rows(state))
             engine.append(items[row].title);
         EXPECT_EQ(plain, rule.expected);
         EXPECT_EQ(engine, rule.expected);

@@ -14,8 +14,11 @@
 #include "ui/main/DroppedLinks.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/FilterState.h"
+#include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
+#include "ui/main/PrefixRelocation.h"
 #include "ui/main/SortOrder.h"
+#include "ui/main/WebCheckRun.h"
 #include "ui/settings/BackupHistoryView.h"
 
 #include <QAction>
@@ -37,6 +40,7 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPushButton>
 #include <QShowEvent>
 #include <QSplitter>
 #include <QStackedWidget>
@@ -46,6 +50,8 @@
 
 #include <algorithm>
 #include <cmath>
+
+#include "health/HealthCache.h"
 
 namespace fiva {
 
@@ -128,7 +134,9 @@ public:
             option.palette.color(selected ? QPalette::HighlightedText : QPalette::PlaceholderText);
         const RowFonts fonts = rowFonts(option.font);
         const QRect row = option.rect;
-        const int width = std::max(0, row.width() - 2 * rowMargin - starSize - starGap);
+        // A broken record gives up some of its text's width to a warning mark beside the star.
+        const bool broken = index.data(LinkListModel::HealthRole).isValid();
+        const int width = std::max(0, row.width() - 2 * rowMargin - (broken ? 2 : 1) * (starSize + starGap));
         int y = row.top() + rowMargin;
 
         painter->save();
@@ -151,6 +159,9 @@ public:
         const bool favorite = index.data(LinkListModel::FavoriteRole).toBool();
         symbols::icon(favorite ? QStringLiteral("star.fill") : QStringLiteral("star"))
             .paint(painter, starRectIn(row));
+        if (broken)
+            style->standardIcon(QStyle::SP_MessageBoxWarning, nullptr, widget)
+                .paint(painter, starRectIn(row).translated(-(starSize + starGap), 0));
     }
 
     QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
@@ -164,6 +175,27 @@ public:
         return QSize(option.rect.width() > 0 ? option.rect.width() : 200, height);
     }
 };
+
+// Hands the detail what the latest health pass found for its record.
+void showHealth(DetailView *detail, const HealthMonitor *monitor)
+{
+    if (!detail || !monitor)
+        return;
+    QStringList link;
+    QHash<QUuid, QString> attachments;
+    QHash<QUuid, qint64> sizes;
+    if (const RecordHealth *health = monitor->cache().health(detail->itemId())) {
+        for (const Problem &problem : health->problems) {
+            if (problem.kind == ProblemKind::attachmentMissing) {
+                attachments.insert(problem.attachmentId, problem.description());
+                if (const auto size = monitor->cache().attachmentSize(problem.attachmentId))
+                    sizes.insert(problem.attachmentId, *size);
+            } else
+                link << problem.description();
+        }
+    }
+    detail->setProblems(link.join(u'\n'), attachments, sizes);
+}
 
 QWidget *labelledPicker(const QString &label, QComboBox *picker, QWidget *parent)
 {
@@ -197,6 +229,17 @@ ContentView::ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspac
     state.sortOrderRawValue = m_settings.sortOrder();
     m_model->setFilterState(state);
     m_model->setItems(m_store.items());
+    const QString dataFile = m_store.dataFileURL();
+    auto *health = new HealthMonitor(
+        m_store, dataFile.isEmpty() ? QString() : HealthCache::cacheFileFor(dataFile), this);
+    health->setObjectName(QStringLiteral("healthMonitor"));
+    connect(health, &HealthMonitor::healthChanged, this, [this, health] {
+        m_syncingSelection = true;
+        m_model->setProblems(health->problems());
+        m_syncingSelection = false;
+        showSelectedRow();
+        showHealth(m_detail, health);
+    });
 
     buildToolBar();
     auto *split = new QSplitter(Qt::Horizontal, this);
@@ -376,6 +419,25 @@ QWidget *ContentView::buildSidebar()
     dateLayout->addStretch(1);
     m_dateRow->setVisible(false);
     controls->addWidget(m_dateRow);
+    auto *brokenOnly = new QCheckBox(QStringLiteral("Liens cassés uniquement"), sidebar);
+    brokenOnly->setObjectName(QStringLiteral("brokenOnly"));
+    controls->addWidget(brokenOnly);
+    connect(brokenOnly, &QCheckBox::toggled, this,
+            [this](bool on) { updateFilter([&](FilterState &s) { s.showBrokenOnly = on; }); });
+    auto *movedFolders = new QPushButton(QStringLiteral("Réparer les dossiers déplacés…"), sidebar);
+    movedFolders->setObjectName(QStringLiteral("repairMovedFolders"));
+    controls->addWidget(movedFolders);
+    connect(movedFolders, &QPushButton::clicked, this, [this] {
+        if (auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor")))
+            PrefixRelocation::start(m_store, m_dialogs, *health, this);
+    });
+    auto *webCheck = new QPushButton(QStringLiteral("Vérifier les pages web…"), sidebar);
+    webCheck->setObjectName(QStringLiteral("checkWebPages"));
+    controls->addWidget(webCheck);
+    connect(webCheck, &QPushButton::clicked, this, [this] {
+        if (auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor")))
+            WebCheckRun::start(m_store, m_dialogs, *health, this);
+    });
 
     m_list = new QListView(sidebar);
     m_list->setObjectName(QStringLiteral("recordList"));
@@ -525,6 +587,7 @@ void ContentView::updateDetail()
     m_detail->setOnEdit([this](const LinkItem &edited) { showEditSheet(&edited); });
     m_detailColumn->addWidget(m_detail);
     m_detailColumn->setCurrentWidget(m_detail);
+    showHealth(m_detail, findChild<HealthMonitor *>(QStringLiteral("healthMonitor")));
 }
 
 QString ContentView::lastBackupText(const std::optional<Timestamp> &lastBackupDate)

@@ -11,6 +11,7 @@
 #include "ui/common/Symbols.h"
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/AttachmentPreviewWindow.h"
+#include "ui/main/RelocationSearch.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -20,6 +21,7 @@
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
+#include <QStyle>
 #include <QTextBlock>
 #include <QTextBrowser>
 #include <QTextCursor>
@@ -57,6 +59,16 @@ double usableNoteSize(double points)
     if (!std::isfinite(points) || points <= 0)
         return Settings::defaultValue(Settings::Key::noteFontSize).toDouble();
     return std::min(points, 500.0);
+}
+
+// A warning sign whose tooltip says what is wrong; hidden until there is something to say.
+QLabel *problemMark(QWidget *parent, const QString &objectName)
+{
+    auto *mark = new QLabel(parent);
+    mark->setObjectName(objectName);
+    mark->setPixmap(parent->style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(16, 16));
+    mark->setVisible(false);
+    return mark;
 }
 
 } // namespace
@@ -120,6 +132,15 @@ void DetailView::build()
     m_path = secondary(this, QStringLiteral("path"));
     m_path->setWordWrap(true);
     QHBoxLayout *linkRow = fieldRow(QStringLiteral("Lien :"), m_path);
+    m_linkProblem = problemMark(this, QStringLiteral("linkProblem"));
+    linkRow->insertWidget(linkRow->indexOf(m_path), m_linkProblem);
+    m_searchLink = new QPushButton(QStringLiteral("Rechercher…"), this);
+    m_searchLink->setObjectName(QStringLiteral("searchLink"));
+    m_searchLink->setToolTip(QStringLiteral("Chercher l’élément du même nom dans un dossier"));
+    m_searchLink->setVisible(false);
+    linkRow->addWidget(m_searchLink);
+    connect(m_searchLink, &QPushButton::clicked, this,
+            [this] { RelocationSearch::forRecord(m_store, m_dialogs, currentItem(), this); });
     m_openLink = new QPushButton(this);
     m_openLink->setObjectName(QStringLiteral("openLink"));
     linkRow->addWidget(m_openLink);
@@ -222,6 +243,21 @@ void DetailView::refresh()
     rebuildAttachments(item);
 }
 
+void DetailView::setProblems(const QString &linkProblem, const QHash<QUuid, QString> &attachmentProblems,
+                             const QHash<QUuid, qint64> &attachmentSizes)
+{
+    m_linkProblem->setToolTip(linkProblem);
+    m_linkProblem->setAccessibleName(linkProblem);
+    m_linkProblem->setVisible(!linkProblem.isEmpty());
+    // A web page cannot be searched for on disk.
+    m_searchLink->setVisible(!linkProblem.isEmpty() && currentItem().kind != LinkKind::url);
+    if (attachmentProblems != m_attachmentProblems || attachmentSizes != m_attachmentSizes) {
+        m_attachmentProblems = attachmentProblems;
+        m_attachmentSizes = attachmentSizes;
+        rebuildAttachments(currentItem());
+    }
+}
+
 void DetailView::rebuildAttachments(const LinkItem &item)
 {
     // The rows are replaced whole; the old ones may hold the button being clicked right now, so
@@ -247,6 +283,22 @@ void DetailView::rebuildAttachments(const LinkItem &item)
         name->setObjectName(QStringLiteral("attachmentName"));
         name->setTextFormat(Qt::PlainText);
         row->addWidget(name, 1);
+        if (const auto problem = m_attachmentProblems.constFind(attachment.id);
+            problem != m_attachmentProblems.cend()) {
+            QLabel *mark = problemMark(m_attachmentRows, QStringLiteral("attachmentProblem"));
+            mark->setToolTip(*problem);
+            mark->setVisible(true);
+            row->insertWidget(0, mark);
+            auto *search = new QPushButton(QStringLiteral("Rechercher…"), m_attachmentRows);
+            search->setObjectName(QStringLiteral("searchAttachment"));
+            row->addWidget(search);
+            const std::optional<qint64> size = m_attachmentSizes.contains(attachment.id)
+                                                   ? std::optional(m_attachmentSizes.value(attachment.id))
+                                                   : std::nullopt;
+            connect(search, &QPushButton::clicked, this, [this, attachment, size] {
+                RelocationSearch::forAttachment(m_store, m_dialogs, itemId(), attachment, size, this);
+            });
+        }
         auto *preview = new QPushButton(QStringLiteral("Aperçu"), m_attachmentRows);
         preview->setObjectName(QStringLiteral("previewAttachment"));
         row->addWidget(preview);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QString>
 #include <QUuid>
 #include <QWidget>
@@ -44,6 +45,12 @@ public:
     LinkItem currentItem() const;
     // Shows the record again, notes included, reading the notes font anew.
     void refresh();
+    // Marks what the latest health pass found wrong: beside "Lien :" (`linkProblem`, empty when the
+    // link is fine) and on each attachment whose copy is missing, by attachment id. The tooltips say
+    // what is wrong.
+    // `attachmentSizes` are the sizes the missing copies had, to search for them by size as well.
+    void setProblems(const QString &linkProblem, const QHash<QUuid, QString> &attachmentProblems,
+                     const QHash<QUuid, qint64> &attachmentSizes = {});
 
     void openLink();
     void addAttachment();
@@ -91,6 +98,10 @@ private:
     QLabel *m_noNotes = nullptr;
     QVBoxLayout *m_attachmentsLayout = nullptr;
     QWidget *m_attachmentRows = nullptr;
+    QLabel *m_linkProblem = nullptr;
+    QPushButton *m_searchLink = nullptr;
+    QHash<QUuid, QString> m_attachmentProblems;
+    QHash<QUuid, qint64> m_attachmentSizes;
 };
 
 } // namespace fiva

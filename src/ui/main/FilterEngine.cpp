@@ -569,7 +569,8 @@ std::vector<int> FilterEngine::rows(const FilterState &state)
         return (anyCategory || m_categoryIds[std::size_t(i)] == wantedCategory) &&
                (!state.showFavoritesOnly || item.isFavorite) &&
                (!state.dateFilterEnabled ||
-                (state.dateFrom <= item.createdAt && item.createdAt <= state.dateTo));
+                (state.dateFrom <= item.createdAt && item.createdAt <= state.dateTo)) &&
+               (!state.showBrokenOnly || state.brokenIds.contains(item.id));
     };
 
     m_pass.assign(n, 0);

@@ -4,7 +4,9 @@
 #include "ui/main/SortOrder.h"
 
 #include <QDateTime>
+#include <QSet>
 #include <QString>
+#include <QUuid>
 
 namespace fiva {
 
@@ -25,6 +27,10 @@ struct FilterState
     bool dateFilterEnabled = false;
     Timestamp dateFrom;
     Timestamp dateTo;
+    // "Liens cassés uniquement": only the records the latest health pass found broken. Tested after
+    // the four others, so that turning it on never changes what they let through.
+    bool showBrokenOnly = false;
+    QSet<QUuid> brokenIds;
 
     // The state of a main window opened at `now`: the date range runs from one calendar month
     // earlier, same time of day, to `now`.

@@ -6,6 +6,7 @@
 #include "ui/main/FilterState.h"
 
 #include <QHash>
+#include <QSet>
 
 #include <vector>
 
@@ -19,6 +20,8 @@ struct LinkListModel::Private
     FilterState state = FilterState::initial();
     QList<LinkItem> items; // what the rows show, switched only inside a layout change
     std::vector<int> rows;
+    QHash<QUuid, QString> problems;
+    QSet<QUuid> brokenIds; // shared with every filter state, so a keystroke copies no set
 };
 
 LinkListModel::LinkListModel(QObject *parent) : LinkListModel(userCollator(), parent) {}
@@ -74,9 +77,22 @@ void LinkListModel::setItems(const QList<LinkItem> &items)
         Q_EMIT dataChanged(index(0), index(int(d->rows.size()) - 1));
 }
 
+void LinkListModel::setProblems(const QHash<QUuid, QString> &problems)
+{
+    d->problems = problems;
+    d->brokenIds.clear();
+    for (auto it = problems.cbegin(); it != problems.cend(); ++it)
+        d->brokenIds.insert(it.key());
+    setFilterState(d->state);
+    if (!d->rows.empty())
+        Q_EMIT dataChanged(index(0), index(int(d->rows.size()) - 1), {HealthRole, Qt::ToolTipRole});
+}
+
 void LinkListModel::setFilterState(const FilterState &state)
 {
     d->state = state;
+    // The broken records are the latest health pass's, whatever state the caller kept.
+    d->state.brokenIds = d->brokenIds;
     std::vector<int> rows = d->engine.rows(d->state);
     if (rows == d->rows)
         return;
@@ -146,6 +162,11 @@ QVariant LinkListModel::data(const QModelIndex &index, int role) const
         return item.isFavorite;
     case IdRole:
         return item.id;
+    case HealthRole:
+    case Qt::ToolTipRole: {
+        const auto problem = d->problems.constFind(item.id);
+        return problem == d->problems.cend() ? QVariant() : QVariant(*problem);
+    }
     default:
         return {};
     }
@@ -159,6 +180,7 @@ QHash<int, QByteArray> LinkListModel::roleNames() const
     names.insert(NotesRole, QByteArrayLiteral("notes"));
     names.insert(FavoriteRole, QByteArrayLiteral("favorite"));
     names.insert(IdRole, QByteArrayLiteral("id"));
+    names.insert(HealthRole, QByteArrayLiteral("health"));
     return names;
 }
 

@@ -2,7 +2,9 @@
 
 #include <QAbstractListModel>
 #include <QCollator>
+#include <QHash>
 #include <QList>
+#include <QString>
 #include <QUuid>
 
 #include <memory>
@@ -28,6 +30,9 @@ public:
         NotesRole, // the stored notes as they are, or no value when the record has none or they are empty
         FavoriteRole,
         IdRole,
+        // What is wrong with the record, in French, one problem per line; no value when nothing is.
+        // Also the row's tooltip.
+        HealthRole,
     };
 
     explicit LinkListModel(QObject *parent = nullptr);
@@ -38,6 +43,9 @@ public:
     void setFilterState(const FilterState &state);
     const FilterState &filterState() const;
     FilterEngine &engine();
+    // The problems of the broken records, by id, from the latest health pass. They also decide
+    // which records the "broken only" filter keeps.
+    void setProblems(const QHash<QUuid, QString> &problems);
 
     // The record shown at `row`, or a null id / null pointer outside the list.
     QUuid idAt(int row) const;

@@ -38,6 +38,8 @@ bool matchesPrepared(const LinkItem &item, const PreparedState &prepared)
     if (prepared.state.dateFilterEnabled &&
         !(prepared.state.dateFrom <= item.createdAt && item.createdAt <= prepared.state.dateTo))
         return false;
+    if (prepared.state.showBrokenOnly && !prepared.state.brokenIds.contains(item.id))
+        return false;
     return true;
 }
 

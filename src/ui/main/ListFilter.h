@@ -8,8 +8,8 @@
 
 namespace fiva {
 
-// The four tests of one record, in their order: search text (title, path, then notes when the record
-// has some), exact category unless "Toutes", favourites only, inclusive date range.
+// The tests of one record, in their order: search text (title, path, then notes when the record
+// has some), exact category unless "Toutes", favourites only, inclusive date range, broken only.
 bool matchesFilters(const LinkItem &item, const FilterState &state);
 
 // The records that pass `matchesFilters`, stably ordered by the state's sort order; alphabetical order
