@@ -152,10 +152,12 @@ TEST_F(HealthCli, CheckListsBrokenRecordsAndRelocateRepairsThemInOneSave)
         const QByteArray before = read(dataFile());
         const CliRun r = runServing(s.args);
         EXPECT_EQ(r.exitCode, s.exitCode) << s.name << ' ' << r.err.toStdString();
-        if (s.args.first() == u"check"_s && s.exitCode != 2)
+        if (s.args.first() == u"check"_s && s.exitCode != 2) {
             EXPECT_EQ(listed(r).join(u' '), sorted(s.listed).join(u' ')) << s.name;
-        if (!s.summary.isEmpty())
+        }
+        if (!s.summary.isEmpty()) {
             EXPECT_EQ(r.out.trimmed(), s.summary) << s.name;
+        }
         EXPECT_EQ(read(dataFile()) != before, s.dataChanges) << s.name;
     }
     EXPECT_FALSE(server.requests.isEmpty());
