@@ -818,6 +818,19 @@ TEST_F(StoreTest, DiscardedFilesGoToTheTrash)
         }
     }
     EXPECT_TRUE(QFileInfo(folder).isDir());
+
+    // The store's deletions go the same way: a deleted record's copies and a removed attachment.
+    const Attachment kept = attachment(userFile(u"c/devis.pdf"_s, "3"));
+    const Attachment removed = attachment(userFile(u"c/facture.pdf"_s, "4"));
+    const LinkItem record = makeItem(u"r"_s, LinkStore::uncategorized(), {kept, removed});
+    auto store = startWith({record}, {LinkStore::uncategorized()});
+    EXPECT_TRUE(store->removeAttachment(record.id, removed));
+    store->deleteItem(record.id);
+    for (const Attachment &a : {removed, kept}) {
+        EXPECT_FALSE(QFileInfo::exists(a.filePath)) << a.fileName.toStdString();
+        EXPECT_TRUE(QFileInfo::exists(trash + u"/files/"_s + QFileInfo(a.filePath).fileName()))
+            << QDir(trash + u"/files"_s).entryList().join(u' ').toStdString();
+    }
     qputenv("HOME", home);
     if (data.isNull())
         qunsetenv("XDG_DATA_HOME");
