@@ -1,4 +1,5 @@
 #include "cli/Commands.h"
+#include "store/BackupFiles.h"
 #include "zip/Archive.h"
 #include "zip/Errors.h"
 #include "zip/FolderZip.h"
@@ -34,10 +35,11 @@ bool parse(const QStringList &args, QStringList &positional, QStringList &flags,
     return true;
 }
 
-// One line on stderr naming the failure; errors of the ZIP library carry their case and path in `what()`.
-int reportFailure(const char *command, const std::exception &error)
+// One line on stderr: a French sentence naming the file concerned (`archive` unless the error
+// names its own), with the error's identifier after it for scripts and logs.
+int reportFailure(const char *command, const std::exception &error, const QString &archive)
 {
-    std::fprintf(stderr, "fiva-cli %s: %s\n", command, error.what());
+    std::fprintf(stderr, "fiva-cli %s: %s\n", command, qPrintable(backup::describe(error, archive)));
     return exitFailure;
 }
 
@@ -67,7 +69,7 @@ int runZip(const QStringList &args)
                      flags.contains(allowed[1]) ? zip::CompressionMethod::deflate
                                                 : zip::CompressionMethod::none);
     } catch (const std::exception &error) {
-        return reportFailure(self.name, error);
+        return reportFailure(self.name, error, positional[1]);
     }
     return exitOk;
 }
@@ -90,7 +92,7 @@ int runUnzip(const QStringList &args)
         zip::unzipItem(localPath(positional[0]), destination, flags.contains(allowed[0]),
                        flags.contains(allowed[1]));
     } catch (const std::exception &error) {
-        return reportFailure(self.name, error);
+        return reportFailure(self.name, error, positional[0]);
     }
     return exitOk;
 }
@@ -125,7 +127,7 @@ int runList(const QStringList &args)
                         entry.path().c_str());
         }
     } catch (const std::exception &error) {
-        return reportFailure(self.name, error);
+        return reportFailure(self.name, error, args[0]);
     }
     return exitOk;
 }

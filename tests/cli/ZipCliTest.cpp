@@ -2,6 +2,8 @@
 
 #include "CliTestSupport.h"
 
+#include <QRegularExpression>
+
 namespace cli_test {
 namespace {
 
@@ -120,6 +122,12 @@ TEST_F(ZipCli, FailuresNameTheirCaseAndPathAndBadUsageExitsTwo)
         EXPECT_EQ(result.exitCode, c.exitCode);
         EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
         EXPECT_TRUE(result.err.contains(QLatin1String(c.error))) << result.err.toStdString();
+        if (c.exitCode == 1) {
+            // A person reads a French sentence first; the identifier follows it for scripts.
+            static const QRegularExpression sentence(
+                u"^fiva-cli \\w+: (Le |La |L'|Ce |Les )[^(]+\\(.+\\)\n$"_s);
+            EXPECT_TRUE(sentence.match(result.err).hasMatch()) << result.err.toStdString();
+        }
         if (c.path) {
             EXPECT_TRUE(result.err.contains(path(QLatin1String(c.path)))) << result.err.toStdString();
         }
