@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 GENERATOR  := -G Ninja
 
-.PHONY: all deps configure build run test test-main test-kill test-nogui test-asan test-fuzz-smoke bench fuzz clean
+.PHONY: all deps configure build run package test test-main test-kill test-nogui test-asan test-fuzz-smoke bench fuzz clean
 
 all: build
 
@@ -23,6 +23,10 @@ build: configure
 
 run: build
 	$(BUILD)/src/app/fiva
+
+# The Debian package of the build, written to $(BUILD)/package/.
+package: build
+	cd $(BUILD) && cpack
 
 test: test-main test-nogui test-asan test-fuzz-smoke
 

@@ -11,6 +11,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "Version.h"
+
 namespace fiva {
 
 namespace {
@@ -51,7 +53,7 @@ QLabel *textLabel(const QString &text, QWidget *parent, double scale, bool bold 
 
 QString AboutWindow::versionText()
 {
-    return QStringLiteral("Version 3.0.11.25");
+    return QStringLiteral("Version ") + QLatin1String(versionNumber);
 }
 
 AboutWindow::AboutWindow(QWidget *parent) : QWidget(parent, Qt::Window)

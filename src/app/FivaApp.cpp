@@ -148,6 +148,13 @@ void FivaApp::showMainWindow()
     bringForward(m_mainWindow.get());
 }
 
+void FivaApp::offerRestore(const QString &backupFile)
+{
+    showMainWindow();
+    if (auto *content = qobject_cast<ContentView *>(m_mainWindow->centralWidget()))
+        content->confirmRestore(backupFile);
+}
+
 void FivaApp::offerRecovery()
 {
     const QString setAside = m_store->setAsideDataFile();

@@ -68,6 +68,9 @@ public:
     // When the data file could not be read at start and was set aside: says so, and offers the
     // newest automatic backup that decodes, with its date and number of records.
     void offerRecovery();
+    // A backup archive handed to the program (by the file manager): the window's restore
+    // confirmation for it, as if it had been chosen in the restore panel.
+    void offerRestore(const QString &backupFile);
 
     void showAbout();
     void showPreferences();

@@ -12,6 +12,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <memory>
+
 namespace fiva {
 
 SingleInstance::SingleInstance(const QString &dataFolder, QObject *parent)
@@ -38,7 +40,7 @@ QString SingleInstance::serverName(const QString &dataFolder)
     return QDir(folder).filePath(QStringLiteral("fiva-%1-%2.socket").arg(::getuid()).arg(hash));
 }
 
-bool SingleInstance::claim()
+bool SingleInstance::claim(const QString &backupFile)
 {
     QDir().mkpath(m_dataFolder);
     const QString lockFile = QDir(m_dataFolder).filePath(QStringLiteral("Fiva.instance"));
@@ -54,9 +56,15 @@ bool SingleInstance::claim()
         m_server->setSocketOptions(QLocalServer::UserAccessOption);
         connect(m_server, &QLocalServer::newConnection, this, [this] {
             while (QLocalSocket *socket = m_server->nextPendingConnection()) {
-                connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-                socket->disconnectFromServer();
-                Q_EMIT activationRequested();
+                // The later start writes the archive's path, if any, and hangs up.
+                auto received = std::make_shared<QByteArray>();
+                connect(socket, &QLocalSocket::readyRead, socket,
+                        [socket, received] { received->append(socket->readAll()); });
+                connect(socket, &QLocalSocket::disconnected, this, [this, socket, received] {
+                    received->append(socket->readAll());
+                    socket->deleteLater();
+                    Q_EMIT activationRequested(QString::fromUtf8(*received));
+                });
             }
         });
         m_server->listen(name);
@@ -68,7 +76,13 @@ bool SingleInstance::claim()
         QLocalSocket socket;
         socket.connectToServer(serverName(m_dataFolder));
         if (socket.waitForConnected(100)) {
-            socket.waitForDisconnected(1000);
+            if (!backupFile.isEmpty()) {
+                socket.write(backupFile.toUtf8());
+                socket.waitForBytesWritten(1000);
+            }
+            socket.disconnectFromServer();
+            if (socket.state() != QLocalSocket::UnconnectedState)
+                socket.waitForDisconnected(1000);
             return false;
         }
         QThread::msleep(50);

@@ -11,6 +11,18 @@ inline constexpr int exitOk = 0;
 inline constexpr int exitFailure = 1;
 inline constexpr int exitUsage = 2;
 
+// What each code means, for `fiva-cli --help` and the manual page made from it.
+struct ExitCode
+{
+    int code;
+    const char *meaning;
+};
+inline constexpr ExitCode exitCodes[] = {
+    {exitOk, "success"},
+    {exitFailure, "failure, with the reason on stderr; for check, a record with a problem"},
+    {exitUsage, "a usage mistake: unknown command or option, missing or extra argument"},
+};
+
 struct Command
 {
     const char *name;

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "Version.h"
+
 namespace fiva::cli {
 
 int usageError(const Command &command)
@@ -35,11 +37,23 @@ std::vector<Command> allCommands()
     return all;
 }
 
+// The manual page and the shell completions are generated from this text at build time: its
+// layout (usage lines, one-line summary, then "Title:" sections of indented entries) is what the
+// generator reads.
 void printOverview(std::FILE *out)
 {
-    std::fprintf(out, "usage: fiva-cli COMMAND [ARGS...]\n\ncommands:\n");
+    std::fprintf(out, "usage: fiva-cli COMMAND [ARGS...]\n"
+                      "       fiva-cli --help | --version\n\n"
+                      "Command-line tool for Fiva's records, backups and ZIP archives.\n\n"
+                      "fiva-cli works on the same data folder as the Fiva window, with the same messages, "
+                      "and takes the same lock while it changes the data: $XDG_DATA_HOME/Fiva, by default "
+                      "~/.local/share/Fiva. Each command answers --help with its usage.\n\n"
+                      "Commands:\n");
     for (const Command &c : allCommands())
-        std::fprintf(out, "  %-16s %s\n", c.name, c.summary);
+        std::fprintf(out, "  %s%s%s\n      %s\n", c.name, *c.usage ? " " : "", c.usage, c.summary);
+    std::fprintf(out, "\nExit status:\n");
+    for (const ExitCode &e : exitCodes)
+        std::fprintf(out, "  %d  %s\n", e.code, e.meaning);
 }
 
 } // namespace
@@ -62,6 +76,10 @@ int main(int argc, char **argv)
     const QString name = args.takeFirst();
     if (name == QLatin1String("--help") || name == QLatin1String("-h") || name == QLatin1String("help")) {
         printOverview(stdout);
+        return exitOk;
+    }
+    if (name == QLatin1String("--version")) {
+        std::printf("%s\n", fiva::versionNumber);
         return exitOk;
     }
     for (const Command &c : allCommands()) {

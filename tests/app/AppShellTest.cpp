@@ -1,4 +1,5 @@
 #include "app/AboutWindow.h"
+#include "app/CommandLine.h"
 #include "app/PdfWindow.h"
 #include "ui/common/QtDialogs.h"
 #include "ui/main/ContentView.h"
@@ -258,6 +259,59 @@ TEST_F(AppShellTest, TheMainWindowComesBackWhereItWasClosedOrQuitFromTheMenu)
         EXPECT_EQ(QApplication::exec(), 0);
     }
     EXPECT_EQ(launch()->mainWindow()->geometry(), quitAt);
+}
+
+TEST_F(AppShellTest, ABackupHandedToTheProgramIsOfferedForRestoreOverTheWindow)
+{
+    writeBytes(dataFile(),
+               json::encode(
+                   SavedData{{makeItem(u"Bail"_s, u"Sans catégorie"_s)}, {u"Sans catégorie"_s}, std::nullopt})
+                   .value());
+    const QString archive = m_as.filePath(u"Sauvegarde.fivabackup"_s);
+    const std::pair<int, qsizetype> cases[] = {{0, 1}, {1, 0}}; // "Restaurer", "Annuler": records after
+    for (const auto &[answer, recordsAfter] : cases) {
+        auto app = launch(true);
+        m_dialogs.saveChoices.push_back(archive);
+        printedBy([&] { app->store().exportBackup(); });
+        app->store().deleteItem(app->store().items().front().id);
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers.push_back(AlertAnswer{answer, {}});
+        printedBy([&] { app->offerRestore(archive); });
+        ASSERT_EQ(m_dialogs.alerts.size(), 1u);
+        EXPECT_EQ(m_dialogs.alerts.front().message, u"Restaurer les données ?"_s);
+        EXPECT_EQ(m_dialogs.alerts.front().informativeText, LinkStore::restoreConfirmationText(archive));
+        EXPECT_TRUE(app->mainWindow()->isVisible());
+        EXPECT_EQ(app->store().items().size(), recordsAfter) << answer;
+    }
+}
+
+TEST(CommandLine, OnlyHelpVersionAndOneBackupArchiveAreUnderstood)
+{
+    using Action = CommandLine::Action;
+    const struct
+    {
+        QStringList arguments;
+        Action action;
+        QString backupFile;
+    } cases[] = {
+        {{}, Action::run, {}},
+        {{u"--help"_s}, Action::help, {}},
+        {{u"a.fivabackup"_s, u"--version"_s}, Action::version, {}},
+        {{u"sous/a.fivabackup"_s}, Action::run, QDir::current().absoluteFilePath(u"sous/a.fivabackup"_s)},
+        {{u"/x/a.fivabackup"_s}, Action::run, u"/x/a.fivabackup"_s},
+        {{u"--"_s, u"-a.fivabackup"_s}, Action::run, QDir::current().absoluteFilePath(u"-a.fivabackup"_s)},
+        {{u"-h"_s}, Action::usageError, {}},
+        {{u"--restore"_s, u"a.fivabackup"_s}, Action::usageError, {}},
+        {{u"a.fivabackup"_s, u"b.fivabackup"_s}, Action::usageError, {}},
+        {{u""_s}, Action::usageError, {}},
+    };
+    for (const auto &c : cases) {
+        const CommandLine parsed = parseCommandLine(c.arguments);
+        const std::string shown = c.arguments.join(u' ').toStdString();
+        EXPECT_EQ(parsed.action, c.action) << shown;
+        EXPECT_EQ(parsed.backupFile, c.backupFile) << shown;
+        EXPECT_EQ(parsed.error.isEmpty(), c.action != Action::usageError) << shown;
+    }
 }
 
 TEST(Resources, AnInstalledProgramLooksInItsPrefixsShareFolderFirst)

@@ -95,9 +95,15 @@ TEST_F(SharedFilesTest, ASecondStartBringsTheRunningWindowForwardAndEnds)
     SingleInstance running(folder);
     ASSERT_TRUE(running.claim());
     QSignalSpy asked(&running, &SingleInstance::activationRequested);
-    // The real program, on the same data folder: it must end at once, with nothing to report.
-    EXPECT_EQ(runProgram(program("FIVA_APP"), {}), 0);
-    QTRY_COMPARE_WITH_TIMEOUT(asked.count(), 1, 5000);
+    // The real program, on the same data folder: it must end at once, with nothing to report,
+    // handing the running one the backup archive it was given.
+    const QString archive = m_as.filePath(u"Sauvegarde été.fivabackup"_s);
+    for (const QStringList &arguments : {QStringList{}, QStringList{archive}}) {
+        asked.clear();
+        EXPECT_EQ(runProgram(program("FIVA_APP"), arguments), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(asked.count(), 1, 5000);
+        EXPECT_EQ(asked.front().front().toString(), arguments.value(0));
+    }
 
     // Another data folder (another test, another user) is another instance.
     QTemporaryDir elsewhere;

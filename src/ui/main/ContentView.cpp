@@ -648,17 +648,21 @@ void ContentView::startRestore()
     QPointer<ContentView> self(this);
     const OpenPanelRequest request{OpenPanelRequest::Kind::files, {QStringLiteral("fivabackup")}, false, {}};
     m_dialogs.showOpenPanel(request, [self](std::optional<QStringList> chosen) {
-        if (!self || !chosen || chosen->isEmpty())
-            return;
-        const AlertAnswer answer =
-            self->m_dialogs.runAlert(AlertRequest{QStringLiteral("Restaurer les données ?"),
-                                                  LinkStore::restoreConfirmationText(chosen->first()),
-                                                  AlertStyle::warning,
-                                                  {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
-                                                  std::nullopt});
-        if (answer.button == 0)
-            self->m_store.restoreBackup(chosen->first());
+        if (self && chosen && !chosen->isEmpty())
+            self->confirmRestore(chosen->first());
     });
+}
+
+void ContentView::confirmRestore(const QString &file)
+{
+    const AlertAnswer answer =
+        m_dialogs.runAlert(AlertRequest{QStringLiteral("Restaurer les données ?"),
+                                        LinkStore::restoreConfirmationText(file),
+                                        AlertStyle::warning,
+                                        {QStringLiteral("Restaurer"), QStringLiteral("Annuler")},
+                                        std::nullopt});
+    if (answer.button == 0)
+        m_store.restoreBackup(file);
 }
 
 void ContentView::showEditSheet(const LinkItem *item)

@@ -88,6 +88,9 @@ public:
     void exportBookmarks();
     void exportBackup();
     void startRestore();
+    // The restore confirmation for `file`, then the restore if the answer is "Restaurer": what the
+    // open panel leads to, and what opening a backup archive from the file manager shows.
+    void confirmRestore(const QString &file);
     // The edit sheet for a new record (null) or for `item`.
     void showEditSheet(const LinkItem *item);
     void showCategories();
