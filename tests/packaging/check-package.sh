@@ -39,7 +39,7 @@ done
 grep -q '^Exec=fiva %f$' "$root/usr/share/applications/$id.desktop" || fail "the menu entry does not hand fiva the file"
 
 # The desktop's own MIME database, built from what the package ships.
-update-mime-database "$root/usr/share/mime"
+update-mime-database "$root/usr/share/mime" > "$scratch/mime.log" 2>&1 || { cat "$scratch/mime.log"; fail "update-mime-database"; }
 grep -q '<sub-class-of type="application/zip"/>' "$root/usr/share/mime/application/x-fivabackup.xml" ||
     fail "application/x-fivabackup is not a ZIP archive to the MIME database"
 
