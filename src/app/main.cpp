@@ -73,12 +73,13 @@ int main(int argc, char *argv[])
         {}});
     dialogs.setParentWindow(app.mainWindow());
     app.mainWindow()->show();
-    QObject::connect(&instance, &fiva::SingleInstance::activationRequested, &app,
-                     [&app](const QString &backupFile) {
-                         app.showMainWindow();
-                         if (!backupFile.isEmpty())
-                             app.offerRestore(backupFile);
-                     });
+    QObject::connect(
+        &instance, &fiva::SingleInstance::activationRequested, &app, [&app](const QString &backupFile) {
+            app.showMainWindow();
+            // Asked from the event loop, not from inside the socket's signal.
+            if (!backupFile.isEmpty())
+                QTimer::singleShot(0, &app, [&app, backupFile] { app.offerRestore(backupFile); });
+        });
     app.offerRecovery();
     // A backup archive opened from the file manager: once the window is up, its restore
     // confirmation, exactly as if it had been chosen in the restore panel.
