@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <simdjson.h>
 #include <string>
 
 // What the data-file fuzz target checks on one input; the model tests replay the corpus through it.
@@ -32,12 +33,40 @@ std::optional<std::string> checkRoundTrip(const Result<T> &decoded, Decode decod
     return std::nullopt;
 }
 
+// The reader looks only at what it needs but must still reject every text that is not JSON: a parser
+// that builds the whole document is the reference, and the two must call the same texts malformed.
+inline std::optional<std::string> checkSyntaxVerdict(QByteArrayView bytes, const Result<SavedData> &decoded)
+{
+    simdjson::dom::parser parser;
+    const simdjson::padded_string padded(bytes.data(), std::size_t(bytes.size()));
+    simdjson::dom::element root;
+    const simdjson::error_code reference = parser.parse(padded).get(root);
+    const bool rejected = !decoded.ok() && decoded.error().startsWith(QLatin1String("malformed JSON: "));
+    if (rejected == (reference != simdjson::SUCCESS))
+        return std::nullopt;
+    // An integer too large for 64 bits is still a number to us (a date may be written so).
+    if (reference == simdjson::NUMBER_ERROR && !rejected) {
+        int digits = 0;
+        for (const char c : bytes) {
+            digits = c >= '0' && c <= '9' ? digits + 1 : 0;
+            if (digits >= 19)
+                return std::nullopt;
+        }
+    }
+    return std::string(rejected ? "rejected as malformed but valid for a full parser: "
+                                : "accepted but malformed for a full parser: ") +
+           simdjson::error_message(reference);
+}
+
 inline std::optional<std::string> decodeData(const std::uint8_t *data, std::size_t size)
 {
     const QByteArrayView bytes(reinterpret_cast<const char *>(data), qsizetype(size));
     const Timestamp now{1.5};
+    const Result<SavedData> decoded = decodeSavedData(bytes, now);
+    if (auto broken = checkSyntaxVerdict(bytes, decoded))
+        return broken;
     if (auto broken = checkRoundTrip(
-            decodeSavedData(bytes, now), [&](const QByteArray &b) { return decodeSavedData(b, now); },
+            decoded, [&](const QByteArray &b) { return decodeSavedData(b, now); },
             [](const SavedData &d) { return encode(d); }, "data file"))
         return broken;
     if (auto broken = checkRoundTrip(

@@ -5,10 +5,10 @@
 #include "ui/main/LinkListModel.h"
 
 #include <QLineEdit>
-#include <QProcess>
 #include <QSignalSpy>
 
 #include "AppTestSupport.h"
+#include "support/ProcessRun.h"
 
 using namespace fiva;
 using namespace fiva::test;
@@ -22,18 +22,12 @@ class SharedFilesTest : public AppTest
 protected:
     int runProgram(const QString &program, const QStringList &args)
     {
-        QProcess process;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"XDG_DATA_HOME"_s, m_as.path());
-        env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
-        process.setProcessEnvironment(env);
-        process.start(program, args);
-        process.closeWriteChannel();
         // The window's event loop must keep running while the other program talks to it.
-        while (!process.waitForFinished(20))
-            QCoreApplication::processEvents();
-        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit) << program.toStdString();
-        return process.exitCode();
+        return runProcess(program, args,
+                          {.env = {"XDG_DATA_HOME=" + QFile::encodeName(m_as.path()).toStdString(),
+                                   "QT_QPA_PLATFORM=offscreen"},
+                           .whileWaiting = [] { QCoreApplication::processEvents(); }})
+            .exitCode;
     }
     static QString program(const char *variable)
     {

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/ProcessRun.h"
+
 namespace cli_test {
 
 using namespace Qt::StringLiterals;
@@ -28,22 +30,11 @@ inline QString cliPath()
     return QString::fromLocal8Bit(path);
 }
 
-// Runs a program to its end with nothing on its standard input. A program that cannot be started
-// (python3 missing) fails the test rather than skipping it.
-inline CliRun runProgram(const QString &program, const QStringList &args,
-                         const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment())
+inline CliRun runProgram(const QString &program, const QStringList &args, std::vector<std::string> env = {})
 {
-    QProcess process;
-    process.setProcessEnvironment(env);
-    process.start(program, args);
-    process.closeWriteChannel();
-    if (!process.waitForFinished(120'000)) {
-        ADD_FAILURE() << program.toStdString() << " did not run to its end; scripts/install-deps installs it";
-        return {};
-    }
-    const QByteArray out = process.readAllStandardOutput();
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, out,
-            QString::fromUtf8(out), QString::fromUtf8(process.readAllStandardError())};
+    const fiva::test::ProcessRun run = fiva::test::runProcess(program, args, {.env = std::move(env)});
+    const QByteArray out = QByteArray::fromStdString(run.out);
+    return {run.exitCode, out, QString::fromUtf8(out), QString::fromStdString(run.err)};
 }
 
 // Python builds the archives our own writer would refuse to make and serves as an independent oracle.
@@ -63,11 +54,10 @@ protected:
 
     CliRun run(const QStringList &args, int which = 1) const
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"XDG_DATA_HOME"_s, home(which));
-        env.insert(u"TMPDIR"_s, path(u"tmp"_s));
         QDir().mkpath(path(u"tmp"_s));
-        return runProgram(cliPath(), args, env);
+        return runProgram(cliPath(), args,
+                          {"XDG_DATA_HOME=" + QFile::encodeName(home(which)).toStdString(),
+                           "TMPDIR=" + QFile::encodeName(path(u"tmp"_s)).toStdString()});
     }
 
     // Arguments separated by "|", so that blanks inside one can be written; one starting with "@"

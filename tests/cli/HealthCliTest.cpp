@@ -1,5 +1,4 @@
 #include <QCoreApplication>
-#include <QEventLoop>
 #include <QHash>
 #include <QUuid>
 
@@ -26,22 +25,14 @@ protected:
     // Runs fiva-cli while this process keeps serving web requests.
     CliRun runServing(const QStringList &args)
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"XDG_DATA_HOME"_s, home());
+        std::vector<std::string> env{"XDG_DATA_HOME=" + QFile::encodeName(home()).toStdString()};
         for (const char *proxy :
              {"http_proxy", "HTTP_PROXY", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
-            env.remove(QString::fromLatin1(proxy));
-        QProcess process;
-        process.setProcessEnvironment(env);
-        QEventLoop loop;
-        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-        QObject::connect(&process, &QProcess::errorOccurred, &loop, &QEventLoop::quit);
-        process.start(cliPath(), args);
-        process.closeWriteChannel();
-        loop.exec();
-        const QByteArray out = process.readAllStandardOutput();
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, out,
-                QString::fromUtf8(out), QString::fromUtf8(process.readAllStandardError())};
+            env.push_back(proxy + std::string("="));
+        const fiva::test::ProcessRun run = fiva::test::runProcess(
+            cliPath(), args, {.env = env, .whileWaiting = [] { QCoreApplication::processEvents(); }});
+        const QByteArray out = QByteArray::fromStdString(run.out);
+        return {run.exitCode, out, QString::fromUtf8(out), QString::fromStdString(run.err)};
     }
 
     void writeRecords(const QList<std::tuple<QString, QString, QString, QString>> &records)

@@ -1,13 +1,15 @@
+#include <QRegularExpression>
+
 #include <zlib.h>
 
 #include "CliTestSupport.h"
 
-#include <QRegularExpression>
-
 namespace cli_test {
 namespace {
 
-// Hostile archives are written by Python's zipfile, then patched where zipfile refuses to go.
+// Hostile archives are written by Python's zipfile, then patched where zipfile refuses to go. The
+// library's tests cover every kind of damage; these are the ones the command's flags lift, and one
+// path that leaves the folder.
 const char makeHostile[] = R"(
 import sys, zipfile
 kind, path = sys.argv[1], sys.argv[2]
@@ -19,21 +21,13 @@ def link(z, name, target):
 with zipfile.ZipFile(path, 'w') as z:
     if kind == 'dotdot':
         z.writestr('../x', 'evil')
-    elif kind == 'deepdotdot':
-        z.writestr('a/../../x', 'evil')
     elif kind == 'link':
         link(z, 'sub/l', '../f')
-    elif kind in ('crc', 'method'):
+    elif kind == 'crc':
         z.writestr('f', 'payload')
-    elif kind == 'corrupt':
-        z.writestr('f', 'payload' * 100, compress_type=zipfile.ZIP_DEFLATED)
 data = bytearray(open(path, 'rb').read())
 if kind == 'crc':
     data[14] ^= 1; i = data.find(b'PK\x01\x02'); data[i + 16] ^= 1
-if kind == 'method':
-    data[8] = 99; i = data.find(b'PK\x01\x02'); data[i + 10] = 99
-if kind == 'corrupt':
-    data[30 + 1] = 0xFF
 open(path, 'wb').write(bytes(data))
 )";
 
@@ -88,8 +82,7 @@ TEST_F(ZipCli, FailuresNameTheirCaseAndPathAndBadUsageExitsTwo)
     write(path(u"Data/a.txt"_s), "a");
     write(path(u"exists.zip"_s), "old");
     write(path(u"not-a-zip"_s), QByteArray(100, 'n'));
-    for (const QString &kind :
-         {u"dotdot"_s, u"deepdotdot"_s, u"link"_s, u"crc"_s, u"method"_s, u"corrupt"_s}) {
+    for (const QString &kind : {u"dotdot"_s, u"link"_s, u"crc"_s}) {
         const CliRun made = python(makeHostile, {kind, path(kind + u".zip"_s)});
         ASSERT_EQ(made.exitCode, 0) << made.err.toStdString();
     }
@@ -106,11 +99,8 @@ TEST_F(ZipCli, FailuresNameTheirCaseAndPathAndBadUsageExitsTwo)
         {"unzip|@none.zip|@o", 1, "fileReadNoSuchFile", "none.zip"},
         {"ls|@not-a-zip", 1, "missingEndOfCentralDirectoryRecord", nullptr},
         {"unzip|@dotdot.zip|@o1", 1, "fileReadInvalidFileName", "o1/../x"},
-        {"unzip|@deepdotdot.zip|@o2", 1, "fileReadInvalidFileName", "o2/a/../../x"},
         {"unzip|@link.zip|@o3", 1, "uncontainedSymlink", nullptr},
         {"unzip|@crc.zip|@o4", 1, "invalidCRC32", nullptr},
-        {"unzip|@method.zip|@o5", 1, "invalidCompressionMethod", nullptr},
-        {"unzip|@corrupt.zip|@o6", 1, "corruptedData", nullptr},
         {"zip|only-one", 2, "usage: fiva-cli zip ", nullptr},
         {"zip|a|b|--bogus", 2, "usage: fiva-cli zip ", nullptr},
         {"unzip", 2, "usage: fiva-cli unzip ", nullptr},

@@ -10,11 +10,7 @@
 
 #include <ostream>
 
-// GoogleTest finds this beside QString, in the global namespace, and prints text instead of bytes.
-inline void PrintTo(const QString &s, std::ostream *os)
-{
-    *os << '"' << s.toStdString() << '"';
-}
+#include "support/QtPrinting.h"
 
 namespace fiva {
 

@@ -10,15 +10,7 @@
 #include <gtest/gtest.h>
 #include <ostream>
 
-// GoogleTest finds these by the argument's namespace, which for Qt's types is the global one.
-inline void PrintTo(const QString &s, std::ostream *os)
-{
-    *os << '"' << s.toStdString() << '"';
-}
-inline void PrintTo(const QStringList &l, std::ostream *os)
-{
-    *os << '[' << l.join(QStringLiteral(" | ")).toStdString() << ']';
-}
+#include "support/QtPrinting.h"
 
 namespace fiva {
 

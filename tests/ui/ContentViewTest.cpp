@@ -477,7 +477,7 @@ TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
     EXPECT_TRUE(showsNoSelection());
 }
 
-TEST_F(ContentViewTest, StarTogglesTheFavouriteWithoutSelectingTheRowAndDeleteDeletesWithoutAsking)
+TEST_F(ContentViewTest, StarTogglesTheFavouriteWithoutSelectingTheRowAndDeletedRowsAreReadFirst)
 {
     m_settings.setAskDeleteConfirmation(false);
     open();
@@ -490,16 +490,11 @@ TEST_F(ContentViewTest, StarTogglesTheFavouriteWithoutSelectingTheRowAndDeleteDe
     QTest::mouseClick(m_view->list()->viewport(), Qt::LeftButton, {}, star);
     EXPECT_FALSE(onDisk().items.at(2).isFavorite);
 
-    clickRow(m_view->list(), rowOf(u"Projet Qt"_s));
-    QTest::keyClick(m_view->list(), Qt::Key_Delete);
-    flushDeletions();
-    EXPECT_EQ(listed(), u"Facture|Été en Provence"_s);
-    EXPECT_TRUE(m_dialogs.alerts.empty());
-    EXPECT_TRUE(showsNoSelection());
     // Rows are read before anything goes, although the list shrinks meanwhile.
-    m_store->appendItem(record(u"Bail"_s, u"Loisirs"_s, 720000000));
+    clickRow(m_view->list(), rowOf(u"Projet Qt"_s));
     m_view->deleteRows({1, 0});
     EXPECT_EQ(listed(), u"Été en Provence"_s);
+    EXPECT_TRUE(showsNoSelection());
 }
 
 TEST_F(ContentViewTest, ToolbarButtonsOpenTheirSheets)

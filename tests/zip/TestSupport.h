@@ -25,7 +25,12 @@
 #include <string>
 #include <vector>
 
+#include "support/ProcessRun.h"
+
 namespace fiva::zip::test {
+
+using fiva::test::ProcessRun;
+using fiva::test::runProcess;
 
 namespace fs = std::filesystem;
 
@@ -104,17 +109,8 @@ struct CommandResult
 // Runs a shell command, capturing stdout and stderr together.
 inline CommandResult run(const std::string &command)
 {
-    CommandResult result;
-    std::unique_ptr<FILE, int (*)(FILE *)> pipe(::popen((command + " 2>&1").c_str(), "r"), ::pclose);
-    if (!pipe)
-        return result;
-    std::array<char, 4096> buffer{};
-    std::size_t n;
-    while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe.get())) > 0)
-        result.output.append(buffer.data(), n);
-    const int status = ::pclose(pipe.release());
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
+    const ProcessRun done = runProcess({"sh", "-c", command}, {.mergeOutput = true});
+    return {done.exitCode, done.out};
 }
 
 inline std::string quoted(const fs::path &path)
