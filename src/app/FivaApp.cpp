@@ -120,6 +120,8 @@ void FivaApp::buildMenus()
         records->addSeparator();
         records->addAction(content->importBookmarksAction());
         records->addAction(content->exportBookmarksAction());
+        records->addSeparator();
+        records->addActions(content->healthActions());
     }
 
     QMenu *backup = bar->addMenu(QStringLiteral("Sauvegarde"));

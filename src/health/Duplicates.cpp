@@ -1,8 +1,8 @@
 #include "health/Duplicates.h"
 
-#include <QHash>
+#include "model/AddressKey.h"
 
-#include "health/AddressKey.h"
+#include <QHash>
 
 namespace fiva {
 

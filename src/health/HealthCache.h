@@ -45,6 +45,12 @@ public:
     // A missing or unreadable file leaves the cache empty and returns false.
     bool load(const QString &cacheFilePath);
     bool save(const QString &cacheFilePath, QString *error = nullptr) const;
+    // Whether save() would write the same as for `other`: a pass that learnt nothing worth keeping
+    // leaves the file alone.
+    bool savesAs(const HealthCache &other) const
+    {
+        return m_attachmentSizes == other.m_attachmentSizes && m_web == other.m_web;
+    }
 
 private:
     struct Entry

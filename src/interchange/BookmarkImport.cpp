@@ -1,6 +1,7 @@
 #include "interchange/BookmarkImport.h"
 
 #include "interchange/HtmlText.h"
+#include "model/AddressKey.h"
 
 #include <QCollator>
 #include <QFileInfo>
@@ -176,7 +177,7 @@ public:
             m_p += 3;
         m_existingKeys.reserve(context.existingPaths.size());
         for (const QString &path : context.existingPaths)
-            m_existingKeys.insert(duplicateKey(path));
+            m_existingKeys.insert(addressKey(path));
     }
 
     ImportPlan run();
@@ -500,7 +501,7 @@ void Scanner::link(const Attributes &attributes)
     }
 
     if (!m_options.allowDuplicates) {
-        QString key = duplicateKey(item.path);
+        QString key = addressKey(item.path);
         if (m_existingKeys.contains(key)) {
             ++m_plan.duplicatesSkipped;
             return;
@@ -693,40 +694,6 @@ QStringList ImportPlan::problems() const
 ImportPlan planBookmarkImport(QByteArrayView file, const ImportContext &context, const ImportOptions &options)
 {
     return Scanner(file, context, options).run();
-}
-
-QString duplicateKey(QStringView path)
-{
-    QString key = path.trimmed().toString();
-    const qsizetype schemeEnd = key.indexOf(u"://");
-    qsizetype authorityEnd = 0;
-    if (schemeEnd > 0) {
-        bool schemeLike = true;
-        for (qsizetype i = 0; i < schemeEnd && schemeLike; ++i)
-            schemeLike = key[i].isLetterOrNumber() || key[i] == u'+' || key[i] == u'-' || key[i] == u'.';
-        if (schemeLike) {
-            const qsizetype hostStart = schemeEnd + 3;
-            authorityEnd = hostStart;
-            while (authorityEnd < key.size() && key[authorityEnd] != u'/' && key[authorityEnd] != u'?' &&
-                   key[authorityEnd] != u'#')
-                ++authorityEnd;
-            // The user name before "@" keeps its case; only the host is case-insensitive.
-            const qsizetype at = key.lastIndexOf(u'@', authorityEnd - 1);
-            const qsizetype lowerFrom = at >= hostStart ? at + 1 : hostStart;
-            key = key.first(schemeEnd).toLower() + key.sliced(schemeEnd, lowerFrom - schemeEnd) +
-                  key.sliced(lowerFrom, authorityEnd - lowerFrom).toLower() + key.sliced(authorityEnd);
-        }
-    } else if (const qsizetype colon = key.indexOf(u':'); colon > 0 && !key.startsWith(u'/')) {
-        // "mailto:", "tel:" and their kind have no host.
-        bool schemeLike = true;
-        for (qsizetype i = 0; i < colon && schemeLike; ++i)
-            schemeLike = key[i].isLetter();
-        if (schemeLike)
-            key = key.first(colon).toLower() + key.sliced(colon);
-    }
-    if (key.endsWith(u'/') && key.size() > 1)
-        key.chop(1);
-    return key;
 }
 
 } // namespace fiva::interchange

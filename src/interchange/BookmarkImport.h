@@ -86,8 +86,4 @@ ImportPlan planBookmarkImport(QByteArrayView file, const ImportContext &context,
 // The context for importing into these records and categories: their paths and category names.
 ImportContext importContextFor(const QList<LinkItem> &items, const QStringList &categories);
 
-// Two addresses that give the same key designate the same thing for the duplicate check: trimmed,
-// scheme and host in lower case, a final "/" ignored.
-QString duplicateKey(QStringView path);
-
 } // namespace fiva::interchange

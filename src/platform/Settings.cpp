@@ -27,6 +27,7 @@ const std::array<KeySpec, Settings::allKeys.size()> &keyTable()
         {Settings::Key::noteFontSize, u"noteFontSize", QMetaType::Double, 16.0},
         {Settings::Key::lastOpenPanelFolder, u"lastOpenPanelFolder", QMetaType::QString, QString()},
         {Settings::Key::lastSavePanelFolder, u"lastSavePanelFolder", QMetaType::QString, QString()},
+        {Settings::Key::lastBackupReminderDate, u"lastBackupReminderDate", QMetaType::QString, QString()},
     }};
     return table;
 }

@@ -29,12 +29,16 @@ public:
         noteFontSize,
         // Where the last open or save panel was confirmed, to start the next one there; empty until then.
         lastOpenPanelFolder,
-        lastSavePanelFolder
+        lastSavePanelFolder,
+        // The day the backup reminder was last shown, as yyyy-MM-dd, so that it comes once a day
+        // however often the program is started; empty until then.
+        lastBackupReminderDate
     };
     Q_ENUM(Key)
     static constexpr std::array allKeys{
-        Key::sortOrder,    Key::warnOldBackup, Key::askDeleteConfirmation, Key::backupReminderDay,
-        Key::noteFontName, Key::noteFontSize,  Key::lastOpenPanelFolder,   Key::lastSavePanelFolder};
+        Key::sortOrder,           Key::warnOldBackup,       Key::askDeleteConfirmation,
+        Key::backupReminderDay,   Key::noteFontName,        Key::noteFontSize,
+        Key::lastOpenPanelFolder, Key::lastSavePanelFolder, Key::lastBackupReminderDate};
 
     // The user's settings store, under organisation and application "Fiva".
     explicit Settings(QObject *parent = nullptr);

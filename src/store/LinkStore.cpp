@@ -18,6 +18,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
+#include <QSet>
 #include <QTimer>
 
 #include <algorithm>
@@ -522,18 +523,34 @@ bool LinkStore::removeAttachment(const QUuid &id, const Attachment &attachment)
 
 void LinkStore::deleteItem(const QUuid &id)
 {
-    change([&] {
-        const auto it =
-            std::find_if(m_items.cbegin(), m_items.cend(), [&](const LinkItem &i) { return i.id == id; });
-        if (it != m_items.cend()) {
-            for (const Attachment &attachment : it->attachments)
-                discardAttachmentFile(attachment.filePath);
+    deleteItems({id});
+}
+
+std::optional<qsizetype> LinkStore::deleteItems(const QList<QUuid> &ids)
+{
+    const QSet<QUuid> gone(ids.cbegin(), ids.cend());
+    qsizetype removed = 0;
+    bool applied = false;
+    const bool saved = change([&] {
+        applied = true;
+        // Every record with a deleted id goes, but the files of only the first: a record copied by
+        // hand with the same id may point at copies that are not its own.
+        QSet<QUuid> discarded;
+        for (const LinkItem &item : std::as_const(m_items)) {
+            if (gone.contains(item.id) && !discarded.contains(item.id)) {
+                discarded.insert(item.id);
+                for (const Attachment &attachment : item.attachments)
+                    discardAttachmentFile(attachment.filePath);
+            }
         }
-        const auto removed = m_items.removeIf([&](const LinkItem &i) { return i.id == id; });
+        removed = m_items.removeIf([&](const LinkItem &i) { return gone.contains(i.id); });
         if (removed > 0)
             Q_EMIT itemsChanged();
         return true;
     });
+    if (!applied || !saved)
+        return std::nullopt;
+    return removed;
 }
 
 void LinkStore::addCategory(const QString &name)

@@ -158,6 +158,9 @@ public:
     void toggleFavorite(const QUuid &id);
     // Deletes the record, its attachment files, and saves (also for an unknown id).
     void deleteItem(const QUuid &id);
+    // Deletes these records and their attachment files in one save; ids no longer there are passed
+    // over. The number of records deleted; nothing when the file could not be written.
+    std::optional<qsizetype> deleteItems(const QList<QUuid> &ids);
     void addCategory(const QString &name);
     void addSubCategory(const QString &parent, const QString &name);
     void renameCategory(const QString &oldName, const QString &newName);

@@ -282,31 +282,6 @@ TEST(BookmarkImport, FolderHeadingsGiveTheCategory)
     }
 }
 
-struct KeyCase
-{
-    QString a;
-    QString b;
-    bool same;
-};
-
-TEST(DuplicateKey, ComparesAsBrowsersWould)
-{
-    const KeyCase cases[] = {
-        {u"  https://Example.COM/a/  "_s, u"https://example.com/a"_s, true},
-        {u"HTTP://Jean@Example.COM/Page"_s, u"http://Jean@example.com/Page"_s, true},
-        {u"http://jean@example.com/"_s, u"http://Jean@example.com/"_s, false},
-        {u"https://example.com/A"_s, u"https://example.com/a"_s, false},
-        {u"https://example.com/a?q=B"_s, u"https://EXAMPLE.com/a?q=b"_s, false},
-        {u"/home/marie/Projets/"_s, u"/home/marie/Projets"_s, true},
-        {u"/home/marie/projets"_s, u"/home/marie/Projets"_s, false},
-        {u"MAILTO:Jean@Example.fr"_s, u"mailto:Jean@Example.fr"_s, true},
-        {u"https://example.com//"_s, u"https://example.com"_s, false},
-    };
-    for (const KeyCase &c : cases)
-        EXPECT_EQ(duplicateKey(c.a) == duplicateKey(c.b), c.same)
-            << c.a.toStdString() << " vs " << c.b.toStdString();
-}
-
 TEST(HtmlText, DecodesReferencesAndWhitespace)
 {
     const struct

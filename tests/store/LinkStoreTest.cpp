@@ -315,6 +315,16 @@ TEST_F(StoreTest, RecordOperationsWriteOnlyWhenTheyShould)
     EXPECT_EQ(store->items().first().title, u"b"_s);
     EXPECT_FALSE(QFile::exists(first.attachments[0].filePath));
     EXPECT_TRUE(QFile::exists(twin.attachments[0].filePath));
+
+    // Several at once, in one save; an id no record has is passed over.
+    const LinkItem kept = makeItem(u"d"_s, sansCategorie);
+    const LinkItem gone = makeItem(u"e"_s, sansCategorie, {attachment(userFile(u"three"_s, "3"))});
+    store = startWith({gone, kept, makeItem(u"f"_s, sansCategorie)}, {sansCategorie});
+    QSignalSpy changes(store.get(), &LinkStore::itemsChanged);
+    EXPECT_EQ(store->deleteItems({gone.id, store->items().at(2).id, QUuid::createUuid()}), 2);
+    EXPECT_EQ(changes.size(), 1);
+    EXPECT_EQ(json::decodeSavedData(readBytes(dataFile())).value().items, QList{kept});
+    EXPECT_FALSE(QFile::exists(gone.attachments[0].filePath));
 }
 
 TEST_F(StoreTest, BackupIsOldOnlyBeyondThreeDays)

@@ -6,6 +6,7 @@
 #include "ui/main/BookmarkImportDialog.h"
 #include "ui/main/DetailView.h"
 #include "ui/main/DroppedLinks.h"
+#include "ui/main/DuplicatesDialog.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
@@ -22,12 +23,15 @@
 #include <QMimeData>
 #include <QNetworkProxy>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QToolBar>
 #include <QToolButton>
+#include <QTreeWidget>
 
 #include <functional>
 
 #include "health/CannedServer.h"
+#include "health/HealthCache.h"
 #include "support/ScreenTest.h"
 
 using namespace fiva;
@@ -259,6 +263,28 @@ TEST_F(ContentViewTest, BrokenRecordsAreMarkedAndFilteredAsTheirFilesComeAndGo)
     EXPECT_TRUE(pageMarks[0].startsWith(u"attachmentProblem "_s) && pageMarks[0].contains(lost.filePath));
 }
 
+// The size of an attachment copy outlives the run that saw it, web check or not, so that a copy lost
+// while Fiva was closed can still be searched for by size.
+TEST_F(ContentViewTest, AttachmentSizesAreKeptForTheNextRun)
+{
+    const QString copy = m_as.filePath(u"fichiers/plan.pdf"_s);
+    QDir().mkpath(QFileInfo(copy).path());
+    writeBytes(copy, "%PDF-1");
+    LinkItem page = record(u"Page"_s, u"Travail"_s, 730000000);
+    const Attachment plan{QUuid::createUuid(), u"plan.pdf"_s, copy};
+    page.attachments = {plan};
+    for (const bool present : {true, false}) {
+        SCOPED_TRACE(present);
+        if (!present)
+            QFile::remove(copy);
+        open({page});
+        auto *health = m_view->findChild<HealthMonitor *>(u"healthMonitor"_s);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !health->isRunning(); }, 30000));
+        EXPECT_EQ(health->cache().attachmentSize(plan.id), std::optional<qint64>(6));
+        EXPECT_EQ(health->cache().isBroken(page.id), !present);
+    }
+}
+
 // "Rechercher…" on a lost file and on a lost attachment copy: a folder, a search, a proposal.
 TEST_F(ContentViewTest, RechercherProposesWhatItFindsAndRepairsOnlyWhenAccepted)
 {
@@ -445,6 +471,110 @@ TEST_F(ContentViewTest, WebCheckMarksDeadPagesAndOffersTheNewAddressOfMovedOnes)
             EXPECT_FALSE(m_view->model().index(rowOf(alive)).data(LinkListModel::HealthRole).isValid());
         EXPECT_EQ(onDisk().items.value(2).path, movedPath);
     }
+}
+
+// Ticks shown by the duplicates dialog, as "title:1" or "title:0" per record, groups joined by " / ".
+QString ticks(DuplicatesDialog &sheet)
+{
+    QStringList groups;
+    for (int g = 0; g < sheet.tree()->topLevelItemCount(); ++g) {
+        QStringList rows;
+        const QTreeWidgetItem *group = sheet.tree()->topLevelItem(g);
+        for (int r = 0; r < group->childCount(); ++r)
+            rows << group->child(r)->text(0) +
+                        (group->child(r)->checkState(0) == Qt::Checked ? u":1"_s : u":0"_s);
+        groups << rows.join(u' ');
+    }
+    return groups.join(u" / "_s);
+}
+
+TEST_F(ContentViewTest, DuplicatesTickAllButTheOldestAndGoInOneSaveAfterTheUsualQuestion)
+{
+    const auto at = [](const QString &title, const QString &path, double createdAt) {
+        LinkItem item = record(title, u"Loisirs"_s, createdAt);
+        item.path = path;
+        return item;
+    };
+    struct Case
+    {
+        const char *name;
+        bool ask;
+        int answer;         // 0 "Supprimer", 1 "Annuler"
+        bool tickAttached;  // the user also ticks the record with an attachment
+        QStringList alerts; // "message|informative text"
+        QString kept;       // titles left on disk, in order
+        int groupsLeft;
+    };
+    const Case cases[] = {
+        {"confirmed",
+         true,
+         0,
+         false,
+         {u"Supprimer ces 2 fiches ?|Cette action est irréversible."_s},
+         u"Ancienne|Jointe|Doc 1|Seule"_s,
+         1},
+        {"cancelled",
+         true,
+         1,
+         false,
+         {u"Supprimer ces 2 fiches ?|Cette action est irréversible."_s},
+         u"Récente|Ancienne|Jointe|Doc 1|Doc 2|Seule"_s,
+         2},
+        {"with the attachment",
+         true,
+         0,
+         true,
+         {u"Supprimer ces 3 fiches ?|Cette action est irréversible.\nUne pièce jointe ira à la corbeille."_s},
+         u"Ancienne|Doc 1|Seule"_s,
+         0},
+        {"without asking", false, 1, false, {}, u"Ancienne|Jointe|Doc 1|Seule"_s, 1},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString copy = m_as.filePath(u"Fiva_Attachments/plan.pdf"_s);
+        QDir().mkpath(QFileInfo(copy).path());
+        writeBytes(copy, "%PDF");
+        LinkItem attached = at(u"Jointe"_s, u"https://EXAMPLE.org/page"_s, 720000000);
+        attached.attachments = {{QUuid::createUuid(), u"plan.pdf"_s, copy}};
+        open({at(u"Récente"_s, u"https://example.org/page/"_s, 710000000),
+              at(u"Ancienne"_s, u" https://example.org/page"_s, 690000000), attached,
+              at(u"Doc 1"_s, u"/home/anne/doc.pdf"_s, 700000000),
+              at(u"Doc 2"_s, u"/home/anne/doc.pdf"_s, 700000000),
+              at(u"Seule"_s, u"https://example.org/Page"_s, 700000000)});
+        m_settings.setAskDeleteConfirmation(c.ask);
+        m_view->healthActions().at(2)->trigger();
+        DuplicatesDialog *sheet = m_view->duplicatesSheet();
+        ASSERT_NE(sheet, nullptr);
+        EXPECT_EQ(ticks(*sheet), u"Récente:1 Ancienne:0 Jointe:0 / Doc 1:0 Doc 2:1"_s);
+        if (c.tickAttached)
+            sheet->tree()->topLevelItem(0)->child(2)->setCheckState(0, Qt::Checked);
+        m_dialogs.alerts.clear();
+        m_dialogs.alertAnswers = {{c.answer, {}}};
+        QSignalSpy saves(m_store.get(), &LinkStore::itemsChanged);
+        click(child<QPushButton>(sheet, u"deleteDuplicates"_s));
+        QStringList alerts;
+        for (const AlertRequest &alert : m_dialogs.alerts)
+            alerts << alert.message + u'|' + alert.informativeText;
+        EXPECT_EQ(alerts.join(u'\n'), c.alerts.join(u'\n'));
+        QStringList titles;
+        for (const LinkItem &item : onDisk().items)
+            titles << item.title;
+        EXPECT_EQ(titles.join(u'|'), c.kept);
+        EXPECT_EQ(saves.size(), c.kept.count(u'|') < 5 ? 1 : 0);
+        EXPECT_EQ(QFile::exists(copy), !c.tickAttached);
+        // The dialog follows the store: what is left of the groups, with the user's ticks.
+        EXPECT_EQ(sheet->groupCount(), c.groupsLeft);
+        sheet->reject();
+        flushDeletions();
+    }
+
+    open({at(u"Une"_s, u"https://example.org/a"_s, 1), at(u"Autre"_s, u"https://example.org/b"_s, 2)});
+    m_dialogs.alerts.clear();
+    m_view->healthActions().at(2)->trigger();
+    EXPECT_EQ(m_view->duplicatesSheet(), nullptr);
+    EXPECT_EQ(alertTexts(m_dialogs),
+              QStringList{u"Aucun doublon|Aucune fiche ne pointe vers la même adresse ou le "
+                          u"même chemin qu’une autre.|info|OK"_s});
 }
 
 TEST_F(ContentViewTest, SelectingARowShowsItsDetailUntilClosedOrGone)
@@ -640,37 +770,75 @@ void activate(QWidget *window)
     ASSERT_TRUE(QTest::qWaitForWindowActive(window));
 }
 
-TEST_F(ContentViewTest, ShortcutsActOnTheSelectedRecordAndTheSearch)
+// QLineEdit under X11's key bindings claims Ctrl+E (end of line) and Ctrl+D (delete a character) before
+// any shortcut; the offscreen platform uses other bindings, so this stands in for them.
+class X11LineEditKeys final : public QObject
+{
+public:
+    using QObject::QObject;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::ShortcutOverride) {
+            const QKeyCombination keys = static_cast<QKeyEvent *>(event)->keyCombination();
+            if (keys == (Qt::CTRL | Qt::Key_E) || keys == (Qt::CTRL | Qt::Key_D))
+                event->accept();
+        }
+        return false;
+    }
+};
+
+TEST_F(ContentViewTest, ShortcutsActOnTheSelectedRecordWhereverTheFocusIsAndTheSearchStillEdits)
 {
     struct Case
     {
         const char *name;
-        QKeyCombination keys;
-        bool onList; // sent to the list, else to the search field
+        QString typed; // typed into the search field, which keeps the focus; else the list has it
+        QList<QKeyCombination> keys;
         std::function<void()> check;
     };
+    const auto newSheet = [this] {
+        ASSERT_NE(m_view->editSheet(), nullptr);
+        EXPECT_EQ(child<QLineEdit>(m_view->editSheet(), u"title"_s)->text(), QString());
+    };
+    const auto editSheet = [this] {
+        ASSERT_NE(m_view->editSheet(), nullptr);
+        EXPECT_EQ(child<QLineEdit>(m_view->editSheet(), u"title"_s)->text(), u"Facture"_s);
+    };
+    const auto opened = [this] {
+        EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openUrl https://example.org/Facture"_s});
+    };
+    const auto favourite = [this] { EXPECT_TRUE(onDisk().items.at(2).isFavorite); };
     const Case cases[] = {
-        {"Ctrl+N new record", Qt::CTRL | Qt::Key_N, true,
-         [this] {
-             ASSERT_NE(m_view->editSheet(), nullptr);
-             EXPECT_EQ(child<QLineEdit>(m_view->editSheet(), u"title"_s)->text(), QString());
-         }},
-        {"Ctrl+E edit selected", Qt::CTRL | Qt::Key_E, true,
-         [this] {
-             ASSERT_NE(m_view->editSheet(), nullptr);
-             EXPECT_EQ(child<QLineEdit>(m_view->editSheet(), u"title"_s)->text(), u"Facture"_s);
-         }},
-        {"Return opens the target", Qt::Key_Return, true,
-         [this] {
-             EXPECT_EQ(m_workspace.calls, std::vector<QString>{u"openUrl https://example.org/Facture"_s});
-         }},
-        {"Ctrl+D flips the favourite", Qt::CTRL | Qt::Key_D, true,
-         [this] { EXPECT_TRUE(onDisk().items.at(2).isFavorite); }},
-        {"Delete deletes", Qt::Key_Delete, true,
+        {"Ctrl+N new record", {}, {Qt::CTRL | Qt::Key_N}, newSheet},
+        {"Ctrl+N in the search", u"zzz"_s, {Qt::CTRL | Qt::Key_N}, newSheet},
+        {"Ctrl+E edit selected", {}, {Qt::CTRL | Qt::Key_E}, editSheet},
+        {"Ctrl+E in the search", u"zzz"_s, {Qt::CTRL | Qt::Key_E}, editSheet},
+        {"Return opens the target", {}, {Qt::Key_Return}, opened},
+        {"Return in the search, the record listed", u"fact"_s, {Qt::Key_Return}, opened},
+        {"Return in the search, the record hidden",
+         u"zzz"_s,
+         {Qt::Key_Return},
+         [this] { EXPECT_TRUE(m_workspace.calls.empty()); }},
+        {"Ctrl+D flips the favourite", {}, {Qt::CTRL | Qt::Key_D}, favourite},
+        {"Ctrl+D in the search", u"zzz"_s, {Qt::CTRL | Qt::Key_D}, favourite},
+        {"Delete deletes",
+         {},
+         {Qt::Key_Delete},
          [this] { EXPECT_EQ(listed(), u"Projet Qt|Été en Provence"_s); }},
-        {"Ctrl+F focuses the search", Qt::CTRL | Qt::Key_F, true,
+        {"Delete in the search deletes a character",
+         u"zzz"_s,
+         {Qt::Key_Home, Qt::Key_Delete},
+         [this] {
+             EXPECT_EQ(find<QLineEdit>(u"search"_s)->text(), u"zz"_s);
+             EXPECT_EQ(onDisk().items.size(), 3);
+         }},
+        {"Ctrl+F focuses the search",
+         {},
+         {Qt::CTRL | Qt::Key_F},
          [this] { EXPECT_TRUE(find<QLineEdit>(u"search"_s)->hasFocus()); }},
-        {"Escape clears the search", Qt::Key_Escape, false,
+        {"Escape clears the search",
+         u"zzz"_s,
+         {Qt::Key_Escape},
          [this] {
              EXPECT_EQ(find<QLineEdit>(u"search"_s)->text(), QString());
              EXPECT_EQ(listed(), u"Facture|Projet Qt|Été en Provence"_s);
@@ -684,13 +852,15 @@ TEST_F(ContentViewTest, ShortcutsActOnTheSelectedRecordAndTheSearch)
         m_workspace.calls.clear();
         clickRow(m_view->list(), rowOf(u"Facture"_s));
         QWidget *target = m_view->list();
-        if (!c.onList) {
+        if (!c.typed.isEmpty()) {
             target = find<QLineEdit>(u"search"_s);
-            QTest::keyClicks(target, u"zzz"_s);
-            ASSERT_EQ(listed(), QString());
+            target->installEventFilter(new X11LineEditKeys(target));
+            QTest::keyClicks(target, c.typed);
+            ASSERT_EQ(listed().contains(u"Facture"_s), c.typed == u"fact"_s);
         }
         target->setFocus();
-        QTest::keyClick(target, c.keys.key(), c.keys.keyboardModifiers());
+        for (const QKeyCombination keys : c.keys)
+            QTest::keyClick(target, keys.key(), keys.keyboardModifiers());
         flushDeletions();
         c.check();
         if (m_view->editSheet())
@@ -728,7 +898,7 @@ TEST_F(ContentViewTest, DeletingRowsAsksOnlyWhileTheSettingIsOn)
     }
 }
 
-TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent)
+TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceADayUnlessABackupIsRecent)
 {
     // Wednesday 1 January 2025 at noon UTC: a Wednesday in every time zone.
     const Timestamp wednesday{newYear2025.seconds + 43200};
@@ -738,13 +908,19 @@ TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent
         std::optional<double> backupAge; // seconds before now
         int answer;                      // 0 "Sauvegarder maintenant", 1 "Plus tard"
         bool reminds;
-        bool automatic = false; // the backup in the history is an automatic one
+        bool automatic = false;      // the backup in the history is an automatic one
+        const char *remindedOn = ""; // the day an earlier run reminded
     };
     const Case cases[] = {
-        {"Mercredi", std::nullopt, 1, true},  {"Mercredi", 86400, 1, true},
-        {"Mercredi", 86399, 1, false},        {"Mardi", std::nullopt, 1, false},
-        {"mercredi", std::nullopt, 1, false}, {"Mercredi", std::nullopt, 0, true},
+        {"Mercredi", std::nullopt, 1, true},
+        {"Mercredi", 86400, 1, true},
+        {"Mercredi", 86399, 1, false},
+        {"Mardi", std::nullopt, 1, false},
+        {"mercredi", std::nullopt, 1, false},
+        {"Mercredi", std::nullopt, 0, true},
         {"Mercredi", 60, 1, true, true},
+        {"Mercredi", std::nullopt, 1, false, false, "2025-01-01"},
+        {"Mercredi", std::nullopt, 1, true, false, "2024-12-25"},
     };
     const QString reminder =
         u"Rappel de sauvegarde|C’est mercredi : pensez à faire une sauvegarde manuelle de vos "
@@ -753,6 +929,7 @@ TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent
         SCOPED_TRACE(testing::Message() << c.day << " " << c.backupAge.value_or(-1) << " " << c.answer);
         m_clock.set(wednesday);
         m_settings.setBackupReminderDay(QString::fromUtf8(c.day));
+        m_settings.setValue(Settings::Key::lastBackupReminderDate, QString::fromUtf8(c.remindedOn));
         open(threeRecords(), false);
         m_settings.setWarnOldBackup(false);
         m_store->setBackupHistory({});
@@ -777,6 +954,10 @@ TEST_F(ContentViewTest, BackupReminderComesOnItsWeekdayOnceUnlessABackupIsRecent
         m_dialogs.savePanels.clear();
         showAgain(m_view.get());
         EXPECT_EQ(alertTexts(m_dialogs).size(), c.reminds ? 1 : 0) << "once per window";
+        open(threeRecords(), false);
+        m_view->show();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(alertTexts(m_dialogs).size(), c.reminds ? 1 : 0) << "once per day, across runs";
     }
 }
 

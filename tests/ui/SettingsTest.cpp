@@ -30,7 +30,8 @@ const std::vector<KeyRow> keyRows{
     {Key::noteFontName, u"noteFontName"_s, u"Helvetica"_s, u"Courier New"_s},
     {Key::noteFontSize, u"noteFontSize"_s, 16.0, 30.0},
     {Key::lastOpenPanelFolder, u"lastOpenPanelFolder"_s, QString(), u"/home/léa/Documents"_s},
-    {Key::lastSavePanelFolder, u"lastSavePanelFolder"_s, QString(), u"/media/clé/Sauvegardes"_s}};
+    {Key::lastSavePanelFolder, u"lastSavePanelFolder"_s, QString(), u"/media/clé/Sauvegardes"_s},
+    {Key::lastBackupReminderDate, u"lastBackupReminderDate"_s, QString(), u"2025-01-01"_s}};
 
 class SettingsTest : public ::testing::Test
 {

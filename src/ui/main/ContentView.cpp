@@ -12,13 +12,12 @@
 #include "ui/editing/EditLinkView.h"
 #include "ui/main/DetailView.h"
 #include "ui/main/DroppedLinks.h"
+#include "ui/main/DuplicatesDialog.h"
 #include "ui/main/FailureBanner.h"
 #include "ui/main/FilterState.h"
 #include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
-#include "ui/main/PrefixRelocation.h"
 #include "ui/main/SortOrder.h"
-#include "ui/main/WebCheckRun.h"
 #include "ui/settings/BackupHistoryView.h"
 
 #include <QAction>
@@ -247,6 +246,8 @@ ContentView::ContentView(LinkStore &store, Dialogs &dialogs, Workspace &workspac
     split->setChildrenCollapsible(false);
     split->addWidget(buildSidebar());
     buildRecordActions();
+    for (QWidget *field : std::initializer_list<QWidget *>{m_search, m_dateFrom, m_dateTo})
+        field->installEventFilter(this);
 
     m_detailColumn = new QStackedWidget(split);
     m_detailColumn->setObjectName(QStringLiteral("detailColumn"));
@@ -315,6 +316,11 @@ QDialog *ContentView::categoriesSheet() const
 QDialog *ContentView::backupHistorySheet() const
 {
     return m_historySheet;
+}
+
+DuplicatesDialog *ContentView::duplicatesSheet() const
+{
+    return m_duplicatesSheet;
 }
 
 DetailView *ContentView::detailView() const
@@ -427,17 +433,11 @@ QWidget *ContentView::buildSidebar()
     auto *movedFolders = new QPushButton(QStringLiteral("Réparer les dossiers déplacés…"), sidebar);
     movedFolders->setObjectName(QStringLiteral("repairMovedFolders"));
     controls->addWidget(movedFolders);
-    connect(movedFolders, &QPushButton::clicked, this, [this] {
-        if (auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor")))
-            PrefixRelocation::start(m_store, m_dialogs, *health, this);
-    });
+    connect(movedFolders, &QPushButton::clicked, this, [this] { m_movedFoldersAction->trigger(); });
     auto *webCheck = new QPushButton(QStringLiteral("Vérifier les pages web…"), sidebar);
     webCheck->setObjectName(QStringLiteral("checkWebPages"));
     controls->addWidget(webCheck);
-    connect(webCheck, &QPushButton::clicked, this, [this] {
-        if (auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor")))
-            WebCheckRun::start(m_store, m_dialogs, *health, this);
-    });
+    connect(webCheck, &QPushButton::clicked, this, &ContentView::startWebCheck);
 
     m_list = new QListView(sidebar);
     m_list->setObjectName(QStringLiteral("recordList"));
@@ -607,13 +607,13 @@ void ContentView::deleteRows(std::vector<int> rows)
     std::sort(rows.begin(), rows.end());
     rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
     // Ids first: the list shrinks as the records go.
-    std::vector<QUuid> ids;
+    QList<QUuid> ids;
     for (int row : rows) {
         if (const LinkItem *item = m_model->itemAt(row))
             ids.push_back(item->id);
     }
-    for (const QUuid &id : ids)
-        m_store.deleteItem(id);
+    if (!ids.isEmpty())
+        m_store.deleteItems(ids);
     setSelectedItemID(std::nullopt);
 }
 
@@ -741,6 +741,20 @@ void ContentView::showEvent(QShowEvent *event)
 
 bool ContentView::eventFilter(QObject *watched, QEvent *event)
 {
+    if (event->type() == QEvent::ShortcutOverride &&
+        (watched == m_search || watched == m_dateFrom || watched == m_dateTo)) {
+        // Text fields claim some control keys for their own editing before any shortcut sees them:
+        // with X11's key bindings, Ctrl+E moves to the end of the line and Ctrl+D deletes a
+        // character. The window's record commands win, wherever the focus is.
+        const QKeySequence keys(static_cast<QKeyEvent *>(event)->keyCombination());
+        for (const QAction *action : {m_newItem, m_searchAction, m_editAction, m_favoriteAction}) {
+            if (action->shortcut() == keys) {
+                event->ignore();
+                return true;
+            }
+        }
+        return false;
+    }
     if (watched == m_list && event->type() == QEvent::KeyPress) {
         const auto *key = static_cast<QKeyEvent *>(event);
         if (key->matches(QKeySequence::Delete)) {

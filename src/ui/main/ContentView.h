@@ -25,6 +25,7 @@ namespace fiva {
 
 class Clock;
 class DetailView;
+class DuplicatesDialog;
 class Dialogs;
 class EditLinkView;
 class LinkListModel;
@@ -61,6 +62,8 @@ public:
     QList<QAction *> recordActions() const;
     QAction *importBookmarksAction() const { return m_importBookmarks; }
     QAction *exportBookmarksAction() const { return m_exportBookmarks; }
+    // "Vérifier les pages web…", "Réparer les dossiers déplacés…" and "Doublons…", for the menu.
+    QList<QAction *> healthActions() const;
 
     QListView *list() const { return m_list; }
     LinkListModel &model() const { return *m_model; }
@@ -77,7 +80,8 @@ public:
     // Raises "⚠️ Sauvegarde ancienne" when the warning is on and the last backup is old or missing.
     void checkOldBackup();
     // On the weekday of the setting backupReminderDay, suggests a manual backup unless one was made
-    // in the last 24 hours. The window asks once, the first time it is shown.
+    // in the last 24 hours or the reminder was already shown that day, by this window or an earlier
+    // run. The window asks once, the first time it is shown.
     void checkBackupReminder();
     // Dropped on the list or pasted into it: one link opens the new-record form filled with it;
     // several are listed in one confirmation and then added as records in one save.
@@ -87,6 +91,10 @@ public:
     // The save panel, then every record written as a browser bookmark file.
     void exportBookmarks();
     void exportBackup();
+    // Checks every web record's page behind a progress dialog that can cancel it; one run at a time.
+    void startWebCheck();
+    // The duplicates dialog, or an alert saying that there are none.
+    void showDuplicates();
     void startRestore();
     // The restore confirmation for `file`, then the restore if the answer is "Restaurer": what the
     // open panel leads to, and what opening a backup archive from the file manager shows.
@@ -100,6 +108,7 @@ public:
     EditLinkView *editSheet() const;
     QDialog *categoriesSheet() const;
     QDialog *backupHistorySheet() const;
+    DuplicatesDialog *duplicatesSheet() const;
     DetailView *detailView() const;
 
     static QString lastBackupText(const std::optional<Timestamp> &lastBackupDate);
@@ -152,6 +161,9 @@ private:
     QAction *m_clearSearchAction = nullptr;
     QAction *m_importBookmarks = nullptr;
     QAction *m_exportBookmarks = nullptr;
+    QAction *m_webCheckAction = nullptr;
+    QAction *m_movedFoldersAction = nullptr;
+    QAction *m_duplicatesAction = nullptr;
     bool m_reminderChecked = false;
 
     QLineEdit *m_search = nullptr;
@@ -172,6 +184,7 @@ private:
     QUuid m_editSheetId;
     QPointer<QDialog> m_categoriesSheet;
     QPointer<QDialog> m_historySheet;
+    QPointer<DuplicatesDialog> m_duplicatesSheet;
 };
 
 } // namespace fiva

@@ -13,9 +13,14 @@
 #include "ui/main/ContentView.h"
 #include "ui/main/DetailView.h"
 #include "ui/main/DroppedLinks.h"
+#include "ui/main/DuplicatesDialog.h"
+#include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
+#include "ui/main/PrefixRelocation.h"
+#include "ui/main/WebCheckRun.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
@@ -25,6 +30,8 @@
 
 #include <algorithm>
 #include <cmath>
+
+#include "health/Duplicates.h"
 
 namespace fiva {
 
@@ -58,21 +65,21 @@ void ContentView::buildRecordActions()
                               QKeySequence(Qt::CTRL | Qt::Key_D));
     m_clearSearchAction = action(QStringLiteral("Effacer la recherche"), QStringLiteral("clearSearchAction"),
                                  QKeySequence(Qt::Key_Escape));
-    // Return and Delete belong to the list: in the search field they keep their usual meaning.
-    m_openAction = new QAction(QStringLiteral("Ouvrir le lien"), this);
-    m_openAction->setObjectName(QStringLiteral("openAction"));
-    m_openAction->setShortcut(QKeySequence(Qt::Key_Return));
-    m_openAction->setShortcutContext(Qt::WidgetShortcut);
-    m_list->addAction(m_openAction);
-    m_deleteAction = new QAction(QStringLiteral("Supprimer"), this);
-    m_deleteAction->setObjectName(QStringLiteral("deleteAction"));
-    m_deleteAction->setShortcut(QKeySequence(QKeySequence::Delete));
-    m_deleteAction->setShortcutContext(Qt::WidgetShortcut);
-    m_list->addAction(m_deleteAction);
+    // Return and Delete too work wherever the focus is in the window; in a text field Delete still
+    // deletes a character, since the field claims it before any shortcut.
+    m_openAction =
+        action(QStringLiteral("Ouvrir le lien"), QStringLiteral("openAction"), QKeySequence(Qt::Key_Return));
+    m_deleteAction = action(QStringLiteral("Supprimer"), QStringLiteral("deleteAction"),
+                            QKeySequence(QKeySequence::Delete));
     m_importBookmarks = new QAction(QStringLiteral("Importer des favoris…"), this);
     m_importBookmarks->setObjectName(QStringLiteral("importBookmarksAction"));
     m_exportBookmarks = new QAction(QStringLiteral("Exporter des favoris…"), this);
     m_exportBookmarks->setObjectName(QStringLiteral("exportBookmarksAction"));
+    m_webCheckAction =
+        action(QStringLiteral("Vérifier les pages web…"), QStringLiteral("webCheckAction"), {});
+    m_movedFoldersAction =
+        action(QStringLiteral("Réparer les dossiers déplacés…"), QStringLiteral("movedFoldersAction"), {});
+    m_duplicatesAction = action(QStringLiteral("Doublons…"), QStringLiteral("duplicatesAction"), {});
 
     connect(m_searchAction, &QAction::triggered, this, [this] {
         m_search->setFocus(Qt::ShortcutFocusReason);
@@ -83,7 +90,10 @@ void ContentView::buildRecordActions()
             showEditSheet(item);
     });
     connect(m_openAction, &QAction::triggered, this, [this] {
-        if (m_detail)
+        // From the search field, Return opens what the list shows selected, never a record the
+        // search has just hidden.
+        const bool fromSearch = QApplication::focusWidget() == m_search;
+        if (m_detail && (!fromSearch || (m_selectedItemID && m_model->rowOf(*m_selectedItemID) >= 0)))
             m_detail->openLink();
     });
     connect(m_favoriteAction, &QAction::triggered, this, [this] {
@@ -93,6 +103,12 @@ void ContentView::buildRecordActions()
     connect(m_deleteAction, &QAction::triggered, this, &ContentView::deleteSelectedRows);
     connect(m_clearSearchAction, &QAction::triggered, m_search, &QLineEdit::clear);
     connect(m_importBookmarks, &QAction::triggered, this, &ContentView::importBookmarks);
+    connect(m_webCheckAction, &QAction::triggered, this, &ContentView::startWebCheck);
+    connect(m_movedFoldersAction, &QAction::triggered, this, [this] {
+        if (auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor")))
+            PrefixRelocation::start(m_store, m_dialogs, *health, this);
+    });
+    connect(m_duplicatesAction, &QAction::triggered, this, &ContentView::showDuplicates);
     connect(m_exportBookmarks, &QAction::triggered, this, &ContentView::exportBookmarks);
 }
 
@@ -100,6 +116,46 @@ QList<QAction *> ContentView::recordActions() const
 {
     return {m_newItem,        m_searchAction, m_editAction,       m_openAction,
             m_favoriteAction, m_deleteAction, m_clearSearchAction};
+}
+
+QList<QAction *> ContentView::healthActions() const
+{
+    return {m_webCheckAction, m_movedFoldersAction, m_duplicatesAction};
+}
+
+void ContentView::startWebCheck()
+{
+    auto *health = findChild<HealthMonitor *>(QStringLiteral("healthMonitor"));
+    // The progress dialog holds the window while a run goes on; this guards the menu's shortcut path.
+    if (!health || findChild<WebCheckRun *>())
+        return;
+    WebCheckRun::start(m_store, m_dialogs, *health, this);
+}
+
+void ContentView::showDuplicates()
+{
+    if (m_duplicatesSheet) {
+        m_duplicatesSheet->raise();
+        m_duplicatesSheet->activateWindow();
+        return;
+    }
+    if (findDuplicates(m_store.items()).isEmpty()) {
+        m_dialogs.runAlert(AlertRequest{
+            QStringLiteral("Aucun doublon"),
+            QStringLiteral("Aucune fiche ne pointe vers la même adresse ou le même chemin qu’une autre."),
+            AlertStyle::informational,
+            {QStringLiteral("OK")},
+            std::nullopt});
+        return;
+    }
+    // Not modal: the user may look at the records in the window before choosing which to delete.
+    auto *sheet = new DuplicatesDialog(m_store, m_dialogs, m_settings, this);
+    sheet->setWindowFlag(Qt::Window);
+    m_duplicatesSheet = sheet;
+    connect(sheet, &DuplicatesDialog::recordActivated, this,
+            [this](const QUuid &id) { setSelectedItemID(id); });
+    connect(sheet, &QDialog::finished, sheet, &QObject::deleteLater);
+    sheet->show();
 }
 
 const LinkItem *ContentView::selectedItem() const
@@ -138,8 +194,14 @@ void ContentView::checkBackupReminder()
     const Timestamp now = m_clock.now();
     const double ms = now.toUnix() * 1000.0;
     // A name that is not a weekday (written by another tool) never comes round.
-    if (day < 0 || !std::isfinite(ms) ||
-        QDateTime::fromMSecsSinceEpoch(qint64(ms)).date().dayOfWeek() != day + 1)
+    if (day < 0 || !std::isfinite(ms))
+        return;
+    const QDate today = QDateTime::fromMSecsSinceEpoch(qint64(ms)).date();
+    // Once a day, also when the program is started again that day: the day is kept in the settings
+    // rather than in the data file, which it has nothing to do with.
+    const QString todayText = today.toString(Qt::ISODate);
+    if (today.dayOfWeek() != day + 1 ||
+        m_settings.value(Settings::Key::lastBackupReminderDate).toString() == todayText)
         return;
     // The reminder is about a manual backup, the only kind that holds the attachment copies. Automatic
     // backups move the last-backup date too, so the history tells them apart by their folder.
@@ -151,6 +213,7 @@ void ContentView::checkBackupReminder()
             return;
         break; // newest first
     }
+    m_settings.setValue(Settings::Key::lastBackupReminderDate, todayText);
     const AlertAnswer answer = m_dialogs.runAlert(
         AlertRequest{QStringLiteral("Rappel de sauvegarde"),
                      QStringLiteral("C’est %1 : pensez à faire une sauvegarde manuelle de vos fiches.")

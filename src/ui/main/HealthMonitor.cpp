@@ -115,8 +115,13 @@ void HealthMonitor::finished(const HealthCache &cache, bool complete)
     d->running = false;
     const QList<WebCheckResult> webDuringPass = std::exchange(d->webDuringPass, {});
     if (complete) {
+        // The sizes of the attachment copies are kept as soon as they are learnt, not only with the
+        // next web check: a copy that is gone by the next run can then still be searched for by size.
+        const bool learnt = !d->cache.savesAs(cache);
         d->cache = cache;
         d->cache.recordWebResults(webDuringPass);
+        if (learnt && !d->cacheFile.isEmpty())
+            (void)d->cache.save(d->cacheFile);
         Q_EMIT healthChanged();
     }
     const Pass next = std::exchange(d->waiting, Pass::none);

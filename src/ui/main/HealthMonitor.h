@@ -23,7 +23,8 @@ class HealthMonitor final : public QObject
 {
     Q_OBJECT
 public:
-    // `cacheFile`, when given, holds the last web results; it is read once, here.
+    // `cacheFile`, when given, holds the last web results and the sizes of the attachment copies;
+    // it is read once, here, and written when a pass or a web check changed what it holds.
     explicit HealthMonitor(LinkStore &store, const QString &cacheFile = {}, QObject *parent = nullptr);
     ~HealthMonitor() override;
 

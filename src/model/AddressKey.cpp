@@ -1,15 +1,8 @@
-#pragma once
-
-#include <QString>
-#include <QStringView>
+#include "model/AddressKey.h"
 
 namespace fiva {
 
-// The form under which two addresses or paths count as the same link, shared by the duplicate
-// finder and the bookmark import: surrounding white space removed, the scheme and the host in
-// lower case (the rest of an address is case-sensitive on most servers), and no final "/", so
-// that "HTTPS://Example.org/a/" and "https://example.org/a" meet. A lone "/" stays as it is.
-inline QString addressKey(QStringView address)
+QString addressKey(QStringView address)
 {
     QString key = address.trimmed().toString();
     const qsizetype colon = key.indexOf(u':');
@@ -33,7 +26,8 @@ inline QString addressKey(QStringView address)
                 key[i] = key.at(i).toLower();
         }
     }
-    while (key.size() > 1 && key.endsWith(u'/') && !key.endsWith(u"://"))
+    // One "/" only: "/a//" names another page than "/a" on many servers.
+    if (key.size() > 1 && key.endsWith(u'/') && !key.endsWith(u"://"))
         key.chop(1);
     return key;
 }
