@@ -1,10 +1,10 @@
 // What the user waits for after each keystroke in the search field, on 100,000 generated records:
 // the list model's new rows, with a selected row whose persistent index follows its record.
 
-#include "ui/main/FilterEngine.h"
-#include "ui/main/FilterState.h"
+#include "list/FilterEngine.h"
+#include "list/FilterState.h"
+#include "list/ListFilter.h"
 #include "ui/main/LinkListModel.h"
-#include "ui/main/ListFilter.h"
 
 #include <QCollator>
 #include <QItemSelectionModel>

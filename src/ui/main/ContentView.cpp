@@ -1,5 +1,7 @@
 #include "ui/main/ContentView.h"
 
+#include "list/FilterState.h"
+#include "list/SortOrder.h"
 #include "model/LinkItem.h"
 #include "model/Timestamp.h"
 #include "platform/Clock.h"
@@ -13,11 +15,9 @@
 #include "ui/main/DetailView.h"
 #include "ui/main/DroppedLinks.h"
 #include "ui/main/FailureBanner.h"
-#include "ui/main/FilterState.h"
 #include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
 #include "ui/main/PrefixRelocation.h"
-#include "ui/main/SortOrder.h"
 #include "ui/main/WebCheckRun.h"
 #include "ui/settings/BackupHistoryView.h"
 

@@ -1,6 +1,6 @@
-#include "ui/main/FilterEngine.h"
+#include "list/FilterEngine.h"
 
-#include "ui/main/ListFilter.h"
+#include "list/ListFilter.h"
 
 #include <QCollator>
 #include <QLocale>

@@ -1,6 +1,6 @@
-#include "ui/main/FilterEngine.h"
+#include "list/FilterEngine.h"
 
-#include "ui/main/SearchText.h"
+#include "list/SearchText.h"
 
 #include <algorithm>
 #include <cstring>
