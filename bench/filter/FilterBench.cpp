@@ -1,10 +1,11 @@
 // What the user waits for after each keystroke in the search field, on 100,000 generated records:
 // the list model's new rows, with a selected row whose persistent index follows its record.
 
-#include "ui/main/FilterEngine.h"
-#include "ui/main/FilterState.h"
+#include "list/FilterEngine.h"
+#include "list/FilterEngineTuning.h"
+#include "list/FilterState.h"
+#include "list/ListFilter.h"
 #include "ui/main/LinkListModel.h"
-#include "ui/main/ListFilter.h"
 
 #include <QCollator>
 #include <QItemSelectionModel>
@@ -36,9 +37,8 @@ QCollator frenchCollator()
 // A main window's list: the model over all records with one record selected.
 struct List
 {
-    explicit List(const FilterEngine::Tuning &tuning = {})
+    List()
     {
-        model.engine().setTuning(tuning);
         model.setFilterState(FilterState());
         model.setItems(records());
         selection.setCurrentIndex(model.index(model.rowCount() / 2), QItemSelectionModel::ClearAndSelect);
@@ -179,10 +179,10 @@ BENCHMARK(BM_ToggleFavourite)->Unit(benchmark::kMillisecond);
 // sort orders move it to its new place (or, for comparison, are sorted again).
 void BM_EditOneTitle(benchmark::State &state)
 {
-    FilterEngine::Tuning tuning;
+    FilterEngineTuning tuning;
     tuning.carryOrdersOverEdits = state.range(0) != 0;
     List &list = sharedList();
-    list.model.engine().setTuning(tuning);
+    setFilterEngineTuning(tuning);
     list.show(u"fac"_s, SortOrder::alphabetical);
     list.show(u"fac"_s, SortOrder::oldFirst);
     list.show(u"fac"_s, SortOrder::recentFirst);
@@ -193,7 +193,7 @@ void BM_EditOneTitle(benchmark::State &state)
     for (auto _ : state)
         list.model.setItems(n++ % 2 ? records() : edited);
     list.model.setItems(records());
-    list.model.engine().setTuning({});
+    setFilterEngineTuning({});
     state.SetLabel(tuning.carryOrdersOverEdits ? "orders carried over" : "orders sorted again");
 }
 BENCHMARK(BM_EditOneTitle)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
@@ -242,10 +242,12 @@ BENCHMARK(BM_PlainRecomputation)->Arg(0)->Arg(2)->Unit(benchmark::kMillisecond)-
 // What each part is worth: the same typing with one thread, and without remembered matches.
 void BM_TypeFactureOneThread(benchmark::State &state)
 {
-    FilterEngine::Tuning tuning;
-    tuning.twoThreads = false;
-    static List list(tuning);
+    FilterEngineTuning tuning;
+    tuning.splitScans = false;
+    setFilterEngineTuning(tuning);
+    static List list;
     typeLetter(state, list, u"facture"_s);
+    setFilterEngineTuning({});
 }
 BENCHMARK(BM_TypeFactureOneThread)
     ->DenseRange(1, 7, 3)
@@ -254,10 +256,12 @@ BENCHMARK(BM_TypeFactureOneThread)
 
 void BM_TypeFactureNoNarrowing(benchmark::State &state)
 {
-    FilterEngine::Tuning tuning;
+    FilterEngineTuning tuning;
     tuning.keepRecentMatches = false;
-    static List list(tuning);
+    setFilterEngineTuning(tuning);
+    static List list;
     typeLetter(state, list, u"facture"_s);
+    setFilterEngineTuning({});
 }
 BENCHMARK(BM_TypeFactureNoNarrowing)
     ->DenseRange(1, 7, 3)

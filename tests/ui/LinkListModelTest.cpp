@@ -1,7 +1,7 @@
 #include "ui/main/LinkListModel.h"
 
-#include "ui/main/FilterEngine.h"
-#include "ui/main/FilterState.h"
+#include "list/FilterEngine.h"
+#include "list/FilterState.h"
 
 #include <QAbstractItemModelTester>
 #include <QItemSelectionModel>

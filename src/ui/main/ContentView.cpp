@@ -1,5 +1,7 @@
 #include "ui/main/ContentView.h"
 
+#include "list/FilterState.h"
+#include "list/SortOrder.h"
 #include "model/LinkItem.h"
 #include "model/Timestamp.h"
 #include "platform/Clock.h"
@@ -14,10 +16,8 @@
 #include "ui/main/DroppedLinks.h"
 #include "ui/main/DuplicatesDialog.h"
 #include "ui/main/FailureBanner.h"
-#include "ui/main/FilterState.h"
 #include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
-#include "ui/main/SortOrder.h"
 #include "ui/settings/BackupHistoryView.h"
 
 #include <QAction>

@@ -1,9 +1,9 @@
 #include "ui/main/LinkListModel.h"
 
+#include "list/FilterEngine.h"
+#include "list/FilterState.h"
 #include "model/LinkItem.h"
 #include "platform/Collation.h"
-#include "ui/main/FilterEngine.h"
-#include "ui/main/FilterState.h"
 
 #include <QHash>
 #include <QSet>

@@ -1,4 +1,4 @@
-#include "ui/main/SortOrder.h"
+#include "list/SortOrder.h"
 
 namespace fiva {
 

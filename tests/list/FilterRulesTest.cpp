@@ -1,7 +1,7 @@
-#include "ui/main/FilterEngine.h"
-#include "ui/main/ListFilter.h"
-#include "ui/main/SearchText.h"
-#include "ui/main/SortOrder.h"
+#include "list/FilterEngine.h"
+#include "list/ListFilter.h"
+#include "list/SearchText.h"
+#include "list/SortOrder.h"
 
 #include <QCollator>
 #include <QLocale>

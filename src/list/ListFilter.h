@@ -1,7 +1,7 @@
 #pragma once
 
+#include "list/FilterState.h"
 #include "model/LinkItem.h"
-#include "ui/main/FilterState.h"
 
 #include <QCollator>
 #include <QList>

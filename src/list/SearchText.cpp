@@ -1,4 +1,4 @@
-#include "ui/main/SearchText.h"
+#include "list/SearchText.h"
 
 #include <cstdint>
 #include <memory>
@@ -15,8 +15,8 @@ struct CloseBreakIterator
 
 // ICU's character iterator follows Unicode's extended grapheme cluster rules as written, which look
 // at the characters alone. Qt's boundaries also depend on the script Qt guesses for the surrounding
-// text, so that "👍" would be a whole character in "नमस्ते 👍🏽" but not in "hello 👍🏽", and
-// the engine's reuse of earlier matches would disagree with a fresh search. One iterator per thread: the
+// text, so that "👍" would be a whole character in "नमस्ते 👍🏽" but not in "hello 👍🏽",
+// and the engine's reuse of earlier matches would disagree with a fresh search. One iterator per thread: the
 // engine scans on two, and opening one costs more than many checks.
 UBreakIterator *characterBreaks()
 {

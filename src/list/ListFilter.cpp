@@ -1,6 +1,6 @@
-#include "ui/main/ListFilter.h"
+#include "list/ListFilter.h"
 
-#include "ui/main/SearchText.h"
+#include "list/SearchText.h"
 
 #include <algorithm>
 

@@ -1,12 +1,13 @@
-#include "ui/main/FilterEngine.h"
+#include "list/FilterEngine.h"
 
-#include "ui/main/SearchText.h"
+#include "list/FilterEngineTuning.h"
+#include "list/SearchText.h"
+#include "model/Parallel.h"
 
 #include <algorithm>
 #include <cstring>
 #include <limits>
 #include <string>
-#include <thread>
 
 namespace fiva {
 
@@ -120,19 +121,6 @@ bool isBoundary(const char *spanBegin, const char *spanEnd, const char *at)
     const auto position = static_cast<qsizetype>(window.size());
     appendUtf16(window, at, std::size_t(windowEnd - at));
     return isCharacterBoundary(QStringView(window), position);
-}
-
-template <typename Work> void runSplit(bool twoThreads, std::size_t threshold, std::size_t size, Work &&work)
-{
-    if (!twoThreads || size < std::max<std::size_t>(threshold, 2) ||
-        std::thread::hardware_concurrency() < 2) {
-        work(0, size, 0);
-        return;
-    }
-    const std::size_t half = size / 2;
-    std::thread helper([&work, half, size] { work(half, size, 1); });
-    work(0, half, 0);
-    helper.join();
 }
 
 bool sameText(const LinkItem &a, const LinkItem &b)
@@ -394,16 +382,20 @@ std::vector<int> FilterEngine::scan(const Query &query, const std::vector<int> *
         candidates = &allIndexes;
     }
     const std::size_t size = candidates ? candidates->size() : m_spans.size();
-    std::array<std::vector<int>, 2> parts;
-    runSplit(m_tuning.twoThreads, m_tuning.parallelThreshold, size,
-             [&](std::size_t from, std::size_t to, int part) {
-                 if (plainScan)
-                     scanAll(query, int(from), int(to), parts[std::size_t(part)]);
-                 else
-                     scanCandidates(query, candidates->data() + from, candidates->data() + to,
-                                    parts[std::size_t(part)]);
-             });
-    parts[0].insert(parts[0].end(), parts[1].begin(), parts[1].end());
+    const FilterEngineTuning &tuning = filterEngineTuning();
+    const std::size_t runs = tuning.splitScans && size >= 2
+                                 ? runCount(size, std::max<std::size_t>(tuning.parallelThreshold / 2, 1))
+                                 : 1;
+    std::vector<std::vector<int>> parts(runs);
+    forEachRun(runs, [&](std::size_t part) {
+        const std::size_t from = size * part / runs, to = size * (part + 1) / runs;
+        if (plainScan)
+            scanAll(query, int(from), int(to), parts[part]);
+        else
+            scanCandidates(query, candidates->data() + from, candidates->data() + to, parts[part]);
+    });
+    for (std::size_t part = 1; part < runs; ++part)
+        parts[0].insert(parts[0].end(), parts[part].begin(), parts[part].end());
     return std::move(parts[0]);
 }
 
@@ -427,7 +419,7 @@ const std::vector<int> *FilterEngine::textMatches(const QString &searchText)
     // A record that holds the new query at character boundaries also holds any earlier query that
     // sits inside it at character boundaries, so only that query's matches need to be searched.
     const std::vector<int> *candidates = nullptr;
-    if (m_tuning.keepRecentMatches) {
+    if (filterEngineTuning().keepRecentMatches) {
         for (const Matches &recent : m_recentMatches) {
             if (candidates && candidates->size() <= recent.items.size())
                 continue;
@@ -463,7 +455,7 @@ const std::vector<int> *FilterEngine::textMatches(const QString &searchText)
     }
 
     Matches matches{query.key, scan(query, candidates)};
-    if (!m_tuning.keepRecentMatches)
+    if (!filterEngineTuning().keepRecentMatches)
         m_recentMatches.clear();
     m_recentMatches.push_front(std::move(matches));
     if (m_recentMatches.size() > recentMatchesKept)
@@ -521,7 +513,7 @@ bool FilterEngine::updateOrder(SortOrder sortOrder, const std::vector<int> &prev
     std::optional<std::vector<int>> &cached = m_orders[std::size_t(sortOrder)];
     if (!cached)
         return true;
-    if (!m_tuning.carryOrdersOverEdits)
+    if (!filterEngineTuning().carryOrdersOverEdits)
         return false;
     // A stable sort orders records by (key, position). Records that kept their key and their order
     // relative to each other keep their places; the few others are inserted by binary search.

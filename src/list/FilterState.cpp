@@ -1,4 +1,4 @@
-#include "ui/main/FilterState.h"
+#include "list/FilterState.h"
 
 namespace fiva {
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "list/SortOrder.h"
 #include "model/Timestamp.h"
-#include "ui/main/SortOrder.h"
 
 #include <QDateTime>
 #include <QSet>

@@ -1,6 +1,7 @@
-#include "ui/main/FilterEngine.h"
+#include "list/FilterEngine.h"
 
-#include "ui/main/ListFilter.h"
+#include "list/FilterEngineTuning.h"
+#include "list/ListFilter.h"
 
 #include <QCollator>
 #include <QLocale>
@@ -257,17 +258,21 @@ TEST(FilterEngineEquivalence, EachQueryListsTheSameWhateverWasTypedBefore)
 // what a full recomputation lists, in every locale and with every part of it switched on or off.
 TEST(FilterEngineEquivalence, MatchesFullRecomputationUnderRandomEdits)
 {
-    const FilterEngine::Tuning shipped;
+    const FilterEngineTuning shipped;
+    const struct Restore
+    {
+        ~Restore() { setFilterEngineTuning({}); }
+    } restore;
     const struct
     {
         const char *name;
         QLocale locale;
-        FilterEngine::Tuning tuning;
+        FilterEngineTuning tuning;
     } setups[]{
         {"french", QLocale(QLocale::French, QLocale::France), shipped},
         {"c locale", QLocale::c(), shipped},
-        {"every scan on two threads", QLocale(QLocale::French), {.twoThreads = true, .parallelThreshold = 2}},
-        {"nothing remembered", QLocale(QLocale::English), {.twoThreads = false, .keepRecentMatches = false}}};
+        {"every scan split", QLocale(QLocale::French), {.splitScans = true, .parallelThreshold = 2}},
+        {"nothing remembered", QLocale(QLocale::English), {.splitScans = false, .keepRecentMatches = false}}};
     for (const auto &setup : setups) {
         SCOPED_TRACE(setup.name);
         const QCollator collator(setup.locale);
@@ -276,8 +281,8 @@ TEST(FilterEngineEquivalence, MatchesFullRecomputationUnderRandomEdits)
             QList<LinkItem> items;
             for (int i = random.below(120); i > 0; --i)
                 items.append(random.item());
+            setFilterEngineTuning(setup.tuning);
             FilterEngine engine(collator);
-            engine.setTuning(setup.tuning);
             engine.setItems(items);
             FilterState state;
             for (int step = 0; step < 250; ++step) {

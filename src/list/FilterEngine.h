@@ -1,7 +1,7 @@
 #pragma once
 
+#include "list/FilterState.h"
 #include "model/LinkItem.h"
-#include "ui/main/FilterState.h"
 
 #include <QCollator>
 #include <QCollatorSortKey>
@@ -27,22 +27,12 @@ namespace fiva {
 //   records the shorter one found, and going back to a recent query costs nothing;
 // - each sort order is a permutation of all records computed once (a stable sort followed by a
 //   filter gives the same list as the filter followed by the stable sort);
-// - long scans are split across two threads.
+// - long scans are split across threads.
 class FilterEngine final
 {
 public:
-    // Switches for measuring what each part of the engine is worth; the defaults are what ships.
-    struct Tuning
-    {
-        bool twoThreads = true;
-        std::size_t parallelThreshold = 8192; // records below which one thread is faster
-        bool keepRecentMatches = true;
-        bool carryOrdersOverEdits = true;
-    };
-
     explicit FilterEngine(const QCollator &collator = QCollator());
 
-    void setTuning(const Tuning &tuning) { m_tuning = tuning; }
     void setCollator(const QCollator &collator);
 
     // Replaces the records; what was derived from records whose fields did not change is kept.
@@ -85,7 +75,6 @@ private:
                      const std::vector<std::uint8_t> &keyKept);
     int categoryId(const QString &category);
 
-    Tuning m_tuning;
     QCollator m_collator;
     QList<LinkItem> m_items;
 

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+
+namespace fiva {
+
+// Switches for measuring what each part of the list engine is worth, and for checking that every
+// combination lists the same records. Only benchmarks and tests change them; the defaults are what
+// the program runs.
+struct FilterEngineTuning
+{
+    bool splitScans = true;               // long scans over as many threads as cores, up to four
+    std::size_t parallelThreshold = 8192; // records below which one thread is faster
+    bool keepRecentMatches = true;
+    bool carryOrdersOverEdits = true;
+};
+
+// Read by every engine of the process at each evaluation or change of records.
+const FilterEngineTuning &filterEngineTuning();
+void setFilterEngineTuning(const FilterEngineTuning &tuning);
+
+} // namespace fiva
