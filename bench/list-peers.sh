@@ -3,14 +3,16 @@
 # data file, in one run: the median wall time of RUNS runs of each. `categories` opens the same store and
 # prints a few lines, so `list` minus `categories` is what printing the records costs.
 # Usage: bench/list-peers.sh BUILD_DIR   (fiva-cli and fiva-generate-data built with FIVA_BUILD_BENCH)
-# Environment: RUNS (default 11), RECORDS (default 100000), WORK (scratch folder on the disk to measure).
+# Environment: RUNS (default 11), RECORDS (default 100000), WORK (scratch folder on the disk to measure), CLI
+# (another fiva-cli to time, such as one built before a change).
 set -euo pipefail
 build=$(cd "${1:-build-bench}" && pwd)
-cli=$build/src/cli/fiva-cli
+cli=${CLI:-$build/src/cli/fiva-cli}
 generate=$build/bench/store/fiva-generate-data
 runs=${RUNS:-11}
 records=${RECORDS:-100000}
 for tool in "$cli" "$generate"; do [ -x "$tool" ] || { echo "list-peers: missing $tool" >&2; exit 1; }; done
+command -v /usr/bin/time >/dev/null || { echo "list-peers: /usr/bin/time is missing" >&2; exit 1; }
 command -v python3 >/dev/null || { echo "list-peers: python3 is missing" >&2; exit 1; }
 work=${WORK:-$(mktemp -d "${TMPDIR:-/tmp}/fiva-list-peers.XXXXXX")}
 mkdir -p "$work/home/Fiva"
@@ -18,34 +20,36 @@ trap 'rm -rf "$work"' EXIT
 data=$work/home/Fiva/FivaData.json
 "$generate" "$records" "$data" >/dev/null
 
-# Median wall time in seconds of running "$@" $runs times, stdout to /dev/null.
+# Runs "$@" $runs times, stdout to /dev/null, and prints the median wall time and the median CPU time (user +
+# system) in seconds. The CPU time leaves out the waits, chiefly the flush to disk of the data file that every
+# start of the store rewrites, which on a busy disk varies more than anything measured here.
 median() {
-  local times=()
+  local walls=() cpus=()
   for ((r = 0; r < runs; r++)); do
-    local start end
-    start=$(date +%s.%N)
-    "$@" >/dev/null 2>&1 || { echo "list-peers: failed: $*" >&2; exit 1; }
-    end=$(date +%s.%N)
-    times+=("$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.6f", b - a }')")
+    /usr/bin/time -f "%e %U %S" -o "$work/time" "$@" >/dev/null 2>"$work/err" || { cat "$work/err" >&2; exit 1; }
+    read -r wall user system <"$work/time"
+    walls+=("$wall")
+    cpus+=("$(awk -v u="$user" -v s="$system" 'BEGIN { printf "%.2f", u + s }')")
   done
-  printf '%s\n' "${times[@]}" | sort -g | awk '{ a[NR] = $1 } END { printf "%.3f", (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2 }'
+  local mid='{ a[NR] = $1 } END { printf "%.2f", (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2 }'
+  echo "$(printf '%s\n' "${walls[@]}" | sort -g | awk "$mid") $(printf '%s\n' "${cpus[@]}" | sort -g | awk "$mid")"
 }
 
 export XDG_DATA_HOME=$work/home
 cat "$data" >/dev/null
 load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 # Interleaved, so that a change of load on the machine touches every row alike.
-list=$(median "$cli" list)
-categories=$(median "$cli" categories)
-python=$(median python3 -c 'import json, sys; json.load(open(sys.argv[1], encoding="utf-8"))' "$data")
-list_file=$(median sh -c "'$cli' list > '$work/listing.txt'")
-echo "| run | median wall |"
-echo "|---|---|"
-echo "| \`fiva-cli list > /dev/null\` | $list s |"
-echo "| \`fiva-cli list > file\` | $list_file s |"
-echo "| \`fiva-cli categories > /dev/null\` | $categories s |"
-echo "| Python \`json.load\` of the same file | $python s |"
-awk -v l="$list" -v c="$categories" -v p="$python" -v f="$list_file" 'BEGIN {
-  printf "\nprinting (list - categories): %.0f ms; to a file: %.0f ms; json.load / list: %.2fx\n", (l - c) * 1000, (f - c) * 1000, p / l }'
+read -r list list_cpu <<<"$(median "$cli" list)"
+read -r categories categories_cpu <<<"$(median "$cli" categories)"
+read -r python python_cpu <<<"$(median python3 -c 'import json, sys; json.load(open(sys.argv[1], encoding="utf-8"))' "$data")"
+"$cli" list >"$work/listing.txt"
+echo "| run | median wall | median CPU (user + system) |"
+echo "|---|---|---|"
+echo "| \`fiva-cli list > /dev/null\` | $list s | $list_cpu s |"
+echo "| \`fiva-cli categories > /dev/null\` | $categories s | $categories_cpu s |"
+echo "| Python \`json.load\` of the same file | $python s | $python_cpu s |"
+awk -v l="$list" -v c="$categories" -v p="$python" -v lc="$list_cpu" -v cc="$categories_cpu" -v pc="$python_cpu" 'BEGIN {
+  printf "\nprinting (list - categories): %.0f ms wall, %.0f ms CPU; json.load / list: %.2fx wall, %.2fx CPU\n",
+    (l - c) * 1000, (lc - cc) * 1000, p / l, pc / lc }'
 echo "records: $records; data file: $(stat -c %s "$data") bytes; listing: $(stat -c %s "$work/listing.txt") bytes"
 echo "Load average (1, 5, 15 min) before: $load_before; after: $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -233,7 +233,10 @@ private:
     {
         for (; c < stop; ++c) {
             const char16_t u = *c;
-            if (u < 0x80) {
+            // Printable ASCII, the bulk of titles and paths, goes out as it is.
+            if (u >= 0x20 && u < 0x7F && u != u'\\') {
+                *out++ = static_cast<char>(u);
+            } else if (u < 0x80) {
                 const char escaped = u == u'\\'   ? '\\'
                                      : u == u'\t' ? 't'
                                      : u == u'\n' ? 'n'

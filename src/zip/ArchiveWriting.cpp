@@ -444,12 +444,14 @@ void Archive::addEntryFromFile(std::string_view path, int file, const std::files
         std::chrono::seconds(status.st_mtim.tv_sec) + std::chrono::nanoseconds(status.st_mtim.tv_nsec))};
     const auto size = static_cast<std::uint64_t>(status.st_size);
     const auto permissions = static_cast<std::uint16_t>(status.st_mode & 0xFFFF);
-    ::posix_fadvise(file, 0, 0, POSIX_FADV_SEQUENTIAL);
     // Stored bytes come out exactly as they go in, however they are cut, so a stored file moves in large
     // chunks: one read and one write for most files, and no second header written over the first; a larger
     // one is copied by the kernel from the open file. Deflated data keeps the chunking it was asked for.
     const bool stored = compressionMethod == CompressionMethod::none;
     const std::size_t chunkSize = stored ? std::max(bufferSize, storedFileChunkSize) : bufferSize;
+    // Only a file read in several pieces gains from the kernel reading ahead further.
+    if (size > chunkSize)
+        ::posix_fadvise(file, 0, 0, POSIX_FADV_SEQUENTIAL);
     if (stored && size > chunkSize) {
         const std::uint64_t offset = beginPlacedEntry(path, size, modificationDate, permissions);
         finishPlacedEntry(copyFileRange(file, 0, size, placedFile(), offset, false));
@@ -489,7 +491,8 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
         type = EntryType::directory;
     else if (S_ISLNK(status.st_mode))
         type = EntryType::symlink;
-    if (type != EntryType::symlink && ::access(fileURL.c_str(), R_OK) != 0)
+    // A file's own open says whether it may be read, without a second walk of its path.
+    if (type == EntryType::directory && ::access(fileURL.c_str(), R_OK) != 0)
         throw FileSystemError(FileSystemError::fileReadNoPermission, errno, fileURL);
     if (status.st_size < 0)
         throw FileSystemError(FileSystemError::fileReadTooLarge, 0, fileURL);
@@ -502,8 +505,12 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
     case EntryType::file: {
         // Not blocking and not following: what was checked above may have been swapped for a FIFO or a link.
         FileDescriptor file(::open(fileURL.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-        if (file.get() < 0)
-            throw FileSystemError::fromErrno(errno, fileURL);
+        if (file.get() < 0) {
+            const int error = errno;
+            if (error == EACCES || error == EPERM)
+                throw FileSystemError(FileSystemError::fileReadNoPermission, error, fileURL);
+            throw FileSystemError::fromErrno(error, fileURL);
+        }
         addEntryFromFile(path, file.get(), fileURL, compressionMethod, bufferSize);
         break;
     }
