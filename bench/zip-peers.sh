@@ -2,12 +2,13 @@
 # Packs and unpacks three data sets with fiva-cli and with Info-ZIP, bsdtar and 7z (all storing, no
 # compression), with `cp -r` as the floor, and prints the median wall time of RUNS runs as a Markdown table.
 # Usage: bench/zip-peers.sh [BUILD_DIR]   (fiva-cli is taken from BUILD_DIR/src/cli/fiva-cli)
-# Environment: RUNS (default 5), WORK (scratch folder, default under TMPDIR), SETS (default "a b c").
+# Environment: RUNS (default 5), WORK (scratch folder, default under TMPDIR: put it on the disk to measure, such
+# as the project's folder for ext4 or /dev/shm for tmpfs), SETS (default "docs many big").
 set -euo pipefail
 build=${1:-build-bench}
 cli=$(cd "$build" && pwd)/src/cli/fiva-cli
 runs=${RUNS:-5}
-sets=${SETS:-a b c}
+sets=${SETS:-docs many big}
 for tool in zip unzip bsdtar 7z python3; do
   command -v "$tool" >/dev/null || { echo "zip-peers: $tool is missing (scripts/install-deps installs it)" >&2; exit 1; }
 done
@@ -21,7 +22,7 @@ make_set() {
   rm -rf "$work/src-$name"
   mkdir -p "$root"
   case $name in
-    a) # 1,000 files of 40 to 200 kB, about 120 MB, in 20 folders
+    docs|a) # 1,000 files of 40 to 200 kB, about 120 MB, in 20 folders
       python3 - "$root" <<'PY'
 import os, random, sys
 root = sys.argv[1]
@@ -36,7 +37,7 @@ for i in range(1000):
         f.write(block[start:start + size])
 PY
       ;;
-    b) # 20,000 files of 100 to 3,000 bytes in 200 folders
+    many|b) # 20,000 files of 100 to 3,000 bytes in 200 folders
       python3 - "$root" <<'PY'
 import os, random, sys
 root = sys.argv[1]
@@ -48,7 +49,7 @@ for i in range(20000):
         f.write(os.urandom(random.randint(100, 3000)))
 PY
       ;;
-    c) # one file of 1 GiB
+    big|c) # one file of 1 GiB
       head -c $((1 << 30)) /dev/urandom > "$root/big.bin"
       ;;
   esac
@@ -71,6 +72,8 @@ median() {
 }
 
 load_before=$(cut -d' ' -f1-3 /proc/loadavg)
+echo "File system of $work: $(stat -f -c %T "$work"); $runs runs each"
+echo
 echo "| set | operation | fiva-cli | Info-ZIP | bsdtar | 7z | cp -r |"
 echo "|---|---|---|---|---|---|---|"
 for set in $sets; do
@@ -93,7 +96,7 @@ for set in $sets; do
   unpack_7z=$(median "rm -rf $out" 7z x "$a" "-o$out")
   unpack_cp=$(median "rm -rf $out" cp -r "$src/Data" "$out")
   rm -rf "$out" "$a" "$src"
-  label=$(case $set in a) echo "(a) 1,000 files, 120 MB";; b) echo "(b) 20,000 small files";; c) echo "(c) one 1 GiB file";; esac)
+  label=$(case $set in docs|a) echo "docs: 1,000 files, 120 MB";; many|b) echo "many: 20,000 small files";; big|c) echo "big: one 1 GiB file";; esac)
   echo "| $label | pack | $pack_fiva | $pack_zip | $pack_bsdtar | $pack_7z | $pack_cp |"
   echo "| $label | unpack | $unpack_fiva | $unpack_zip | $unpack_bsdtar | $unpack_7z | $unpack_cp |"
 done

@@ -9,8 +9,11 @@
 #include <QDateTime>
 #include <QUuid>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <optional>
 
 namespace fiva::cli {
@@ -152,6 +155,125 @@ int runAdd(const QStringList &args)
     return session.exitCode();
 }
 
+// The listing of every record goes out through one buffer, encoded to UTF-8 and escaped in a single pass:
+// building each line as a QString, escaping it and converting it took longer than reading the data file.
+// The bytes are those of field() and QString::toUtf8() line by line.
+class ListingWriter final
+{
+public:
+    ListingWriter() : m_buffer(std::make_unique_for_overwrite<char[]>(capacity)) {}
+    ~ListingWriter() { flush(); }
+    ListingWriter(const ListingWriter &) = delete;
+    ListingWriter &operator=(const ListingWriter &) = delete;
+
+    void ascii(QByteArrayView text)
+    {
+        room(std::size_t(text.size()));
+        std::memcpy(m_buffer.get() + m_used, text.data(), std::size_t(text.size()));
+        m_used += std::size_t(text.size());
+    }
+    void separator() { ascii("\t"); }
+
+    void uuid(const QUuid &id)
+    {
+        static constexpr char digits[] = "0123456789ABCDEF";
+        const QByteArray rfc = id.toRfc4122();
+        room(36);
+        char *out = m_buffer.get() + m_used;
+        for (qsizetype i = 0; i < rfc.size(); ++i) {
+            if (i == 4 || i == 6 || i == 8 || i == 10)
+                *out++ = '-';
+            const auto byte = static_cast<unsigned char>(rfc.at(i));
+            *out++ = digits[byte >> 4];
+            *out++ = digits[byte & 15];
+        }
+        m_used = std::size_t(out - m_buffer.get());
+    }
+
+    // One UTF-16 unit gives at most three bytes, and an escaped one two.
+    void field(QStringView text)
+    {
+        const char16_t *c = text.utf16();
+        const char16_t *const end = c + text.size();
+        while (c < end) {
+            const std::size_t units = std::min<std::size_t>(std::size_t(end - c), capacity / 4);
+            room(units * 3 + 1);
+            char *out = m_buffer.get() + m_used;
+            c = encode(c, c + units, end, out);
+            m_used = std::size_t(out - m_buffer.get());
+        }
+    }
+
+    void endLine()
+    {
+        ascii("\n");
+        if (m_used >= capacity / 2)
+            flush();
+    }
+
+    void flush()
+    {
+        if (m_used > 0)
+            std::fwrite(m_buffer.get(), 1, m_used, stdout);
+        m_used = 0;
+    }
+
+private:
+    static constexpr std::size_t capacity = 512 * 1024;
+
+    void room(std::size_t bytes)
+    {
+        if (m_used + bytes > capacity)
+            flush();
+    }
+
+    // Encodes [c, stop), reading one unit past it for a surrogate pair that straddles it; returns where it
+    // stopped.
+    static const char16_t *encode(const char16_t *c, const char16_t *stop, const char16_t *end, char *&out)
+    {
+        for (; c < stop; ++c) {
+            const char16_t u = *c;
+            // Printable ASCII, the bulk of titles and paths, goes out as it is.
+            if (u >= 0x20 && u < 0x7F && u != u'\\') {
+                *out++ = static_cast<char>(u);
+            } else if (u < 0x80) {
+                const char escaped = u == u'\\'   ? '\\'
+                                     : u == u'\t' ? 't'
+                                     : u == u'\n' ? 'n'
+                                     : u == u'\r' ? 'r'
+                                                  : 0;
+                if (escaped) {
+                    *out++ = '\\';
+                    *out++ = escaped;
+                } else {
+                    *out++ = static_cast<char>(u);
+                }
+            } else if (u < 0x800) {
+                *out++ = static_cast<char>(0xC0 | (u >> 6));
+                *out++ = static_cast<char>(0x80 | (u & 0x3F));
+            } else if (u < 0xD800 || u > 0xDFFF) {
+                *out++ = static_cast<char>(0xE0 | (u >> 12));
+                *out++ = static_cast<char>(0x80 | ((u >> 6) & 0x3F));
+                *out++ = static_cast<char>(0x80 | (u & 0x3F));
+            } else if (u < 0xDC00 && c + 1 < end && c[1] >= 0xDC00 && c[1] <= 0xDFFF) {
+                const char32_t code = 0x10000 + ((char32_t(u) - 0xD800) << 10) + (char32_t(c[1]) - 0xDC00);
+                *out++ = static_cast<char>(0xF0 | (code >> 18));
+                *out++ = static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+                *out++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+                *out++ = static_cast<char>(0x80 | (code & 0x3F));
+                ++c;
+            } else {
+                // A lone surrogate, which Qt's conversion writes as a question mark.
+                *out++ = '?';
+            }
+        }
+        return c;
+    }
+
+    std::unique_ptr<char[]> m_buffer;
+    std::size_t m_used = 0;
+};
+
 int runList(const QStringList &args)
 {
     const Command &self = command("list");
@@ -160,10 +282,25 @@ int runList(const QStringList &args)
     if (!args.isEmpty())
         return usageError(self);
     StoreSession session;
+    // Whatever the store printed while it started must come first.
+    std::fflush(stdout);
+    ListingWriter out;
+    const QByteArray kinds[] = {linkKindName(LinkKind::url).toLatin1(),
+                                linkKindName(LinkKind::file).toLatin1(),
+                                linkKindName(LinkKind::directory).toLatin1()};
     for (const LinkItem &item : session.store().items()) {
-        printLine(item.id.toString(QUuid::WithoutBraces).toUpper() + u'\t' + linkKindName(item.kind) + u'\t' +
-                  (item.isFavorite ? u'1' : u'0') + u'\t' + field(item.category) + u'\t' + field(item.title) +
-                  u'\t' + field(item.path));
+        out.uuid(item.id);
+        out.separator();
+        out.ascii(kinds[static_cast<int>(item.kind)]);
+        out.separator();
+        out.ascii(item.isFavorite ? "1" : "0");
+        out.separator();
+        out.field(item.category);
+        out.separator();
+        out.field(item.title);
+        out.separator();
+        out.field(item.path);
+        out.endLine();
     }
     return session.exitCode();
 }

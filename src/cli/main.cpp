@@ -3,7 +3,9 @@
 
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "Version.h"
@@ -61,8 +63,15 @@ void printOverview(std::FILE *out)
 
 int main(int argc, char **argv)
 {
-    fiva::restartWithTunedAllocator(argv);
     using namespace fiva::cli;
+    // The allocator's settings pay off when the data file's records are decoded; the ZIP commands never
+    // decode it, and the restart would only give them a second start-up.
+    const auto zip = zipCommands();
+    const bool zipCommand = argc > 1 && std::any_of(zip.begin(), zip.end(), [&](const Command &c) {
+                                return std::strcmp(argv[1], c.name) == 0;
+                            });
+    if (!zipCommand)
+        fiva::restartWithTunedAllocator(argv);
     QCoreApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Fiva"));
     QCoreApplication::setApplicationName(QStringLiteral("Fiva"));

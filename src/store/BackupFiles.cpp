@@ -2,6 +2,7 @@
 
 #include "zip/Archive.h"
 #include "zip/Errors.h"
+#include "zip/FileCopy.h"
 
 #include <QDir>
 #include <QFile>
@@ -19,6 +20,7 @@
 #include <algorithm>
 #include <cstring>
 #include <deque>
+#include <stdio.h>
 #include <system_error>
 #include <vector>
 
@@ -343,16 +345,8 @@ std::optional<QString> copyFile(const QString &from, const QString &to)
         }
         if (got == 0)
             break;
-        ssize_t done = 0;
-        while (done < got) {
-            const ssize_t put = ::write(out, buffer.data() + done, static_cast<size_t>(got - done));
-            if (put < 0) {
-                if (errno == EINTR)
-                    continue;
-                return fail(to, errno);
-            }
-            done += put;
-        }
+        if (const int error = zip::writeFully(out, buffer.data(), static_cast<size_t>(got)))
+            return fail(to, error);
     }
     ::close(in);
     const timespec times[2] = {source.st_atim, source.st_mtim};
@@ -363,6 +357,20 @@ std::optional<QString> copyFile(const QString &from, const QString &to)
         ::unlink(target.constData());
         return describePath(to, error);
     }
+    return std::nullopt;
+}
+
+std::optional<QString> moveFile(const QString &from, const QString &to)
+{
+    const QByteArray source = QFile::encodeName(from);
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, QFile::encodeName(to).constData(),
+                    RENAME_NOREPLACE) == 0)
+        return std::nullopt;
+    // Another file system, or one that cannot refuse to replace, takes a copy. So does any other refusal:
+    // a rename does not say which side refused, and the copy's failure names the file at fault.
+    if (auto failure = copyFile(from, to))
+        return failure;
+    ::unlink(source.constData());
     return std::nullopt;
 }
 

@@ -72,6 +72,10 @@ bool isRegularFile(const QString &path);
 // document stays private in the staging folder, in the archive and in the attachments folder.
 // A failure removes the partial copy.
 std::optional<QString> copyFile(const QString &from, const QString &to);
+// Moves a file to `to`, which must not exist, by a rename where both are on one file system and else
+// by copyFile and removing the source. The moved file keeps its bits and dates either way; a failure
+// is copyFile's.
+std::optional<QString> moveFile(const QString &from, const QString &to);
 // Deletes a file, or a folder with its content; failures are ignored.
 void removeTree(const QString &path);
 

@@ -276,6 +276,12 @@ bool LinkStore::restoreBackup(const QString &location)
             }
             return true;
         };
+        // Each unpacked file is moved into place after its last use rather than copied, so that no more than
+        // one copy of an attachment exists beside the unpacked tree at any moment, whatever the archive's
+        // size.
+        QHash<QString, int> usesLeft;
+        for (const QString &file : files)
+            ++usesLeft[file];
         for (qsizetype r = 0; r < restored.items.size(); ++r) {
             QList<Attachment> &list = restored.items[r].attachments;
             for (qsizetype a = 0; a < list.size(); ++a) {
@@ -289,7 +295,8 @@ bool LinkStore::restoreBackup(const QString &location)
                 QString target = folder.filePath(name);
                 for (int n = 1; backup::isOccupied(target); ++n)
                     target = folder.filePath(backup::restoreCandidate(name, n));
-                if (auto error = backup::copyFile(source, target)) {
+                const bool last = --usesLeft[*file] == 0;
+                if (auto error = last ? backup::moveFile(source, target) : backup::copyFile(source, target)) {
                     dropSnapshot();
                     return fail(failureTitle(), *error);
                 }

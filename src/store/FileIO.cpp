@@ -1,6 +1,7 @@
 #include "store/FileIO.h"
 
 #include "model/JsonCodec.h"
+#include "zip/FileCopy.h"
 
 #include <QDir>
 #include <QFile>
@@ -96,24 +97,9 @@ Result<json::InputBuffer> readDocument(const QString &path)
 
 namespace {
 
-// Writes all the bytes at `offset`, or at the file's position when it is -1; 0 or an errno value.
 int writeAll(int fd, QByteArrayView bytes, qint64 offset)
 {
-    const char *data = bytes.data();
-    qsizetype left = bytes.size();
-    while (left > 0) {
-        const ssize_t n = offset < 0 ? ::write(fd, data, std::size_t(left))
-                                     : ::pwrite(fd, data, std::size_t(left), off_t(offset));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return n < 0 ? errno : EIO;
-        data += n;
-        left -= n;
-        if (offset >= 0)
-            offset += n;
-    }
-    return 0;
+    return zip::writeFully(fd, bytes.data(), std::size_t(bytes.size()), offset);
 }
 
 // The file is opened only once the document's size is known, so that a document that cannot be

@@ -116,6 +116,21 @@ public:
     void addEntryFromFileURL(std::string_view path, const std::filesystem::path &fileURL,
                              CompressionMethod compressionMethod = CompressionMethod::none,
                              std::size_t bufferSize = defaultWriteChunkSize);
+    // Adds the regular file open for reading as `file`, stored under `path`, read from its start: its size,
+    // date and permissions come from fstat, exactly as addEntryFromFileURL takes them from lstat. `shown`
+    // names the file in errors.
+    void addEntryFromFile(std::string_view path, int file, const std::filesystem::path &shown,
+                          CompressionMethod compressionMethod = CompressionMethod::none,
+                          std::size_t bufferSize = defaultWriteChunkSize);
+
+    // A stored file entry of `size` bytes that the caller writes itself, in any order and from any thread,
+    // into placedFile() from the returned offset on, with pwrite: the archive's own stream is left where it
+    // is. finishPlacedEntry, given the CRC-32 of those bytes, completes the entry; nothing else is added in
+    // between. The entry's bytes are those addEntry would write for the same data.
+    std::uint64_t beginPlacedEntry(std::string_view path, std::uint64_t size, Date modificationDate,
+                                   std::uint16_t permissions);
+    int placedFile() const;
+    void finishPlacedEntry(std::uint32_t checksum);
     // The core addition: `provider` yields the entry's bytes; the archive is complete again afterwards.
     void addEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
                   Date modificationDate = std::chrono::system_clock::now(),
@@ -149,12 +164,28 @@ private:
     // end of the archive, which then take the chunked path of `extract` with its errors.
     std::optional<std::uint32_t> copyStoredData(const Entry &entry, int fd, bool skipCRC32);
     void writeCentralDirectoryAndEndRecords(const Bytes &centralDirectory, const Totals &totals);
-    // The core addition; a stored file of several chunks whose open file is given as `sourceFile` has its
-    // data copied from that file's start by copyFileRange instead of asked from `provider`.
-    void addEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
-                  Date modificationDate, std::optional<std::uint16_t> permissions,
-                  CompressionMethod compressionMethod, std::size_t bufferSize, const Provider &provider,
-                  int sourceFile);
+
+    // An addition from its checks to its directory record: startEntry checks and places the stream where
+    // the local header goes, completeEntry records the entry once its final header and data are written.
+    struct EntryStart
+    {
+        Bytes name;
+        EntryType type = EntryType::file;
+        CompressionMethod method = CompressionMethod::none;
+        DOSDateTime dos;
+        std::optional<std::uint16_t> permissions;
+        std::uint64_t uncompressedSize = 0;
+        bool firstZIP64 = false;
+        Totals previous;
+        Bytes centralDirectory;
+        std::uint64_t headerOffset = 0;
+    };
+    EntryStart startEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
+                          Date modificationDate, std::optional<std::uint16_t> permissions,
+                          CompressionMethod compressionMethod, std::size_t bufferSize);
+    // `streamAtEnd` says whether the stream already stands at the end of the entry's data.
+    void completeEntry(EntryStart &start, const LocalFileHeader &header, std::uint64_t written,
+                       bool streamAtEnd);
 
     std::filesystem::path m_url;
     AccessMode m_accessMode;
@@ -169,6 +200,13 @@ private:
     Bytes m_deferredCentralDirectory;
     Totals m_deferredTotals;
     std::optional<std::uint64_t> m_deferredPosition;
+
+    struct PlacedEntry
+    {
+        EntryStart start;
+        std::size_t headerSize = 0;
+    };
+    std::optional<PlacedEntry> m_placed;
 };
 
 } // namespace fiva::zip

@@ -226,18 +226,9 @@ void Archive::writeCentralDirectoryAndEndRecords(const Bytes &centralDirectory, 
                                    : endRecordsOffset;
 }
 
-void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
-                       Date modificationDate, std::optional<std::uint16_t> permissions,
-                       CompressionMethod compressionMethod, std::size_t bufferSize, const Provider &provider)
-{
-    addEntry(path, type, uncompressedSize, modificationDate, permissions, compressionMethod, bufferSize,
-             provider, -1);
-}
-
-void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
-                       Date modificationDate, std::optional<std::uint16_t> permissions,
-                       CompressionMethod compressionMethod, std::size_t bufferSize, const Provider &provider,
-                       int sourceFile)
+Archive::EntryStart Archive::startEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
+                                        Date modificationDate, std::optional<std::uint16_t> permissions,
+                                        CompressionMethod compressionMethod, std::size_t bufferSize)
 {
     if (m_accessMode == AccessMode::read)
         throw ArchiveError(ArchiveError::unwritableArchive);
@@ -246,27 +237,69 @@ void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t unco
         throw ArchiveError(ArchiveError::invalidEntryPath);
     if (bufferSize < 1)
         throw ArchiveError(ArchiveError::invalidBufferSize);
-    const CompressionMethod method =
-        type == EntryType::file && compressionMethod == CompressionMethod::deflate
-            ? CompressionMethod::deflate
-            : CompressionMethod::none;
-    // A deferred addition leaves no complete archive behind, so it need not reach the disk one by one.
-    FlushGuard flushGuard(m_deferring ? nullptr : m_archiveFile);
-    const Totals previous = totals();
-    Bytes centralDirectory = m_deferring ? Bytes{} : readCentralDirectory();
-    const std::uint64_t headerOffset = previous.centralDirectoryOffset;
-    // While deferring, the stream already stands where the last entry ended; seeking anyway would flush the
-    // buffer once per entry.
-    if (!m_deferring || m_deferredPosition != headerOffset)
-        seek(headerOffset);
-    m_deferredPosition.reset();
-    const DOSDateTime dos = dosDateTime(modificationDate);
-    const Bytes name(path.begin(), path.end());
-
+    m_placed.reset();
+    EntryStart start;
+    start.name = Bytes(path.begin(), path.end());
+    start.type = type;
+    start.method = type == EntryType::file && compressionMethod == CompressionMethod::deflate
+                       ? CompressionMethod::deflate
+                       : CompressionMethod::none;
+    start.dos = dosDateTime(modificationDate);
+    start.permissions = permissions;
+    start.uncompressedSize = uncompressedSize;
     // A deflated entry just below 4 GiB may come out larger than its input; its first header reserves the
     // ZIP64 field so that the final header, written over it, can never grow into the data.
-    const bool firstZIP64 = uncompressedSize >= uint32Max || (method == CompressionMethod::deflate &&
-                                                              deflateBoundFor(uncompressedSize) >= uint32Max);
+    start.firstZIP64 = uncompressedSize >= uint32Max || (start.method == CompressionMethod::deflate &&
+                                                         deflateBoundFor(uncompressedSize) >= uint32Max);
+    start.previous = totals();
+    if (!m_deferring)
+        start.centralDirectory = readCentralDirectory();
+    start.headerOffset = start.previous.centralDirectoryOffset;
+    // While deferring, the stream already stands where the last entry ended; seeking anyway would flush the
+    // buffer once per entry.
+    if (!m_deferring || m_deferredPosition != start.headerOffset)
+        seek(start.headerOffset);
+    m_deferredPosition.reset();
+    return start;
+}
+
+void Archive::completeEntry(EntryStart &start, const LocalFileHeader &header, std::uint64_t written,
+                            bool streamAtEnd)
+{
+    const std::uint64_t endOfData = start.headerOffset + header.data().size() + written;
+    CentralDirectoryStructure structure =
+        makeCentralDirectoryStructure(header, start.type, start.permissions, start.headerOffset);
+    const Totals &previous = start.previous;
+    if (previous.centralDirectorySize > std::numeric_limits<std::uint64_t>::max() - structure.totalSize())
+        throw ArchiveError(ArchiveError::invalidCentralDirectorySize);
+    if (previous.entryCount == std::numeric_limits<std::uint64_t>::max())
+        throw ArchiveError(ArchiveError::invalidCentralDirectoryEntryCount);
+    const Totals next{previous.entryCount + 1, previous.centralDirectorySize + structure.totalSize(),
+                      endOfData};
+    const Bytes structureBytes = structure.data();
+    if (m_deferring) {
+        if (!streamAtEnd)
+            seek(endOfData);
+        m_deferredCentralDirectory.insert(m_deferredCentralDirectory.end(), structureBytes.begin(),
+                                          structureBytes.end());
+        m_deferredTotals = next;
+        m_deferredPosition = endOfData;
+    } else {
+        start.centralDirectory.insert(start.centralDirectory.end(), structureBytes.begin(),
+                                      structureBytes.end());
+        writeCentralDirectoryAndEndRecords(start.centralDirectory, next);
+    }
+}
+
+void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t uncompressedSize,
+                       Date modificationDate, std::optional<std::uint16_t> permissions,
+                       CompressionMethod compressionMethod, std::size_t bufferSize, const Provider &provider)
+{
+    // A deferred addition leaves no complete archive behind, so it need not reach the disk one by one.
+    FlushGuard flushGuard(m_deferring ? nullptr : m_archiveFile);
+    EntryStart start = startEntry(path, type, uncompressedSize, modificationDate, permissions,
+                                  compressionMethod, bufferSize);
+    const CompressionMethod method = start.method;
     std::uint32_t checksum = 0;
     std::uint64_t written = 0;
     LocalFileHeader header;
@@ -282,21 +315,15 @@ void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t unco
         data = data.first(std::min<std::size_t>(data.size(), uncompressedSize));
         checksum = crc32(data);
         written = data.size();
-        header = makeLocalHeader(name, method, dos, checksum, written, uncompressedSize, firstZIP64);
+        header = makeLocalHeader(start.name, method, start.dos, checksum, written, uncompressedSize,
+                                 start.firstZIP64);
         write(header.data());
         write(data);
     } else {
-        const Bytes first = makeLocalHeader(name, method, dos, 0, 0, uncompressedSize, firstZIP64).data();
+        const Bytes first =
+            makeLocalHeader(start.name, method, start.dos, 0, 0, uncompressedSize, start.firstZIP64).data();
         write(first);
-        if (method == CompressionMethod::none && type == EntryType::file && sourceFile >= 0) {
-            // What the stream holds goes out first; the copy then writes beside it at explicit offsets and
-            // leaves the stream's position alone.
-            if (std::fflush(m_archiveFile) != 0)
-                throw DataError(DataError::unwritableFile);
-            checksum = copyFileRange(sourceFile, 0, uncompressedSize, ::fileno(m_archiveFile),
-                                     headerOffset + first.size(), false);
-            written = uncompressedSize;
-        } else if (method == CompressionMethod::none) {
+        if (method == CompressionMethod::none) {
             for (std::uint64_t position = 0; position < uncompressedSize; position += bufferSize) {
                 const auto count = static_cast<std::size_t>(
                     std::min<std::uint64_t>(uncompressedSize - position, bufferSize));
@@ -313,36 +340,57 @@ void Archive::addEntry(std::string_view path, EntryType type, std::uint64_t unco
                                                 written += chunk.size();
                                             });
         }
-        const bool secondZIP64 = firstZIP64 || uncompressedSize >= uint32Max || written >= uint32Max;
-        header = makeLocalHeader(name, method, dos, checksum, written, uncompressedSize, secondZIP64);
+        const bool secondZIP64 = start.firstZIP64 || uncompressedSize >= uint32Max || written >= uint32Max;
+        header =
+            makeLocalHeader(start.name, method, start.dos, checksum, written, uncompressedSize, secondZIP64);
         const Bytes second = header.data();
         if (second.size() != first.size())
             throw ArchiveError(ArchiveError::invalidLocalHeaderSize);
-        seek(headerOffset);
+        seek(start.headerOffset);
         write(second);
     }
-    const std::uint64_t endOfData = headerOffset + header.data().size() + written;
+    completeEntry(start, header, written, singleChunk);
+    flushGuard.flushNow();
+}
 
-    CentralDirectoryStructure structure =
-        makeCentralDirectoryStructure(header, type, permissions, headerOffset);
-    if (previous.centralDirectorySize > std::numeric_limits<std::uint64_t>::max() - structure.totalSize())
-        throw ArchiveError(ArchiveError::invalidCentralDirectorySize);
-    if (previous.entryCount == std::numeric_limits<std::uint64_t>::max())
-        throw ArchiveError(ArchiveError::invalidCentralDirectoryEntryCount);
-    const Totals next{previous.entryCount + 1, previous.centralDirectorySize + structure.totalSize(),
-                      endOfData};
-    const Bytes structureBytes = structure.data();
-    if (m_deferring) {
-        if (!singleChunk)
-            seek(endOfData);
-        m_deferredCentralDirectory.insert(m_deferredCentralDirectory.end(), structureBytes.begin(),
-                                          structureBytes.end());
-        m_deferredTotals = next;
-        m_deferredPosition = endOfData;
-    } else {
-        centralDirectory.insert(centralDirectory.end(), structureBytes.begin(), structureBytes.end());
-        writeCentralDirectoryAndEndRecords(centralDirectory, next);
-    }
+std::uint64_t Archive::beginPlacedEntry(std::string_view path, std::uint64_t size, Date modificationDate,
+                                        std::uint16_t permissions)
+{
+    EntryStart start = startEntry(path, EntryType::file, size, modificationDate, permissions,
+                                  CompressionMethod::none, defaultWriteChunkSize);
+    const Bytes first =
+        makeLocalHeader(start.name, CompressionMethod::none, start.dos, 0, 0, size, start.firstZIP64).data();
+    write(first);
+    // What the stream holds goes out first; the data is then written beside it at explicit offsets.
+    if (std::fflush(m_archiveFile) != 0)
+        throw DataError(DataError::unwritableFile);
+    const std::uint64_t dataOffset = start.headerOffset + first.size();
+    m_placed = PlacedEntry{std::move(start), first.size()};
+    return dataOffset;
+}
+
+int Archive::placedFile() const
+{
+    return ::fileno(m_archiveFile);
+}
+
+void Archive::finishPlacedEntry(std::uint32_t checksum)
+{
+    if (!m_placed)
+        throw ArchiveError(ArchiveError::unwritableArchive);
+    FlushGuard flushGuard(m_deferring ? nullptr : m_archiveFile);
+    PlacedEntry placed = std::move(*m_placed);
+    m_placed.reset();
+    EntryStart &start = placed.start;
+    const std::uint64_t size = start.uncompressedSize;
+    const LocalFileHeader header = makeLocalHeader(start.name, CompressionMethod::none, start.dos, checksum,
+                                                   size, size, start.firstZIP64 || size >= uint32Max);
+    const Bytes second = header.data();
+    if (second.size() != placed.headerSize)
+        throw ArchiveError(ArchiveError::invalidLocalHeaderSize);
+    seek(start.headerOffset);
+    write(second);
+    completeEntry(start, header, size, false);
     flushGuard.flushNow();
 }
 
@@ -378,6 +426,54 @@ void Archive::addEntry(std::string_view path, const std::filesystem::path &relat
                         compressionMethod, bufferSize);
 }
 
+void Archive::addEntryFromFile(std::string_view path, int file, const std::filesystem::path &shown,
+                               CompressionMethod compressionMethod, std::size_t bufferSize)
+{
+    if (bufferSize < 1)
+        throw ArchiveError(ArchiveError::invalidBufferSize);
+    struct stat status
+    {
+    };
+    if (::fstat(file, &status) != 0)
+        throw FileSystemError::fromErrno(errno, shown);
+    if (!S_ISREG(status.st_mode))
+        throw FileSystemError::fromErrno(ENOTSUP, shown);
+    if (status.st_size < 0)
+        throw FileSystemError(FileSystemError::fileReadTooLarge, 0, shown);
+    const Date modificationDate{std::chrono::duration_cast<Date::duration>(
+        std::chrono::seconds(status.st_mtim.tv_sec) + std::chrono::nanoseconds(status.st_mtim.tv_nsec))};
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    const auto permissions = static_cast<std::uint16_t>(status.st_mode & 0xFFFF);
+    // Stored bytes come out exactly as they go in, however they are cut, so a stored file moves in large
+    // chunks: one read and one write for most files, and no second header written over the first; a larger
+    // one is copied by the kernel from the open file. Deflated data keeps the chunking it was asked for.
+    const bool stored = compressionMethod == CompressionMethod::none;
+    const std::size_t chunkSize = stored ? std::max(bufferSize, storedFileChunkSize) : bufferSize;
+    // Only a file read in several pieces gains from the kernel reading ahead further.
+    if (size > chunkSize)
+        ::posix_fadvise(file, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (stored && size > chunkSize) {
+        const std::uint64_t offset = beginPlacedEntry(path, size, modificationDate, permissions);
+        finishPlacedEntry(copyFileRange(file, 0, size, placedFile(), offset, false));
+        return;
+    }
+    std::size_t capacity =
+        static_cast<std::size_t>(std::min<std::uint64_t>(chunkSize, std::max<std::uint64_t>(size, 1)));
+    auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
+    auto provider = [&](std::uint64_t, std::size_t count) {
+        if (capacity < count) {
+            buffer = std::make_unique_for_overwrite<std::uint8_t[]>(count);
+            capacity = count;
+        }
+        // A file that shrinks while it is packed would leave an entry shorter than its header says.
+        if (readFully(file, buffer.get(), count) != count)
+            throw DataError(DataError::unreadableFile);
+        return ByteView(buffer.get(), count);
+    };
+    addEntry(path, EntryType::file, size, modificationDate, permissions, compressionMethod, chunkSize,
+             provider);
+}
+
 void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::path &fileURL,
                                   CompressionMethod compressionMethod, std::size_t bufferSize)
 {
@@ -395,7 +491,8 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
         type = EntryType::directory;
     else if (S_ISLNK(status.st_mode))
         type = EntryType::symlink;
-    if (type != EntryType::symlink && ::access(fileURL.c_str(), R_OK) != 0)
+    // A file's own open says whether it may be read, without a second walk of its path.
+    if (type == EntryType::directory && ::access(fileURL.c_str(), R_OK) != 0)
         throw FileSystemError(FileSystemError::fileReadNoPermission, errno, fileURL);
     if (status.st_size < 0)
         throw FileSystemError(FileSystemError::fileReadTooLarge, 0, fileURL);
@@ -408,37 +505,13 @@ void Archive::addEntryFromFileURL(std::string_view path, const std::filesystem::
     case EntryType::file: {
         // Not blocking and not following: what was checked above may have been swapped for a FIFO or a link.
         FileDescriptor file(::open(fileURL.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-        if (file.get() < 0)
-            throw FileSystemError::fromErrno(errno, fileURL);
-        struct stat opened
-        {
-        };
-        if (::fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode))
-            throw FileSystemError::fromErrno(ENOTSUP, fileURL);
-        ::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-        // Stored bytes come out exactly as they go in, however they are cut, so a stored file moves in large
-        // chunks: one read and one write for most files, and no second header written over the first; a
-        // larger one is copied by the kernel from the open file. Deflated data keeps the chunking it was
-        // asked for.
-        const std::size_t chunkSize = compressionMethod == CompressionMethod::none && bufferSize > 0
-                                          ? std::max(bufferSize, storedFileChunkSize)
-                                          : bufferSize;
-        std::size_t capacity =
-            static_cast<std::size_t>(std::min<std::uint64_t>(chunkSize, std::max<std::uint64_t>(size, 1)));
-        auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
-        auto provider = [&](std::uint64_t, std::size_t count) {
-            if (capacity < count) {
-                buffer = std::make_unique_for_overwrite<std::uint8_t[]>(count);
-                capacity = count;
-            }
-            // A file that shrinks while it is packed would leave an entry shorter than its header says.
-            if (readFully(file.get(), buffer.get(), count) != count)
-                throw DataError(DataError::unreadableFile);
-            return ByteView(buffer.get(), count);
-        };
-        const bool stored = compressionMethod == CompressionMethod::none;
-        addEntry(path, type, size, modificationDate, permissions, compressionMethod, chunkSize, provider,
-                 stored ? file.get() : -1);
+        if (file.get() < 0) {
+            const int error = errno;
+            if (error == EACCES || error == EPERM)
+                throw FileSystemError(FileSystemError::fileReadNoPermission, error, fileURL);
+            throw FileSystemError::fromErrno(error, fileURL);
+        }
+        addEntryFromFile(path, file.get(), fileURL, compressionMethod, bufferSize);
         break;
     }
     case EntryType::directory: {

@@ -16,6 +16,11 @@ std::uint32_t crc32(ByteView bytes, std::uint32_t checksum)
     return static_cast<std::uint32_t>(::crc32_z(checksum, bytes.data(), bytes.size()));
 }
 
+std::uint32_t crc32Combine(std::uint32_t first, std::uint32_t second, std::uint64_t secondLength)
+{
+    return static_cast<std::uint32_t>(::crc32_combine(first, second, static_cast<z_off_t>(secondLength)));
+}
+
 namespace {
 
 constexpr int rawDeflateWindowBits = -15;

@@ -15,6 +15,9 @@ using Consumer = std::function<void(ByteView chunk)>;
 
 // The CRC-32 of ZIP, continued from `checksum` (0 to start).
 std::uint32_t crc32(ByteView bytes, std::uint32_t checksum = 0);
+// The CRC-32 of two runs of bytes one after the other, from the CRC-32 of each and the second's length:
+// pieces checksummed apart, on several threads, give the checksum of the whole.
+std::uint32_t crc32Combine(std::uint32_t first, std::uint32_t second, std::uint64_t secondLength);
 
 enum class StreamDirection { encode, decode };
 

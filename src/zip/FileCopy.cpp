@@ -40,15 +40,8 @@ bool readFullyAt(int fd, std::uint8_t *buffer, std::size_t count, std::uint64_t 
 
 void writeFullyAt(int fd, const std::uint8_t *bytes, std::size_t count, std::uint64_t offset)
 {
-    std::size_t done = 0;
-    while (done < count) {
-        const ssize_t n = ::pwrite(fd, bytes + done, count - done, static_cast<off_t>(offset + done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            throw DataError(DataError::unwritableFile);
-        done += static_cast<std::size_t>(n);
-    }
+    if (writeFully(fd, bytes, count, static_cast<std::int64_t>(offset)) != 0)
+        throw DataError(DataError::unwritableFile);
 }
 
 // Through this process: read, fold into the CRC-32 when `checksum` is given, write.
@@ -91,6 +84,25 @@ void copyInKernel(int from, std::uint64_t fromOffset, std::uint64_t size, int to
 }
 
 } // namespace
+
+int writeFully(int fd, const void *bytes, std::size_t count, std::int64_t offset) noexcept
+{
+    const auto *data = static_cast<const std::uint8_t *>(bytes);
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t n = offset < 0 ? ::write(fd, data + done, count - done)
+                                     : ::pwrite(fd, data + done, count - done,
+                                                static_cast<off_t>(offset + static_cast<std::int64_t>(done)));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return errno;
+        if (n == 0)
+            return EIO;
+        done += static_cast<std::size_t>(n);
+    }
+    return 0;
+}
 
 std::uint32_t copyFileRange(int from, std::uint64_t fromOffset, std::uint64_t size, int to,
                             std::uint64_t toOffset, bool skipCRC32)

@@ -1,8 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace fiva::zip {
+
+// Writes all `count` bytes at `offset`, or at the file's position when `offset` is negative, going on after
+// short writes and interruptions. Returns 0, or the errno of the failure (EIO when the file takes no more
+// bytes). Every writer of the program goes through this one loop, so that none takes a short write for a
+// complete one.
+int writeFully(int fd, const void *bytes, std::size_t count, std::int64_t offset = -1) noexcept;
 
 // Copies `size` bytes at `fromOffset` of the file `from` to `toOffset` of the file `to` and returns their
 // CRC-32 (0 with `skipCRC32`). Neither descriptor's file position moves, so a stdio stream over either stays

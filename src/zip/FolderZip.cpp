@@ -3,6 +3,7 @@
 #include "zip/Archive.h"
 #include "zip/ConfinedFolder.h"
 #include "zip/Errors.h"
+#include "zip/FileCopy.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -101,15 +102,8 @@ std::vector<std::string_view> splitComponents(std::string_view path)
 
 void writeAll(int fd, ByteView bytes)
 {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            throw DataError(DataError::unwritableFile);
-        done += static_cast<std::size_t>(n);
-    }
+    if (writeFully(fd, bytes.data(), bytes.size()) != 0)
+        throw DataError(DataError::unwritableFile);
 }
 
 timespec toTimespec(Date date)

@@ -70,6 +70,39 @@ TEST_F(StoreCli, RecordsCanBeAddedListedFlaggedAndDeleted)
     EXPECT_TRUE(left.first().startsWith(id2));
 }
 
+TEST_F(StoreCli, ListWritesEachTitleAsEscapedUtf8)
+{
+    // JSON text of a title, and the bytes the listing shows for it.
+    const struct
+    {
+        const char *json;
+        QByteArray shown;
+    } cases[] = {
+        {R"(Été)", "\xC3\x89t\xC3\xA9"},
+        {R"(a\tb\nc\rd\\e)", R"(a\tb\nc\rd\\e)"},
+        {R"(\u07ff\u0800\u20ac\uffff)", "\xDF\xBF\xE0\xA0\x80\xE2\x82\xAC\xEF\xBF\xBF"},
+        {R"(\ud83d\ude00!)", "\xF0\x9F\x98\x80!"},
+        {"", ""},
+    };
+    QByteArray json = R"({"categories":["C\\at"],"items":[)";
+    QByteArray expected;
+    for (qsizetype i = 0; i < qsizetype(std::size(cases)); ++i) {
+        const QByteArray id = "6F2C3B2A-1111-4222-8333-9444555566" + QByteArray::number(10 + i);
+        const QByteArray favorite = i % 2 ? "1" : "0";
+        json += QByteArray(i ? "," : "") + R"({"id":")" + id + R"(","title":")" + cases[i].json +
+                R"(","path":"p","category":"C\\at","createdAt":1,"isFavorite":)" +
+                (i % 2 ? "true" : "false") + R"(,"kind":"file","attachments":[]})";
+        expected += id + "\tfile\t" + favorite + "\tC\\\\at\t" + cases[i].shown + "\tp\n";
+    }
+    write(dataFile(), json + "]}");
+    const CliRun r = run("list");
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    // The store's own warnings (no history yet) come first, on lines of their own.
+    const qsizetype listing = r.outBytes.indexOf("6F2C3B2A-");
+    EXPECT_TRUE(r.outBytes.first(std::max<qsizetype>(listing, 0)).startsWith("\xE2\x9A\xA0") || listing == 0);
+    EXPECT_EQ(r.outBytes.sliced(std::max<qsizetype>(listing, 0)), expected);
+}
+
 TEST_F(StoreCli, CategoriesFollowTheStoreRules)
 {
     for (const char *change : {"categories|add|  Travail ", "categories|add-sub|Travail| Projets",

@@ -1,5 +1,8 @@
 #include "store/BackupFiles.h"
+#include "store/FileIO.h"
 #include "store/Trash.h"
+#include "zip/Archive.h"
+#include "zip/FolderZip.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -9,6 +12,9 @@
 #include <QSignalSpy>
 #include <QTimeZone>
 
+#include <fcntl.h>
+
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <ostream>
@@ -232,6 +238,79 @@ TEST_F(StoreTest, ArchiveHoldsTheDocumentTheAttachmentsFolderAndNumberedCopies)
     writeBytes(path(u"old.fivabackup"_s), "previous archive");
     EXPECT_EQ(entriesOf(exportArchive(*empty, u"old.fivabackup"_s)),
               (QStringList{QString(), u"FivaAttachments.json"_s, u"FivaData.json"_s, u"attachments/"_s}));
+}
+
+// The export packs no staging folder: it writes the archive from the attachments and the encoded data.
+// Its bytes must still be those of packing the folder it once staged. That folder is made here the old way,
+// with the dates of the entries the export made itself (the document, the index and the two folders), and
+// packed with zipItem.
+TEST_F(StoreTest, ExportGivesTheBytesOfPackingTheStagedFolder)
+{
+    QByteArray large(3 * 1024 * 1024 + 7, 'L'); // beyond one chunk: the copy goes another way
+    const std::pair<const char *, mode_t> files[] = {{"un/NAME.pdf", 0600},    {"deux/NAME.pdf", 0644},
+                                                     {"un/notes", 0755},       {"été/Zèbre.txt", 0640},
+                                                     {"gros/vidéo.bin", 0644}, {"un/a", 0644}};
+    QList<Attachment> attachments{attachment(path(u"files/absent.pdf"_s))};
+    for (const auto &[name, mode] : files) {
+        const QString file = userFile(QString::fromUtf8(name),
+                                      name == std::string_view("gros/vidéo.bin") ? large : QByteArray(name));
+        ASSERT_EQ(::chmod(QFile::encodeName(file).constData(), mode), 0);
+        attachments.append(attachment(file));
+    }
+    const QString link = path(u"files/lien.pdf"_s);
+    ASSERT_TRUE(QFile::link(path(u"files/un/a"_s), link));
+    attachments.append(attachment(link));
+    auto store = startWith(
+        {makeItem(u"x"_s, u"T"_s, attachments.mid(0, 4)), makeItem(u"y"_s, u"T"_s, attachments.mid(4))},
+        {u"T"_s});
+    const QString archive = exportArchive(*store);
+
+    std::string top;
+    QHash<QString, QByteArray> generated;
+    QHash<QString, zip::Date> dates;
+    {
+        zip::Archive reading(backup::toFsPath(archive), zip::Archive::AccessMode::read);
+        for (const zip::Entry &entry : reading) {
+            const QString name = QString::fromStdString(entry.path());
+            dates.insert(name.section(u'/', 1), entry.fileAttributes().modificationDate);
+            top = entry.path();
+            QByteArray &bytes = generated[name.section(u'/', 1)];
+            reading.extract(entry, [&](zip::ByteView chunk) {
+                bytes.append(reinterpret_cast<const char *>(chunk.data()), qsizetype(chunk.size()));
+            });
+        }
+    }
+    ASSERT_TRUE(top.ends_with('/'));
+    const QString staging = path(u"staged/"_s + QString::fromStdString(top).chopped(1));
+    ASSERT_TRUE(QDir().mkpath(path(u"staged"_s)));
+    ASSERT_EQ(::mkdir(QFile::encodeName(staging).constData(), 0700), 0);
+    for (const QString &name : {u"FivaData.json"_s, backup::attachmentIndexName()})
+        ASSERT_FALSE(fileio::writeWholeFile(staging + u'/' + name, generated.value(name)));
+    const QDir copies(staging + u"/attachments"_s);
+    ASSERT_FALSE(fileio::makeFolder(copies.path()));
+    for (const LinkItem &item : store->items()) {
+        for (const Attachment &a : item.attachments) {
+            if (!backup::isRegularFile(a.filePath))
+                continue;
+            const QString name = backup::lastComponent(a.filePath);
+            QString target = copies.filePath(name);
+            for (int n = 1; backup::isOccupied(target); ++n)
+                target = copies.filePath(backup::exportCandidate(name, n));
+            ASSERT_FALSE(backup::copyFile(a.filePath, target));
+        }
+    }
+    for (const QString &name :
+         {u"FivaData.json"_s, backup::attachmentIndexName(), u"attachments/"_s, QString()}) {
+        const auto since = dates.value(name).time_since_epoch();
+        const timespec times[2] = {{0, UTIME_OMIT},
+                                   {std::chrono::duration_cast<std::chrono::seconds>(since).count(), 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, QFile::encodeName(staging + u'/' + name).constData(), times, 0), 0)
+            << name.toStdString();
+    }
+    const QString packed = path(u"packed.zip"_s);
+    zip::zipItem(backup::toFsPath(staging), backup::toFsPath(packed), true, zip::CompressionMethod::none);
+    EXPECT_EQ(generated.size(), 11);
+    EXPECT_TRUE(readBytes(archive) == readBytes(packed)) << "the archive differs from the staged folder's";
 }
 
 TEST_F(StoreTest, RestoreReplacesDataSortsOrdinallySavesAndRenamesOnSecondRun)
