@@ -1,3 +1,4 @@
+#include "store/AttachmentIndex.h"
 #include "store/BackupFiles.h"
 #include "store/Trash.h"
 
