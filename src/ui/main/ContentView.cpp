@@ -39,7 +39,6 @@
 #include <QListView>
 #include <QLocale>
 #include <QMimeData>
-#include <QMouseEvent>
 #include <QPushButton>
 #include <QShowEvent>
 #include <QSplitter>
@@ -332,7 +331,8 @@ QWidget *ContentView::buildSidebar()
     m_list = new QListView(sidebar);
     m_list->setObjectName(QStringLiteral("recordList"));
     m_list->setModel(m_model);
-    m_list->setItemDelegate(new RecordRowDelegate(m_list));
+    m_list->setItemDelegate(new RecordRowDelegate(
+        [this](const QModelIndex &index) { m_store.toggleFavorite(m_model->idAt(index.row())); }, m_list));
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     m_list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -664,26 +664,7 @@ bool ContentView::eventFilter(QObject *watched, QEvent *event)
         }
         return true;
     }
-    const QEvent::Type type = event->type();
-    if (type != QEvent::MouseButtonPress && type != QEvent::MouseButtonRelease &&
-        type != QEvent::MouseButtonDblClick)
-        return false;
-    const auto *mouse = static_cast<QMouseEvent *>(event);
-    const QPoint position = mouse->position().toPoint();
-    const QModelIndex index = m_list->indexAt(position);
-    if (!index.isValid() || mouse->button() != Qt::LeftButton ||
-        !RecordRowDelegate::starRect(m_list->visualRect(index)).contains(position))
-        return false;
-    // The star is a button of its own: clicking it neither selects the row nor opens anything.
-    if (type == QEvent::MouseButtonPress) {
-        m_pressedStar = m_model->idAt(index.row());
-    } else if (type == QEvent::MouseButtonRelease) {
-        const QUuid id = m_model->idAt(index.row());
-        if (!m_pressedStar.isNull() && id == m_pressedStar)
-            m_store.toggleFavorite(id);
-        m_pressedStar = QUuid();
-    }
-    return true;
+    return false;
 }
 
 } // namespace fiva

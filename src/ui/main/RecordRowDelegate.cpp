@@ -4,10 +4,12 @@
 #include "ui/main/LinkListModel.h"
 
 #include <QApplication>
+#include <QMouseEvent>
 #include <QPainter>
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace fiva {
 
@@ -51,6 +53,11 @@ QFont scaledFont(QFont font, double factor)
     else if (font.pixelSize() > 0)
         font.setPixelSize(std::max(1, int(std::lround(font.pixelSize() * factor))));
     return font;
+}
+
+RecordRowDelegate::RecordRowDelegate(std::function<void(const QModelIndex &)> starClicked, QObject *parent)
+    : QStyledItemDelegate(parent), m_starClicked(std::move(starClicked))
+{
 }
 
 QRect RecordRowDelegate::starRect(const QRect &row)
@@ -113,6 +120,27 @@ QSize RecordRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QMod
     if (index.data(LinkListModel::NotesRole).isValid())
         height += rowLineSpacing + QFontMetrics(fonts.smallCaption).height();
     return QSize(option.rect.width() > 0 ? option.rect.width() : 200, height);
+}
+
+bool RecordRowDelegate::editorEvent(QEvent *event, QAbstractItemModel *, const QStyleOptionViewItem &option,
+                                    const QModelIndex &index)
+{
+    const QEvent::Type type = event->type();
+    if (type != QEvent::MouseButtonPress && type != QEvent::MouseButtonRelease &&
+        type != QEvent::MouseButtonDblClick)
+        return false;
+    const auto *mouse = static_cast<QMouseEvent *>(event);
+    if (mouse->button() != Qt::LeftButton || !starRect(option.rect).contains(mouse->position().toPoint()))
+        return false;
+    const QUuid id = index.data(LinkListModel::IdRole).toUuid();
+    if (type == QEvent::MouseButtonPress) {
+        m_pressedStar = id;
+    } else if (type == QEvent::MouseButtonRelease) {
+        if (!m_pressedStar.isNull() && id == m_pressedStar)
+            m_starClicked(index);
+        m_pressedStar = QUuid();
+    }
+    return true;
 }
 
 } // namespace fiva
