@@ -1,5 +1,6 @@
 #include "ui/main/FilterEngine.h"
 
+#include "model/NotesMarkup.h"
 #include "ui/main/SearchText.h"
 
 #include <algorithm>
@@ -12,11 +13,6 @@ namespace fiva {
 
 namespace {
 
-// The head and tail that the edit form wraps around every note. Both are ASCII without line-feed
-// pairs, so no grapheme cluster crosses their edges except through the first or last character.
-constexpr QStringView notesHead =
-    u"<html>\n    <head>\n        <meta charset=\"UTF-8\">\n    </head>\n    <body>\n        <p>";
-constexpr QStringView notesTail = u"</p>\n    </body>\n</html>";
 // How much of the head and tail stays around the user's text, so that short queries that straddle
 // an edge are still found by the plain scan.
 constexpr qsizetype notesContext = 16;
