@@ -9,6 +9,7 @@
 // the order in the file.
 #include "model/JsonCodec.h"
 #include "model/Parallel.h"
+#include "text/Utf8.h"
 
 #include <QFileInfo>
 
@@ -129,25 +130,6 @@ int hex4(const char *p)
         value = value << 4 | digit;
     }
     return value;
-}
-
-void appendUtf8(std::string &out, char32_t code)
-{
-    if (code < 0x80) {
-        out += char(code);
-    } else if (code < 0x800) {
-        out += char(0xC0 | (code >> 6));
-        out += char(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        out += char(0xE0 | (code >> 12));
-        out += char(0x80 | ((code >> 6) & 0x3F));
-        out += char(0x80 | (code & 0x3F));
-    } else {
-        out += char(0xF0 | (code >> 18));
-        out += char(0x80 | ((code >> 12) & 0x3F));
-        out += char(0x80 | ((code >> 6) & 0x3F));
-        out += char(0x80 | (code & 0x3F));
-    }
 }
 
 // The text of a string's content with its escapes resolved. The content's UTF-8 and the absence of

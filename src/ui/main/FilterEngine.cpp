@@ -1,6 +1,7 @@
 #include "ui/main/FilterEngine.h"
 
 #include "model/NotesMarkup.h"
+#include "text/Utf8.h"
 #include "ui/main/SearchText.h"
 
 #include <algorithm>
@@ -34,17 +35,7 @@ void appendWtf8(std::string &out, QStringView text)
             c = QChar::surrogateToUcs4(static_cast<char16_t>(c), text[i + 1].unicode());
             ++i;
         }
-        if (c < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-        } else if (c < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        }
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        appendUtf8(out, c);
     }
 }
 
