@@ -1,4 +1,5 @@
 #include "cli/Commands.h"
+#include "model/DateTimeConversion.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Workspace.h"
@@ -9,7 +10,6 @@
 #include <QDateTime>
 #include <QUuid>
 
-#include <cmath>
 #include <cstdio>
 #include <optional>
 
@@ -259,8 +259,7 @@ int runHistory(const QStringList &args)
         return usageError(self);
     StoreSession session;
     for (const BackupLog &log : session.store().backupHistory()) {
-        const QDateTime date =
-            QDateTime::fromMSecsSinceEpoch(std::llround(log.date.toUnix() * 1000.0), Qt::UTC);
+        const QDateTime date = toDateTime(log.date).value_or(QDateTime()).toUTC();
         printLine(log.id.toString(QUuid::WithoutBraces).toUpper() + u'\t' + date.toString(Qt::ISODateWithMs) +
                   u'\t' + QString::number(log.fileSize) + u'\t' + field(log.filePath));
     }

@@ -13,7 +13,6 @@
 #include "ui/main/AttachmentPreviewWindow.h"
 #include "ui/main/RelocationSearch.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
