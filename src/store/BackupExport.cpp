@@ -102,9 +102,7 @@ std::optional<QString> LinkStore::writeBackupArchive(const QString &location)
             if (!backup::isRegularFile(source))
                 continue;
             const QString name = backup::lastComponent(source);
-            QString target = attachments.filePath(name);
-            for (int n = 1; backup::isOccupied(target); ++n)
-                target = attachments.filePath(backup::exportCandidate(name, n));
+            const QString target = backup::freeCopyPath(attachments.path(), name);
             if (auto error = backup::copyFile(source, target))
                 return error;
             archived.append({r, a, source, backup::lastComponent(target)});

@@ -293,6 +293,15 @@ bool isOccupied(const QString &path)
     return !path.isEmpty() && ::lstat(QFile::encodeName(path).constData(), &info) == 0;
 }
 
+QString freeCopyPath(const QString &folder, const QString &name)
+{
+    const QDir dir(folder);
+    QString path = dir.filePath(name);
+    for (int n = 1; isOccupied(path); ++n)
+        path = dir.filePath(exportCandidate(name, n));
+    return path;
+}
+
 bool isRegularFile(const QString &path)
 {
     struct stat info

@@ -63,6 +63,9 @@ QString restoreCandidate(const QString &name, int n);
 
 // True when something, even a dangling link, holds that name.
 bool isOccupied(const QString &path);
+// The first path free in `folder` for a copy of a file called `name`: the name itself, then the
+// export's candidates name-1.ext, name-2.ext, ... Attaching a file names its copy the same way.
+QString freeCopyPath(const QString &folder, const QString &name);
 // True when the path leads to a regular file (following links).
 bool isRegularFile(const QString &path);
 
