@@ -27,6 +27,9 @@ const std::array<KeySpec, Settings::allKeys.size()> &keyTable()
         {Settings::Key::noteFontSize, u"noteFontSize", QMetaType::Double, 16.0},
         {Settings::Key::lastOpenPanelFolder, u"lastOpenPanelFolder", QMetaType::QString, QString()},
         {Settings::Key::lastSavePanelFolder, u"lastSavePanelFolder", QMetaType::QString, QString()},
+        // The name the window used when it kept its own settings object on this same file, so that
+        // a window placed by an earlier version opens where it was left.
+        {Settings::Key::mainWindowGeometry, u"MainWindow/geometry", QMetaType::QByteArray, QByteArray()},
     }};
     return table;
 }

@@ -29,12 +29,15 @@ public:
         noteFontSize,
         // Where the last open or save panel was confirmed, to start the next one there; empty until then.
         lastOpenPanelFolder,
-        lastSavePanelFolder
+        lastSavePanelFolder,
+        // The main window's size and position, as Qt saves them.
+        mainWindowGeometry
     };
     Q_ENUM(Key)
     static constexpr std::array allKeys{
-        Key::sortOrder,    Key::warnOldBackup, Key::askDeleteConfirmation, Key::backupReminderDay,
-        Key::noteFontName, Key::noteFontSize,  Key::lastOpenPanelFolder,   Key::lastSavePanelFolder};
+        Key::sortOrder,           Key::warnOldBackup,       Key::askDeleteConfirmation,
+        Key::backupReminderDay,   Key::noteFontName,        Key::noteFontSize,
+        Key::lastOpenPanelFolder, Key::lastSavePanelFolder, Key::mainWindowGeometry};
 
     // The user's settings store, under organisation and application "Fiva".
     explicit Settings(QObject *parent = nullptr);

@@ -195,6 +195,7 @@ void PreferencesView::refresh(Settings::Key key)
     case Settings::Key::sortOrder:
     case Settings::Key::lastOpenPanelFolder:
     case Settings::Key::lastSavePanelFolder:
+    case Settings::Key::mainWindowGeometry:
         break;
     }
 }
