@@ -30,8 +30,6 @@ namespace {
 namespace od = simdjson::ondemand;
 using simdjson::error_code;
 
-// ---- Places and problems ----
-
 // Where in the document a value sits, kept as a chain on the stack and turned into text
 // ("items[3].attachments[0].id") only when something goes wrong.
 struct Place
@@ -104,8 +102,6 @@ template <class T, class Source> T take(Source source)
     check(std::move(source).get(value));
     return value;
 }
-
-// ---- Strings ----
 
 // Hex digit values, -1 for every other byte.
 constexpr std::array<signed char, 256> hexValues = [] {
@@ -200,8 +196,6 @@ bool isJsonSpace(char c)
 {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
-
-// ---- The walk ----
 
 // The text of each record of an array, in order; an empty view stands for an element that is
 // not an object.
