@@ -1,4 +1,6 @@
-# Thin wrappers over CMake. `make run` and `make test` install what is missing first.
+# Thin wrappers over CMake. `make run` and `make test` install what is missing first. Each build's
+# settings live in CMakePresets.json; these only choose the preset and its folder. CI=true in the
+# environment turns warnings into errors (CMakeLists.txt reads it).
 BUILD      ?= build
 NOGUI      ?= build-nogui
 SANITIZE   ?= build-asan
@@ -6,7 +8,6 @@ FUZZBUILD  ?= build-fuzz
 BENCHBUILD ?= build-bench
 JOBS       ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
-GENERATOR  := -G Ninja
 
 .PHONY: all deps configure build run package test test-main test-kill test-nogui test-asan test-fuzz-smoke bench fuzz clean
 
@@ -16,7 +17,7 @@ deps:
 	@scripts/install-deps
 
 configure: deps
-	cmake -S . -B $(BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --preset dev -B $(BUILD)
 
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
@@ -39,15 +40,14 @@ test-kill: build
 
 # The libraries, fiva-cli and their tests without QtWidgets, proving the layering holds.
 test-nogui: deps
-	cmake -S . -B $(NOGUI) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DFIVA_BUILD_GUI=OFF
+	cmake --preset nogui -B $(NOGUI)
 	cmake --build $(NOGUI) -j $(JOBS)
 	# The ZIP library is built the same way as in test-main, which already ran its entries past 4 GiB.
 	cd $(NOGUI) && ctest --output-on-failure -j $(JOBS) -LE 'large|kill'
 
 # The ZIP library and its tests under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan: deps
-	cmake -S . -B $(SANITIZE) $(GENERATOR) -DCMAKE_BUILD_TYPE=Debug -DFIVA_ZIP_ONLY=ON \
-	  -DFIVA_SANITIZE=address,undefined
+	cmake --preset asan-zip -B $(SANITIZE)
 	cmake --build $(SANITIZE) -j $(JOBS)
 	cd $(SANITIZE) && ctest --output-on-failure -j $(JOBS)
 
@@ -56,13 +56,12 @@ test-fuzz-smoke:
 	$(MAKE) fuzz FUZZ_SECONDS=30
 
 bench: deps
-	cmake -S . -B $(BENCHBUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=Release -DFIVA_BUILD_BENCH=ON -DFIVA_BUILD_TESTS=OFF
+	cmake --preset bench -B $(BENCHBUILD)
 	cmake --build $(BENCHBUILD) -j $(JOBS)
 	bench/run-all.sh $(BENCHBUILD)
 
 fuzz: deps
-	CC=clang CXX=clang++ cmake -S . -B $(FUZZBUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DFIVA_BUILD_FUZZ=ON -DFIVA_BUILD_TESTS=OFF -DFIVA_BUILD_GUI=OFF
+	cmake --preset fuzz -B $(FUZZBUILD)
 	cmake --build $(FUZZBUILD) -j $(JOBS) --target fuzzers
 	fuzz/run-all.sh $(FUZZBUILD) $(FUZZ_SECONDS)
 

@@ -20,19 +20,11 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QScreen>
-#include <QSettings>
 #include <QTranslator>
 
 namespace fiva {
 
 namespace {
-
-std::unique_ptr<QSettings> openWindowState(const QString &file)
-{
-    if (file.isEmpty())
-        return std::make_unique<QSettings>(QStringLiteral("Fiva"), QStringLiteral("Fiva"));
-    return std::make_unique<QSettings>(file, QSettings::IniFormat);
-}
 
 // The interface is written in French only, so Qt's French catalogue is loaded even under a C or
 // English locale; without it the panels would mix "Look in:" with our own French texts.
@@ -66,7 +58,6 @@ void bringForward(QWidget *window)
 
 FivaApp::FivaApp(AppServices services, QObject *parent)
     : QObject(parent), m_services(std::move(services)), m_qtTexts(installQtTexts()),
-      m_windowState(openWindowState(m_services.windowStateFile)),
       m_store(std::make_unique<LinkStore>(m_services.paths, m_services.workspace, m_services.clock,
                                           m_services.timerPeriod)),
       m_helpCommands(m_services.resources, m_services.dialogs, m_services.workspace)
@@ -74,7 +65,7 @@ FivaApp::FivaApp(AppServices services, QObject *parent)
     m_store->setDialogs(&m_services.dialogs);
     // fiva-cli and scripts change the same files: the window shows what they saved.
     m_store->watchFiles();
-    m_mainWindow = std::make_unique<MainWindow>(*m_windowState);
+    m_mainWindow = std::make_unique<MainWindow>(m_services.settings);
     m_mainWindow->setWindowIcon(appIcon());
     auto *content = new ContentView(*m_store, m_services.dialogs, m_services.workspace, m_services.settings,
                                     m_services.clock);

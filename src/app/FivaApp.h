@@ -11,7 +11,6 @@
 #include <memory>
 
 class QAction;
-class QSettings;
 class QTranslator;
 
 namespace fiva {
@@ -28,8 +27,8 @@ class Settings;
 class Workspace;
 
 // What the application is given by main(), or by a test: the desktop services, the stored
-// preferences, where the shipped documents are and where the window's size and position are kept
-// (the user's settings file when empty). All of it must outlive the application object.
+// preferences (the window's size and position among them) and where the shipped documents are.
+// All of it must outlive the application object.
 struct AppServices
 {
     const Paths &paths;
@@ -38,7 +37,6 @@ struct AppServices
     Dialogs &dialogs;
     Settings &settings;
     Resources resources;
-    QString windowStateFile;
     TimerPeriod timerPeriod = realTimerPeriod;
 };
 
@@ -90,7 +88,6 @@ private:
     AppServices m_services;
     // Qt's own texts in French; installed before any window exists and removed after the last.
     std::unique_ptr<QTranslator> m_qtTexts;
-    std::unique_ptr<QSettings> m_windowState;
     std::unique_ptr<LinkStore> m_store;
     HelpMenuCommands m_helpCommands;
     std::unique_ptr<MainWindow> m_mainWindow;

@@ -1,24 +1,18 @@
 #include "app/MainWindow.h"
 
+#include "platform/Settings.h"
+
 #include <QCloseEvent>
 #include <QGuiApplication>
 #include <QScreen>
-#include <QSettings>
 
 namespace fiva {
 
-namespace {
-
-const QString geometryKey = QStringLiteral("MainWindow/geometry");
-
-} // namespace
-
-MainWindow::MainWindow(QSettings &windowState, QWidget *parent)
-    : QMainWindow(parent), m_windowState(windowState)
+MainWindow::MainWindow(Settings &settings, QWidget *parent) : QMainWindow(parent), m_settings(settings)
 {
     setWindowTitle(QStringLiteral("Fiva"));
     setMinimumSize(640, 420);
-    const QByteArray geometry = m_windowState.value(geometryKey).toByteArray();
+    const QByteArray geometry = m_settings.value(Settings::Key::mainWindowGeometry).toByteArray();
     if (geometry.isEmpty() || !restoreGeometry(geometry)) {
         resize(1100, 700);
         if (const QScreen *screen = QGuiApplication::primaryScreen())
@@ -28,8 +22,7 @@ MainWindow::MainWindow(QSettings &windowState, QWidget *parent)
 
 void MainWindow::saveWindowState()
 {
-    m_windowState.setValue(geometryKey, saveGeometry());
-    m_windowState.sync();
+    m_settings.setValue(Settings::Key::mainWindowGeometry, saveGeometry());
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

@@ -2,18 +2,18 @@
 
 #include <QMainWindow>
 
-class QSettings;
-
 namespace fiva {
 
+class Settings;
+
 // The main window's frame: menus, and its size and position kept from one run to the next in
-// `windowState`, which must outlive the window.
+// `settings`, which must outlive the window.
 class MainWindow final : public QMainWindow
 {
     Q_OBJECT
 
 public:
-    explicit MainWindow(QSettings &windowState, QWidget *parent = nullptr);
+    explicit MainWindow(Settings &settings, QWidget *parent = nullptr);
 
     void saveWindowState();
 
@@ -21,7 +21,7 @@ protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
-    QSettings &m_windowState;
+    Settings &m_settings;
 };
 
 } // namespace fiva

@@ -70,7 +70,7 @@ int main(int argc, char *argv[])
         dialogs,
         settings,
         fiva::Resources(fiva::Resources::besideProgram(QCoreApplication::applicationDirPath())),
-        {}});
+    });
     dialogs.setParentWindow(app.mainWindow());
     app.mainWindow()->show();
     QObject::connect(

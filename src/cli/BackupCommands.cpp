@@ -1,8 +1,5 @@
 #include "cli/Commands.h"
-#include "cli/TerminalDialogs.h"
-#include "platform/Clock.h"
-#include "platform/Paths.h"
-#include "platform/Workspace.h"
+#include "cli/Session.h"
 #include "store/LinkStore.h"
 #include "store/Recovery.h"
 
@@ -20,22 +17,6 @@ void printErr(const QString &text)
     std::fputs(qPrintable(text + u'\n'), stderr);
 }
 
-// The store as the application opens it, with the terminal in place of the desktop's dialogs.
-class BackupSession final
-{
-public:
-    BackupSession() : m_store(m_paths, m_workspace, m_clock) { m_store.setDialogs(&m_dialogs); }
-    LinkStore &store() { return m_store; }
-    TerminalDialogs &dialogs() { return m_dialogs; }
-
-private:
-    DesktopPaths m_paths;
-    DesktopWorkspace m_workspace;
-    SystemClock m_clock;
-    TerminalDialogs m_dialogs;
-    LinkStore m_store;
-};
-
 const Command &command(const char *name);
 
 int runExport(const QStringList &args)
@@ -49,7 +30,7 @@ int runExport(const QStringList &args)
         return usageError(self);
     // The history keeps the full path, whatever directory the command ran in.
     const QString archive = QFileInfo(rest[0]).absoluteFilePath();
-    BackupSession session;
+    Session session;
     // A mistyped path must not silently destroy the file that happens to be there. A folder is
     // left to the export, which refuses it.
     const QFileInfo existing(archive);
@@ -91,13 +72,13 @@ int runRestore(const QStringList &args)
         // data is still in the archive it came from.
         if (!rest.isEmpty() || yes)
             return usageError(self);
-        BackupSession session;
+        Session session;
         return session.store().undoRestore() ? exitOk : exitFailure;
     }
     if (rest.size() != 1 || rest[0].startsWith(u'-'))
         return usageError(self);
     const QString archive = QFileInfo(rest[0]).absoluteFilePath();
-    BackupSession session;
+    Session session;
     if (!yes) {
         const AlertAnswer answer =
             session.dialogs().runAlert({QStringLiteral("Restaurer les données ?"),
@@ -126,7 +107,7 @@ int runRecover(const QStringList &args)
     const bool yes = rest.removeAll(QStringLiteral("--yes")) > 0;
     if (!rest.isEmpty())
         return usageError(self);
-    BackupSession session;
+    Session session;
     LinkStore &store = session.store();
     if (!store.setAsideDataFile().isEmpty())
         printErr(QStringLiteral("Le fichier de données était illisible ; il a été mis de côté : ") +

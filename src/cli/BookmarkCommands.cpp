@@ -1,9 +1,7 @@
 #include "cli/Commands.h"
+#include "cli/Session.h"
 #include "interchange/BookmarkExport.h"
 #include "interchange/BookmarkImport.h"
-#include "platform/Clock.h"
-#include "platform/Paths.h"
-#include "platform/Workspace.h"
 #include "store/FileIO.h"
 #include "store/LinkStore.h"
 #include "store/StoredNotes.h"
@@ -15,26 +13,6 @@ namespace fiva::cli {
 namespace {
 
 namespace ic = interchange;
-
-// The store as the application opens it; the CLI runs no event loop, so no timer ever fires.
-class BookmarkSession final
-{
-public:
-    BookmarkSession() : m_store(m_paths, m_workspace, m_clock)
-    {
-        QObject::connect(&m_store, &LinkStore::saveFailed, &m_store, [this] { m_saveFailed = true; });
-    }
-    LinkStore &store() { return m_store; }
-    const Clock &clock() const { return m_clock; }
-    bool saveFailed() const { return m_saveFailed; }
-
-private:
-    DesktopPaths m_paths;
-    DesktopWorkspace m_workspace;
-    SystemClock m_clock;
-    LinkStore m_store;
-    bool m_saveFailed = false;
-};
 
 void printLine(std::FILE *out, const QString &line)
 {
@@ -97,7 +75,7 @@ int runImport(const QStringList &args)
     if (!bytes)
         return fail(self, bytes.error());
 
-    BookmarkSession session;
+    Session session;
     ic::ImportPlan plan;
     const auto saved =
         session.store().importRecords([&](const QList<LinkItem> &items, const QStringList &categories) {
@@ -128,7 +106,7 @@ int runExport(const QStringList &args)
         return exitOk;
     if (args.size() != 1 || args.front().startsWith(u'-'))
         return usageError(self);
-    BookmarkSession session;
+    Session session;
     const LinkStore &store = session.store();
     const QByteArray bytes = ic::writeBookmarkFile(store.items(), store.categories(), notesPlainText);
     if (const auto error = fileio::writeWholeFile(args.front(), bytes))

@@ -1,7 +1,5 @@
 #include "cli/Commands.h"
-#include "platform/Clock.h"
-#include "platform/Paths.h"
-#include "platform/Workspace.h"
+#include "cli/Session.h"
 #include "store/LinkStore.h"
 
 #include <QUuid>
@@ -16,25 +14,6 @@
 namespace fiva::cli {
 
 namespace {
-
-// The store as the application opens it; a failed save decides the exit code.
-class HealthSession final
-{
-public:
-    HealthSession() : m_store(m_paths, m_workspace, m_clock)
-    {
-        QObject::connect(&m_store, &LinkStore::saveFailed, &m_store, [this] { m_saveFailed = true; });
-    }
-    LinkStore &store() { return m_store; }
-    bool saveFailed() const { return m_saveFailed; }
-
-private:
-    DesktopPaths m_paths;
-    DesktopWorkspace m_workspace;
-    SystemClock m_clock;
-    LinkStore m_store;
-    bool m_saveFailed = false;
-};
 
 void printTo(std::FILE *out, const QString &line)
 {
@@ -61,7 +40,7 @@ int runCheck(const QStringList &args)
         return usageError(command);
     const bool web = !args.isEmpty();
 
-    HealthSession session;
+    Session session;
     const QList<LinkItem> &items = session.store().items();
     // The last web results live in the cache beside the data file, so that a check without --web
     // still reports the pages found dead last time, as the window does.
@@ -118,7 +97,7 @@ int runRelocate(const QStringList &args)
         return exitUsage;
     }
 
-    HealthSession session;
+    Session session;
     LinkStore &store = session.store();
     const auto health = checkRecords(store.items());
     if (!health)

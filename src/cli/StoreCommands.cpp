@@ -1,7 +1,6 @@
 #include "cli/Commands.h"
-#include "platform/Clock.h"
-#include "platform/Paths.h"
-#include "platform/Workspace.h"
+#include "cli/Session.h"
+#include "model/DateTimeConversion.h"
 #include "store/LinkStore.h"
 #include "store/StoredNotes.h"
 #include "store/Trimming.h"
@@ -19,28 +18,6 @@
 namespace fiva::cli {
 
 namespace {
-
-// The store as the application opens it: the desktop's AS folder, the real clock. The CLI runs
-// no event loop, so the automatic-backup timer never fires here.
-class StoreSession final
-{
-public:
-    StoreSession() : m_store(m_paths, m_workspace, m_clock)
-    {
-        // Failures during start-up were printed by the store; from here on they decide the exit code.
-        QObject::connect(&m_store, &LinkStore::saveFailed, &m_store, [this] { m_saveFailed = true; });
-    }
-
-    LinkStore &store() { return m_store; }
-    int exitCode() const { return m_saveFailed ? exitFailure : exitOk; }
-
-private:
-    DesktopPaths m_paths;
-    DesktopWorkspace m_workspace;
-    SystemClock m_clock;
-    LinkStore m_store;
-    bool m_saveFailed = false;
-};
 
 void printLine(const QString &line)
 {
@@ -134,8 +111,7 @@ int runAdd(const QStringList &args)
         return usageError(self);
     }
 
-    SystemClock clock;
-    StoreSession session;
+    Session session;
     LinkStore &store = session.store();
     LinkItem item;
     item.id = QUuid::createUuid();
@@ -145,7 +121,7 @@ int runAdd(const QStringList &args)
         category ? *category
                  : (store.categories().isEmpty() ? LinkStore::uncategorized() : store.categories().first());
     item.notes = notesHTML(notes.value_or(QString()));
-    item.createdAt = clock.now();
+    item.createdAt = session.clock().now();
     item.kind = kind;
     // Under the data folder's lock, onto the records as they are on disk at that moment: the
     // window or another fiva-cli may have saved since this store was opened.
@@ -281,7 +257,7 @@ int runList(const QStringList &args)
         return exitOk;
     if (!args.isEmpty())
         return usageError(self);
-    StoreSession session;
+    Session session;
     // Whatever the store printed while it started must come first.
     std::fflush(stdout);
     ListingWriter out;
@@ -313,7 +289,7 @@ int runFavorite(const QStringList &args)
     const auto id = args.size() == 1 ? parseId(args.first()) : std::nullopt;
     if (!id)
         return usageError(self);
-    StoreSession session;
+    Session session;
     if (!hasRecord(session.store(), *id)) {
         printError(self, QStringLiteral("aucune fiche n'a l'identifiant ") + args.first());
         return exitFailure;
@@ -330,7 +306,7 @@ int runDelete(const QStringList &args)
     const auto id = args.size() == 1 ? parseId(args.first()) : std::nullopt;
     if (!id)
         return usageError(self);
-    StoreSession session;
+    Session session;
     const bool known = hasRecord(session.store(), *id);
     // The store saves even when nothing matched; the tool still tells the caller.
     session.store().deleteItem(*id);
@@ -353,7 +329,7 @@ int runCategories(const QStringList &args)
                        (action == u"delete" && operands == 1);
     if (!valid)
         return usageError(self);
-    StoreSession session;
+    Session session;
     LinkStore &store = session.store();
     if (action == u"add")
         store.addCategory(args.at(1));
@@ -377,7 +353,7 @@ int runBackupNow(const QStringList &args)
         return exitOk;
     if (!args.isEmpty())
         return usageError(self);
-    StoreSession session;
+    Session session;
     LinkStore &store = session.store();
     const qsizetype before = store.backupHistory().size();
     store.performAutoBackup();
@@ -394,10 +370,9 @@ int runHistory(const QStringList &args)
         return exitOk;
     if (!args.isEmpty())
         return usageError(self);
-    StoreSession session;
+    Session session;
     for (const BackupLog &log : session.store().backupHistory()) {
-        const QDateTime date =
-            QDateTime::fromMSecsSinceEpoch(std::llround(log.date.toUnix() * 1000.0), Qt::UTC);
+        const QDateTime date = toDateTime(log.date).value_or(QDateTime()).toUTC();
         printLine(log.id.toString(QUuid::WithoutBraces).toUpper() + u'\t' + date.toString(Qt::ISODateWithMs) +
                   u'\t' + QString::number(log.fileSize) + u'\t' + field(log.filePath));
     }

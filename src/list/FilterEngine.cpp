@@ -2,7 +2,9 @@
 
 #include "list/FilterEngineTuning.h"
 #include "list/SearchText.h"
+#include "model/NotesMarkup.h"
 #include "model/Parallel.h"
+#include "text/Utf8.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,11 +15,6 @@ namespace fiva {
 
 namespace {
 
-// The head and tail that the edit form wraps around every note. Both are ASCII without line-feed
-// pairs, so no grapheme cluster crosses their edges except through the first or last character.
-constexpr QStringView notesHead =
-    u"<html>\n    <head>\n        <meta charset=\"UTF-8\">\n    </head>\n    <body>\n        <p>";
-constexpr QStringView notesTail = u"</p>\n    </body>\n</html>";
 // How much of the head and tail stays around the user's text, so that short queries that straddle
 // an edge are still found by the plain scan.
 constexpr qsizetype notesContext = 16;
@@ -39,17 +36,7 @@ void appendWtf8(std::string &out, QStringView text)
             c = QChar::surrogateToUcs4(static_cast<char16_t>(c), text[i + 1].unicode());
             ++i;
         }
-        if (c < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-        } else if (c < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        }
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        appendUtf8(out, c);
     }
 }
 

@@ -1,15 +1,8 @@
 #include "list/FilterState.h"
 
+#include "model/DateTimeConversion.h"
+
 namespace fiva {
-
-namespace {
-
-Timestamp toTimestamp(const QDateTime &when)
-{
-    return Timestamp::fromUnix(static_cast<double>(when.toMSecsSinceEpoch()) / 1000.0);
-}
-
-} // namespace
 
 FilterState FilterState::initial(const QDateTime &now)
 {

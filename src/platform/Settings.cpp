@@ -28,6 +28,9 @@ const std::array<KeySpec, Settings::allKeys.size()> &keyTable()
         {Settings::Key::lastOpenPanelFolder, u"lastOpenPanelFolder", QMetaType::QString, QString()},
         {Settings::Key::lastSavePanelFolder, u"lastSavePanelFolder", QMetaType::QString, QString()},
         {Settings::Key::lastBackupReminderDate, u"lastBackupReminderDate", QMetaType::QString, QString()},
+        // The name the window used when it kept its own settings object on this same file, so that
+        // a window placed by an earlier version opens where it was left.
+        {Settings::Key::mainWindowGeometry, u"MainWindow/geometry", QMetaType::QByteArray, QByteArray()},
     }};
     return table;
 }

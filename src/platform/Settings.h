@@ -32,13 +32,16 @@ public:
         lastSavePanelFolder,
         // The day the backup reminder was last shown, as yyyy-MM-dd, so that it comes once a day
         // however often the program is started; empty until then.
-        lastBackupReminderDate
+        lastBackupReminderDate,
+        // The main window's size and position, as Qt saves them.
+        mainWindowGeometry
     };
     Q_ENUM(Key)
     static constexpr std::array allKeys{
         Key::sortOrder,           Key::warnOldBackup,       Key::askDeleteConfirmation,
         Key::backupReminderDay,   Key::noteFontName,        Key::noteFontSize,
-        Key::lastOpenPanelFolder, Key::lastSavePanelFolder, Key::lastBackupReminderDate};
+        Key::lastOpenPanelFolder, Key::lastSavePanelFolder, Key::lastBackupReminderDate,
+        Key::mainWindowGeometry};
 
     // The user's settings store, under organisation and application "Fiva".
     explicit Settings(QObject *parent = nullptr);

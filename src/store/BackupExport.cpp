@@ -3,6 +3,7 @@
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
 #include "platform/Paths.h"
+#include "store/AttachmentIndex.h"
 #include "store/BackupFiles.h"
 #include "store/Console.h"
 #include "store/Failures.h"

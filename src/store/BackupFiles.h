@@ -2,7 +2,6 @@
 
 #include "model/Result.h"
 
-#include <QByteArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -64,6 +63,9 @@ QString restoreCandidate(const QString &name, int n);
 
 // True when something, even a dangling link, holds that name.
 bool isOccupied(const QString &path);
+// The first path free in `folder` for a copy of a file called `name`: the name itself, then the
+// export's candidates name-1.ext, name-2.ext, ... Attaching a file names its copy the same way.
+QString freeCopyPath(const QString &folder, const QString &name);
 // True when the path leads to a regular file (following links).
 bool isRegularFile(const QString &path);
 
@@ -82,24 +84,6 @@ void removeTree(const QString &path);
 // Every item below `folder`, as full paths, shallowest first and in name order within a folder.
 // Links are listed but not followed.
 Result<QStringList> listTree(const QString &folder);
-
-// The list, written beside FivaData.json, of which archived file belongs to which attachment.
-// Readers that do not know it ignore it; it lets ours tell same-named files apart.
-QString attachmentIndexName();
-
-struct ArchivedAttachment
-{
-    qsizetype record = 0;     // position in the document's items
-    qsizetype attachment = 0; // position in that record's attachments
-    QString filePath;         // the attachment's filePath when it was archived, as a check
-    QString file;             // name of the copy inside the archive's attachments folder
-
-    friend bool operator==(const ArchivedAttachment &, const ArchivedAttachment &) = default;
-};
-
-QByteArray encodeAttachmentIndex(const QList<ArchivedAttachment> &entries);
-// Nothing when the bytes are not an index this program wrote, or name a file outside the folder.
-std::optional<QList<ArchivedAttachment>> decodeAttachmentIndex(const QByteArray &bytes);
 
 // What the central directory of a ZIP file says of itself, read back without unpacking anything.
 struct ArchiveDirectory

@@ -3,6 +3,7 @@
 #include "platform/Clock.h"
 #include "platform/Dialogs.h"
 #include "platform/Paths.h"
+#include "store/AttachmentIndex.h"
 #include "store/BackupFiles.h"
 #include "store/Console.h"
 #include "store/FileIO.h"
@@ -137,6 +138,133 @@ Result<SavedData> decodeDocument(const QByteArray &bytes, Timestamp now)
     return SavedData{std::move(legacy).value(), {LinkStore::uncategorized()}, std::nullopt};
 }
 
+// What a restore reads, once the archive is unpacked into the staging folder.
+struct Staged
+{
+    QString document;    // the data document; empty when the archive holds none
+    QString attachments; // the folder of attachment copies; empty when there is none
+    bool isArchive = false;
+};
+
+// Stage: an automatic backup is read where it is; an archive is checked whole, then unpacked.
+Result<Staged> stage(const QString &location, backup::StagingFolder &staging, const QString &temporaryFolder)
+{
+    // An automatic backup is the data file's JSON under the archive's extension: its records and
+    // categories come back, and there are no attachment copies to bring.
+    if (backup::startsLikeJson(location))
+        return Staged{location, {}, false};
+    // Unpacking stops quietly at the first record it cannot read, which would restore part of the
+    // archive without a word: the directory must account for every entry first. Every entry's CRC
+    // is then checked while unpacking, before anything of the store changes.
+    const Result<backup::ArchiveDirectory> directory = backup::readArchiveDirectory(location);
+    if (!directory)
+        return Result<Staged>::failure(directory.error());
+    if (auto error = backup::checkAllEntriesReadable(location, directory.value()))
+        return Result<Staged>::failure(*error);
+    if (auto error = staging.create(temporaryFolder, u"FivaImport-"))
+        return Result<Staged>::failure(*error);
+    try {
+        zip::unzipItem(backup::toFsPath(location), backup::toFsPath(staging.path()), false, false);
+    } catch (const std::exception &error) {
+        return Result<Staged>::failure(backup::describe(error, location));
+    }
+    const Result<QStringList> listing = backup::listTree(staging.path());
+    if (!listing)
+        return Result<Staged>::failure(listing.error());
+    // The listing goes shallowest first, so the document at the archive's top wins over an
+    // attachment that happens to be called FivaData.json.
+    const std::vector<QString> found =
+        firstNamed(listing.value(), {QStringLiteral("FivaData.json"), QStringLiteral("attachments")});
+    return Staged{found[0], found[1], true};
+}
+
+// Decode: the staged document, as a sentence naming the file when it cannot be read.
+Result<SavedData> decode(const Staged &staged, const QString &location, Timestamp now)
+{
+    const Result<QByteArray> bytes = fileio::readWholeFile(staged.document);
+    if (!bytes)
+        return Result<SavedData>::failure(unreadable(staged.document, bytes.error()));
+    Result<SavedData> decoded = decodeDocument(bytes.value(), now);
+    if (decoded)
+        return decoded;
+    if (staged.isArchive)
+        return Result<SavedData>::failure(QStringLiteral("Le fichier FivaData.json de l'archive ") +
+                                          backup::quoted(location) + QStringLiteral(" est illisible (") +
+                                          decoded.error() + u')');
+    return Result<SavedData>::failure(
+        QStringLiteral("Ce fichier n'est pas une archive ZIP, ni une sauvegarde automatique lisible : ") +
+        backup::quoted(location) + QStringLiteral(" (") + decoded.error() + u')');
+}
+
+// Only regular files of the unpacked tree are copied, and none reached through a link: a link in
+// the archive would otherwise hand over any file the user can read.
+bool isPlainFileIn(const QDir &root, const QString &path)
+{
+    const QStringList parts = root.relativeFilePath(path).split(u'/', Qt::SkipEmptyParts);
+    if (parts.isEmpty() || parts.first() == u"..")
+        return false;
+    QString walked = root.path();
+    for (qsizetype i = 0; i < parts.size(); ++i) {
+        walked += u'/' + parts.at(i);
+        struct stat info
+        {
+        };
+        if (::lstat(QFile::encodeName(walked).constData(), &info) != 0 ||
+            !(i + 1 < parts.size() ? S_ISDIR(info.st_mode) : S_ISREG(info.st_mode)))
+            return false;
+    }
+    return true;
+}
+
+// Copy: each attachment's archived copy into the attachments folder under a free name, and the
+// record pointed at the copy. Every copy made is added to `copied`, also when a later one fails.
+std::optional<QString> copyAttachments(QList<LinkItem> &items, const Staged &staged,
+                                       const QString &stagingRoot, const QString &attachmentsFolder,
+                                       QStringList &copied)
+{
+    if (staged.attachments.isEmpty())
+        return std::nullopt;
+    const QDir archived(staged.attachments);
+    std::optional<QList<backup::ArchivedAttachment>> index;
+    const QString indexPath = QFileInfo(staged.document).dir().filePath(backup::attachmentIndexName());
+    if (backup::isRegularFile(indexPath)) {
+        if (const Result<QByteArray> indexBytes = fileio::readWholeFile(indexPath))
+            index = backup::decodeAttachmentIndex(indexBytes.value());
+    }
+    const QHash<Position, QString> files = matchArchivedFiles(items, archived, index);
+
+    const QDir root(stagingRoot);
+    const QDir folder(attachmentsFolder);
+    // Each unpacked file is moved into place after its last use rather than copied, so that no more
+    // than one copy of an attachment exists beside the unpacked tree at any moment, whatever the
+    // archive's size.
+    QHash<QString, int> usesLeft;
+    for (const QString &file : files)
+        ++usesLeft[file];
+    for (qsizetype r = 0; r < items.size(); ++r) {
+        QList<Attachment> &list = items[r].attachments;
+        for (qsizetype a = 0; a < list.size(); ++a) {
+            const auto file = files.constFind({r, a});
+            if (file == files.cend())
+                continue;
+            const QString source = archived.filePath(*file);
+            if (!isPlainFileIn(root, source))
+                continue;
+            const QString name = backup::lastComponent(list.at(a).filePath);
+            QString target = folder.filePath(name);
+            for (int n = 1; backup::isOccupied(target); ++n)
+                target = folder.filePath(backup::restoreCandidate(name, n));
+            const bool last = --usesLeft[*file] == 0;
+            if (auto error = last ? backup::moveFile(source, target) : backup::copyFile(source, target))
+                return error;
+            copied.append(target);
+            list[a].filePath = target;
+            list[a].fileName = backup::lastComponent(target);
+        }
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 bool LinkStore::restoreBackup(const QString &location)
@@ -149,63 +277,16 @@ bool LinkStore::restoreBackup(const QString &location)
         return false;
     };
 
-    SavedData restored;
     backup::StagingFolder staging;
-    QString archivedAttachments;
-    QString dataPath;
-    if (backup::startsLikeJson(location)) {
-        // An automatic backup is the data file's JSON under the archive's extension: its records
-        // and categories come back, and there are no attachment copies to bring.
-        const Result<QByteArray> bytes = fileio::readWholeFile(location);
-        if (!bytes)
-            return fail(failureTitle(), unreadable(location, bytes.error()));
-        Result<SavedData> decoded = decodeDocument(bytes.value(), m_clock.now());
-        if (!decoded) {
-            return fail(failureTitle(),
-                        QStringLiteral("Ce fichier n'est pas une archive ZIP, ni une sauvegarde automatique "
-                                       "lisible : ") +
-                            backup::quoted(location) + QStringLiteral(" (") + decoded.error() + u')');
-        }
-        restored = std::move(decoded).value();
-    } else {
-        // Unpacking stops quietly at the first record it cannot read, which would restore part of
-        // the archive without a word: the directory must account for every entry first. Every
-        // entry's CRC is then checked while unpacking, before anything of the store changes.
-        const Result<backup::ArchiveDirectory> directory = backup::readArchiveDirectory(location);
-        if (!directory)
-            return fail(failureTitle(), directory.error());
-        if (auto error = backup::checkAllEntriesReadable(location, directory.value()))
-            return fail(failureTitle(), *error);
-        if (auto error = staging.create(m_paths.temporaryFolder(), u"FivaImport-"))
-            return fail(failureTitle(), *error);
-        try {
-            zip::unzipItem(backup::toFsPath(location), backup::toFsPath(staging.path()), false, false);
-        } catch (const std::exception &error) {
-            return fail(failureTitle(), backup::describe(error, location));
-        }
-        const Result<QStringList> listing = backup::listTree(staging.path());
-        if (!listing)
-            return fail(failureTitle(), listing.error());
-        // The listing goes shallowest first, so the document at the archive's top wins over an
-        // attachment that happens to be called FivaData.json.
-        const std::vector<QString> found =
-            firstNamed(listing.value(), {QStringLiteral("FivaData.json"), QStringLiteral("attachments")});
-        dataPath = found[0];
-        archivedAttachments = found[1];
-        if (dataPath.isEmpty())
-            return fail(QStringLiteral("Erreur restauration"), QStringLiteral("FivaData.json introuvable."));
-
-        const Result<QByteArray> bytes = fileio::readWholeFile(dataPath);
-        if (!bytes)
-            return fail(failureTitle(), unreadable(dataPath, bytes.error()));
-        Result<SavedData> decoded = decodeDocument(bytes.value(), m_clock.now());
-        if (!decoded) {
-            return fail(failureTitle(), QStringLiteral("Le fichier FivaData.json de l'archive ") +
-                                            backup::quoted(location) + QStringLiteral(" est illisible (") +
-                                            decoded.error() + u')');
-        }
-        restored = std::move(decoded).value();
-    }
+    const Result<Staged> staged = stage(location, staging, m_paths.temporaryFolder());
+    if (!staged)
+        return fail(failureTitle(), staged.error());
+    if (staged.value().document.isEmpty())
+        return fail(QStringLiteral("Erreur restauration"), QStringLiteral("FivaData.json introuvable."));
+    Result<SavedData> decoded = decode(staged.value(), location, m_clock.now());
+    if (!decoded)
+        return fail(failureTitle(), decoded.error());
+    SavedData restored = std::move(decoded).value();
 
     // From the snapshot to the last write, no other process may change the data: its change would
     // be neither in the snapshot nor in the restored data.
@@ -239,76 +320,18 @@ bool LinkStore::restoreBackup(const QString &location)
     }
     const auto dropSnapshot = [&snapshot] { QFile::remove(snapshot.value()); };
 
-    // Copies made by this run. When a copy fails, the ones before it stay where they are: they
-    // are extra files that nothing refers to, and never replace a file that was there. Only a
-    // restore whose data cannot be saved takes them back, together with the old data.
+    // When a copy fails, the ones before it stay where they are: they are extra files that nothing
+    // refers to, and never replace a file that was there. Only a restore whose data cannot be
+    // saved takes them back, together with the old data.
     QStringList copied;
-    const auto undoCopies = [&copied] {
-        for (const QString &path : std::as_const(copied))
-            QFile::remove(path);
-    };
-    if (!archivedAttachments.isEmpty()) {
-        const QDir archived(archivedAttachments);
-        std::optional<QList<backup::ArchivedAttachment>> index;
-        const QString indexPath = QFileInfo(dataPath).dir().filePath(backup::attachmentIndexName());
-        if (backup::isRegularFile(indexPath)) {
-            if (const Result<QByteArray> indexBytes = fileio::readWholeFile(indexPath))
-                index = backup::decodeAttachmentIndex(indexBytes.value());
-        }
-        const QHash<Position, QString> files = matchArchivedFiles(restored.items, archived, index);
-
-        const QDir folder(attachmentsFolderURL());
-        // Only regular files of the unpacked tree are copied, and none reached through a link: a link in
-        // the archive would otherwise hand over any file the user can read.
-        const auto isPlainFileInStaging = [root = QDir(staging.path())](const QString &path) {
-            const QStringList parts = root.relativeFilePath(path).split(u'/', Qt::SkipEmptyParts);
-            if (parts.isEmpty() || parts.first() == u"..")
-                return false;
-            QString walked = root.path();
-            for (qsizetype i = 0; i < parts.size(); ++i) {
-                walked += u'/' + parts.at(i);
-                struct stat info
-                {
-                };
-                if (::lstat(QFile::encodeName(walked).constData(), &info) != 0 ||
-                    !(i + 1 < parts.size() ? S_ISDIR(info.st_mode) : S_ISREG(info.st_mode)))
-                    return false;
-            }
-            return true;
-        };
-        // Each unpacked file is moved into place after its last use rather than copied, so that no more than
-        // one copy of an attachment exists beside the unpacked tree at any moment, whatever the archive's
-        // size.
-        QHash<QString, int> usesLeft;
-        for (const QString &file : files)
-            ++usesLeft[file];
-        for (qsizetype r = 0; r < restored.items.size(); ++r) {
-            QList<Attachment> &list = restored.items[r].attachments;
-            for (qsizetype a = 0; a < list.size(); ++a) {
-                const auto file = files.constFind({r, a});
-                if (file == files.cend())
-                    continue;
-                const QString source = archived.filePath(*file);
-                if (!isPlainFileInStaging(source))
-                    continue;
-                const QString name = backup::lastComponent(list.at(a).filePath);
-                QString target = folder.filePath(name);
-                for (int n = 1; backup::isOccupied(target); ++n)
-                    target = folder.filePath(backup::restoreCandidate(name, n));
-                const bool last = --usesLeft[*file] == 0;
-                if (auto error = last ? backup::moveFile(source, target) : backup::copyFile(source, target)) {
-                    dropSnapshot();
-                    return fail(failureTitle(), *error);
-                }
-                copied.append(target);
-                list[a].filePath = target;
-                list[a].fileName = backup::lastComponent(target);
-            }
-        }
+    if (auto error =
+            copyAttachments(restored.items, staged.value(), staging.path(), attachmentsFolderURL(), copied)) {
+        dropSnapshot();
+        return fail(failureTitle(), *error);
     }
 
-    // From here the store changes. If the data file cannot take the new data, the old state
-    // comes back in memory and on disk, byte for byte, as if the restore had never started.
+    // Commit: from here the store changes. If the data file cannot take the new data, the old
+    // state comes back in memory and on disk, byte for byte, as if the restore had never started.
     QList<LinkItem> previousItems = m_items;
     QStringList previousCategories = m_categories;
     const std::optional<Timestamp> previousDate = m_lastBackupDate;
@@ -328,6 +351,7 @@ bool LinkStore::restoreBackup(const QString &location)
         return true;
     }
 
+    // Roll back.
     setItems(std::move(previousItems));
     setCategories(std::move(previousCategories));
     m_lastBackupDate = previousDate;
@@ -336,7 +360,8 @@ bool LinkStore::restoreBackup(const QString &location)
         (void)fileio::writeWholeFile(dataFile, *previousFile);
     else
         QFile::remove(dataFile);
-    undoCopies();
+    for (const QString &path : std::as_const(copied))
+        QFile::remove(path);
     dropSnapshot();
     return fail(failureTitle(),
                 QStringLiteral("Les données restaurées n'ont pas pu être enregistrées dans ") +

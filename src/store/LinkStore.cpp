@@ -1,5 +1,6 @@
 #include "store/LinkStore.h"
 
+#include "model/DateTimeConversion.h"
 #include "model/JsonCodec.h"
 #include "model/SavedData.h"
 #include "platform/Clock.h"
@@ -408,9 +409,10 @@ void LinkStore::load()
 
 QString LinkStore::asideName(const QString &path) const
 {
-    const QString stamp =
-        QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(m_clock.now().toUnix() * 1000.0), Qt::UTC)
-            .toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
+    const QString stamp = toDateTime(m_clock.now())
+                              .value_or(QDateTime())
+                              .toUTC()
+                              .toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
     const QString base = path + QStringLiteral(".unreadable-") + stamp;
     QString target = base;
     for (int n = 2; QFileInfo::exists(target) || QFileInfo(target).isSymLink(); ++n)

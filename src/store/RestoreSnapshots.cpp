@@ -1,5 +1,6 @@
 #include "store/RestoreSnapshots.h"
 
+#include "model/DateTimeConversion.h"
 #include "store/BackupFiles.h"
 
 #include <QDateTime>
@@ -90,8 +91,8 @@ Result<QString> keep(const QString &folder, const QByteArray &bytes, Timestamp t
     if (folder.isEmpty())
         return Result<QString>::failure(
             QStringLiteral("Le système ne donne aucun dossier où garder les données."));
-    const QString stamp = QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(time.toUnix() * 1000.0), Qt::UTC)
-                              .toString(QStringLiteral("yyyy-MM-dd'T'HH-mm-ss'Z'"));
+    const QString stamp =
+        toDateTime(time).value_or(QDateTime()).toUTC().toString(QStringLiteral("yyyy-MM-dd'T'HH-mm-ss'Z'"));
     const QDir dir(folder);
     QString path = dir.filePath(prefix() + stamp + QStringLiteral(".json"));
     for (int n = 2; backup::isOccupied(path); ++n)

@@ -1,14 +1,8 @@
 #include "store/StoredNotes.h"
 
+#include "model/NotesMarkup.h"
+
 namespace fiva {
-
-namespace {
-
-constexpr QStringView notesHead =
-    u"<html>\n    <head>\n        <meta charset=\"UTF-8\">\n    </head>\n    <body>\n        <p>";
-constexpr QStringView notesTail = u"</p>\n    </body>\n</html>";
-
-} // namespace
 
 QString notesHTML(const QString &text)
 {

@@ -1,5 +1,7 @@
 #include "zip/Entry.h"
 
+#include "text/Utf8.h"
+
 #include <sys/stat.h>
 
 #include <cmath>
@@ -31,20 +33,6 @@ constexpr char16_t codePage437High[128] = {
     0x2261, 0x00B1, 0x2265, 0x2264, 0x2320, 0x2321, 0x00F7, 0x2248, // F0
     0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0, // F8
 };
-
-void appendUTF8(std::string &out, char32_t c)
-{
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-    } else if (c < 0x800) {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
 
 } // namespace
 
@@ -98,7 +86,7 @@ std::string decodePath(ByteView bytes, PathEncoding encoding)
     std::string out;
     out.reserve(bytes.size());
     for (std::uint8_t b : bytes)
-        appendUTF8(out, b < 0x80 ? char32_t{b} : char32_t{codePage437High[b - 0x80]});
+        appendUtf8(out, b < 0x80 ? char32_t{b} : char32_t{codePage437High[b - 0x80]});
     return out;
 }
 

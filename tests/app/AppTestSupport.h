@@ -19,8 +19,7 @@ protected:
             StdoutCapture quiet;
             return std::make_unique<FivaApp>(
                 AppServices{m_paths, m_workspace, m_clock, m_dialogs, m_settings,
-                            Resources({m_resources.path(), m_moreResources.path()}),
-                            m_as.filePath(QStringLiteral("window.ini"))});
+                            Resources({m_resources.path(), m_moreResources.path()})});
         }();
         if (shown) {
             app->mainWindow()->show();

@@ -1,3 +1,4 @@
+#include "store/AttachmentIndex.h"
 #include "store/BackupFiles.h"
 #include "store/FileIO.h"
 #include "store/Trash.h"
@@ -19,6 +20,7 @@
 #include <functional>
 #include <ostream>
 #include <random>
+#include <tuple>
 
 #include "StoreTestSupport.h"
 
@@ -66,6 +68,29 @@ TEST(BackupNames, CandidatesLastComponentAndOrdinalOrder)
     // pair in UTF-16) sorts after U+FB01 by code point although its first unit is smaller.
     EXPECT_EQ(names, (QStringList{u"Zoo"_s, u"abc"_s, u"Été"_s, u"été"_s, u"e\u0301t\u00e9 b"_s, u"\uFB01n"_s,
                                   u"\U0001F600"_s}));
+}
+
+// The export and an attached file's copy both take the first free name; a dangling link holds one.
+TEST(BackupNames, FreeCopyPathSkipsTakenNamesOnly)
+{
+    // Names already there (a trailing "@" makes a dangling link), the file's name, the free path.
+    const std::tuple<QStringList, QString, QString> cases[]{
+        {{}, u"rapport.pdf"_s, u"rapport.pdf"_s},
+        {{u"rapport.pdf"_s, u"rapport-1.pdf"_s}, u"rapport.pdf"_s, u"rapport-2.pdf"_s},
+        {{u"rapport.pdf"_s, u"rapport-2.pdf"_s}, u"rapport.pdf"_s, u"rapport-1.pdf"_s},
+        {{u"notes@"_s}, u"notes"_s, u"notes-1."_s},
+        {{u"été.txt"_s}, u"été.txt"_s, u"été-1.txt"_s}};
+    for (const auto &[existing, name, expected] : cases) {
+        QTemporaryDir dir;
+        for (const QString &taken : existing) {
+            if (taken.endsWith(u'@'))
+                QFile::link(dir.filePath(u"nowhere"_s), dir.filePath(taken.chopped(1)));
+            else
+                writeBytes(dir.filePath(taken), "x");
+        }
+        EXPECT_EQ(backup::freeCopyPath(dir.path(), name), dir.filePath(expected))
+            << existing.join(u',').toStdString();
+    }
 }
 
 TEST(BackupNames, IndexRejectsNamesThatLeaveTheFolder)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/LinkItem.h"
+#include "model/NotesMarkup.h"
 #include "model/Timestamp.h"
 #include "platform/Workspace.h"
 
@@ -127,8 +128,7 @@ inline QString rowTexts(const QAbstractItemModel &model, int role)
 // The wrapping the edit form puts around every note.
 inline QString editFormNotes(const QString &text)
 {
-    return u"<html>\n    <head>\n        <meta charset=\"UTF-8\">\n    </head>\n    <body>\n        <p>"_s +
-           text + u"</p>\n    </body>\n</html>"_s;
+    return notesHead.toString() + text + notesTail.toString();
 }
 
 // A record with every field the record list filters or sorts by at hand.

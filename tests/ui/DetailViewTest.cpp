@@ -198,27 +198,6 @@ TEST_F(DetailViewTest, AttachedCopiesCountUpTheirNamesAndACancelledOrFailedCopyR
               (OpenPanelRequest{OpenPanelRequest::Kind::files, {}, false, u"Choisir"_s}));
 }
 
-TEST(DetailView, FreeAttachmentNameIsNameDashCounterDotExtension)
-{
-    // Files already there, the name of the new one, the name it gets.
-    const std::tuple<QStringList, QString, QString> cases[]{
-        {{}, u"rapport.pdf"_s, u"rapport.pdf"_s},
-        {{u"rapport.pdf"_s}, u"rapport.pdf"_s, u"rapport-1.pdf"_s},
-        {{u"rapport.pdf"_s, u"rapport-1.pdf"_s}, u"rapport.pdf"_s, u"rapport-2.pdf"_s},
-        {{u"rapport.pdf"_s, u"rapport-2.pdf"_s}, u"rapport.pdf"_s, u"rapport-1.pdf"_s},
-        {{u"notes"_s}, u"notes"_s, u"notes-1."_s},
-        {{u"a.tar.gz"_s}, u"a.tar.gz"_s, u"a.tar-1.gz"_s},
-        {{u".profile"_s}, u".profile"_s, u".profile-1."_s},
-        {{u"été.txt"_s}, u"été.txt"_s, u"été-1.txt"_s}};
-    for (const auto &[existing, fileName, expected] : cases) {
-        QTemporaryDir dir;
-        for (const QString &name : existing)
-            writeBytes(dir.filePath(name), "x");
-        EXPECT_EQ(DetailView::freeAttachmentPath(dir.path(), fileName), dir.filePath(expected))
-            << existing.join(u',').toStdString();
-    }
-}
-
 TEST_F(DetailViewTest, AttachmentRowsOpenOrSayTheFileIsGoneAndDeletionsAskFirst)
 {
     const QString kept = sourceFile(u"garde.txt"_s);

@@ -31,7 +31,9 @@ const std::vector<KeyRow> keyRows{
     {Key::noteFontSize, u"noteFontSize"_s, 16.0, 30.0},
     {Key::lastOpenPanelFolder, u"lastOpenPanelFolder"_s, QString(), u"/home/léa/Documents"_s},
     {Key::lastSavePanelFolder, u"lastSavePanelFolder"_s, QString(), u"/media/clé/Sauvegardes"_s},
-    {Key::lastBackupReminderDate, u"lastBackupReminderDate"_s, QString(), u"2025-01-01"_s}};
+    {Key::lastBackupReminderDate, u"lastBackupReminderDate"_s, QString(), u"2025-01-01"_s},
+    {Key::mainWindowGeometry, u"MainWindow/geometry"_s, QByteArray(),
+     QByteArray("\x01\xd9\xd0\xcb\0\x03", 6)}};
 
 class SettingsTest : public ::testing::Test
 {

@@ -69,8 +69,7 @@ int main(int argc, char *argv[])
     SystemClock clock;
     SilentDialogs dialogs;
     Settings settings(as.filePath(u"Fiva.ini"_s));
-    FivaApp app(
-        AppServices{paths, workspace, clock, dialogs, settings, Resources({}), as.filePath(u"window.ini"_s)});
+    FivaApp app(AppServices{paths, workspace, clock, dialogs, settings, Resources({})});
 
     // A few backups of different sizes, so the history has rows to show.
     for (int i = 0; i < 4; ++i) {

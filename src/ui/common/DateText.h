@@ -1,18 +1,10 @@
 #pragma once
 
-#include "model/Timestamp.h"
+#include "model/DateTimeConversion.h"
 
-#include <QDateTime>
 #include <QString>
 
-#include <optional>
-
 namespace fiva {
-
-// The local date and time of a stored date; nothing for one no calendar can show (infinite, NaN or
-// millions of years away, as a hand-edited file may hold).
-std::optional<QDateTime> toDateTime(Timestamp t);
-Timestamp toTimestamp(const QDateTime &dateTime);
 
 // The short numeric date of the user's locale, as the date pickers show it.
 QString shortDateFormat();

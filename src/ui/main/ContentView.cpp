@@ -18,6 +18,7 @@
 #include "ui/main/FailureBanner.h"
 #include "ui/main/HealthMonitor.h"
 #include "ui/main/LinkListModel.h"
+#include "ui/main/RecordRowDelegate.h"
 #include "ui/settings/BackupHistoryView.h"
 
 #include <QAction>
@@ -37,18 +38,14 @@
 #include <QListView>
 #include <QLocale>
 #include <QMimeData>
-#include <QMouseEvent>
-#include <QPainter>
 #include <QPushButton>
 #include <QShowEvent>
 #include <QSplitter>
 #include <QStackedWidget>
-#include <QStyledItemDelegate>
 #include <QToolBar>
 #include <QVBoxLayout>
 
 #include <algorithm>
-#include <cmath>
 
 #include "health/HealthCache.h"
 
@@ -59,11 +56,6 @@ namespace {
 // The edit sheet of a new record is always the same sheet, whatever was edited before it.
 const QUuid newItemContextId{QStringLiteral("00000000-0000-0000-0000-000000000001")};
 
-constexpr int rowMargin = 6;
-constexpr int rowLineSpacing = 2;
-constexpr int starSize = 18;
-constexpr int starGap = 8;
-
 // The date pickers edit the day only: the time of day of the bound stays as it was.
 Timestamp withDay(Timestamp bound, QDate day)
 {
@@ -71,109 +63,6 @@ Timestamp withDay(Timestamp bound, QDate day)
     dateTime.setDate(day);
     return toTimestamp(dateTime);
 }
-
-QFont scaled(QFont font, double factor)
-{
-    if (font.pointSizeF() > 0)
-        font.setPointSizeF(font.pointSizeF() * factor);
-    else if (font.pixelSize() > 0)
-        font.setPixelSize(std::max(1, int(std::lround(font.pixelSize() * factor))));
-    return font;
-}
-
-struct RowFonts
-{
-    QFont headline;
-    QFont caption;
-    QFont smallCaption;
-};
-
-RowFonts rowFonts(const QFont &base)
-{
-    RowFonts fonts{base, scaled(base, 0.85), scaled(base, 0.75)};
-    fonts.headline.setBold(true);
-    return fonts;
-}
-
-// The stored notes keep their line breaks and tabs; on a single line they read better as spaces.
-QString oneLine(QString text)
-{
-    for (QChar &c : text) {
-        if (c == u'\n' || c == u'\t' || c == u'\r')
-            c = u' ';
-    }
-    return text;
-}
-
-QRect starRectIn(const QRect &row)
-{
-    return QRect(row.right() - rowMargin - starSize + 1, row.center().y() - starSize / 2, starSize, starSize);
-}
-
-// A row of the record list: title, location and the stored notes on one line each, and the star.
-// Painted rather than built from widgets so that the list stays quick with many thousand records.
-class RecordRowDelegate final : public QStyledItemDelegate
-{
-public:
-    using QStyledItemDelegate::QStyledItemDelegate;
-
-    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
-    {
-        QStyleOptionViewItem background(option);
-        initStyleOption(&background, index);
-        background.text.clear();
-        background.icon = QIcon();
-        const QWidget *widget = option.widget;
-        QStyle *style = widget ? widget->style() : QApplication::style();
-        style->drawControl(QStyle::CE_ItemViewItem, &background, painter, widget);
-
-        const bool selected = option.state.testFlag(QStyle::State_Selected);
-        const QColor primary = option.palette.color(selected ? QPalette::HighlightedText : QPalette::Text);
-        const QColor secondary =
-            option.palette.color(selected ? QPalette::HighlightedText : QPalette::PlaceholderText);
-        const RowFonts fonts = rowFonts(option.font);
-        const QRect row = option.rect;
-        // A broken record gives up some of its text's width to a warning mark beside the star.
-        const bool broken = index.data(LinkListModel::HealthRole).isValid();
-        const int width = std::max(0, row.width() - 2 * rowMargin - (broken ? 2 : 1) * (starSize + starGap));
-        int y = row.top() + rowMargin;
-
-        painter->save();
-        const auto line = [&](const QFont &font, const QColor &color, const QString &text) {
-            const QFontMetrics metrics(font);
-            painter->setFont(font);
-            painter->setPen(color);
-            painter->drawText(QRect(row.left() + rowMargin, y, width, metrics.height()),
-                              Qt::AlignLeft | Qt::AlignVCenter,
-                              metrics.elidedText(text, Qt::ElideRight, width));
-            y += metrics.height() + rowLineSpacing;
-        };
-        line(fonts.headline, primary, index.data(LinkListModel::TitleRole).toString());
-        line(fonts.caption, secondary, index.data(LinkListModel::PathRole).toString());
-        const QVariant notes = index.data(LinkListModel::NotesRole);
-        if (notes.isValid())
-            line(fonts.smallCaption, secondary, oneLine(notes.toString()));
-        painter->restore();
-
-        const bool favorite = index.data(LinkListModel::FavoriteRole).toBool();
-        symbols::icon(favorite ? QStringLiteral("star.fill") : QStringLiteral("star"))
-            .paint(painter, starRectIn(row));
-        if (broken)
-            style->standardIcon(QStyle::SP_MessageBoxWarning, nullptr, widget)
-                .paint(painter, starRectIn(row).translated(-(starSize + starGap), 0));
-    }
-
-    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
-    {
-        // Heights only: measuring each record's text would cost too much on a long list.
-        const RowFonts fonts = rowFonts(option.font);
-        int height = 2 * rowMargin + QFontMetrics(fonts.headline).height() + rowLineSpacing +
-                     QFontMetrics(fonts.caption).height();
-        if (index.data(LinkListModel::NotesRole).isValid())
-            height += rowLineSpacing + QFontMetrics(fonts.smallCaption).height();
-        return QSize(option.rect.width() > 0 ? option.rect.width() : 200, height);
-    }
-};
 
 // Hands the detail what the latest health pass found for its record.
 void showHealth(DetailView *detail, const HealthMonitor *monitor)
@@ -211,7 +100,7 @@ QWidget *labelledPicker(const QString &label, QComboBox *picker, QWidget *parent
 void makeSecondary(QLabel *label, double scale)
 {
     label->setForegroundRole(QPalette::PlaceholderText);
-    label->setFont(scaled(label->font(), scale));
+    label->setFont(scaledFont(label->font(), scale));
 }
 
 } // namespace
@@ -442,7 +331,8 @@ QWidget *ContentView::buildSidebar()
     m_list = new QListView(sidebar);
     m_list->setObjectName(QStringLiteral("recordList"));
     m_list->setModel(m_model);
-    m_list->setItemDelegate(new RecordRowDelegate(m_list));
+    m_list->setItemDelegate(new RecordRowDelegate(
+        [this](const QModelIndex &index) { m_store.toggleFavorite(m_model->idAt(index.row())); }, m_list));
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     m_list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -724,7 +614,7 @@ void ContentView::showBackupHistory()
 
 QRect ContentView::starRectOfRow(int row) const
 {
-    return starRectIn(m_list->visualRect(m_model->index(row)));
+    return RecordRowDelegate::starRect(m_list->visualRect(m_model->index(row)));
 }
 
 void ContentView::showEvent(QShowEvent *event)
@@ -792,26 +682,7 @@ bool ContentView::eventFilter(QObject *watched, QEvent *event)
         }
         return true;
     }
-    const QEvent::Type type = event->type();
-    if (type != QEvent::MouseButtonPress && type != QEvent::MouseButtonRelease &&
-        type != QEvent::MouseButtonDblClick)
-        return false;
-    const auto *mouse = static_cast<QMouseEvent *>(event);
-    const QPoint position = mouse->position().toPoint();
-    const QModelIndex index = m_list->indexAt(position);
-    if (!index.isValid() || mouse->button() != Qt::LeftButton ||
-        !starRectIn(m_list->visualRect(index)).contains(position))
-        return false;
-    // The star is a button of its own: clicking it neither selects the row nor opens anything.
-    if (type == QEvent::MouseButtonPress) {
-        m_pressedStar = m_model->idAt(index.row());
-    } else if (type == QEvent::MouseButtonRelease) {
-        const QUuid id = m_model->idAt(index.row());
-        if (!m_pressedStar.isNull() && id == m_pressedStar)
-            m_store.toggleFavorite(id);
-        m_pressedStar = QUuid();
-    }
-    return true;
+    return false;
 }
 
 } // namespace fiva

@@ -143,8 +143,6 @@ private:
     std::optional<QUuid> m_selectedItemID;
     // Set while the view itself moves the list's selection, so that only the user's changes count.
     bool m_syncingSelection = false;
-    // The record whose star the mouse went down on; the click counts only if it comes up there too.
-    QUuid m_pressedStar;
 
     QToolBar *m_toolBar = nullptr;
     QAction *m_newItem = nullptr;

@@ -4,6 +4,7 @@
 #include "platform/Dialogs.h"
 #include "platform/Settings.h"
 #include "platform/Workspace.h"
+#include "store/BackupFiles.h"
 #include "store/Console.h"
 #include "store/LinkStore.h"
 #include "ui/common/DateText.h"
@@ -13,7 +14,6 @@
 #include "ui/main/AttachmentPreviewWindow.h"
 #include "ui/main/RelocationSearch.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -379,26 +379,6 @@ std::unique_ptr<QTextDocument> DetailView::renderNotes(const QString &html, cons
     return document;
 }
 
-QString DetailView::freeAttachmentPath(const QString &folder, const QString &fileName)
-{
-    const QDir dir(folder);
-    QString candidate = dir.filePath(fileName);
-    if (!QFileInfo::exists(candidate) && !QFileInfo(candidate).isSymLink())
-        return candidate;
-    // "rapport.pdf" gives rapport-1.pdf; "notes" gives "notes-1." with its dot; a name that is only
-    // an extension, such as ".profile", counts as having none.
-    const qsizetype dot = fileName.lastIndexOf(QLatin1Char('.'));
-    const bool hasExtension = dot > 0;
-    const QString stem = hasExtension ? fileName.left(dot) : fileName;
-    const QString extension = hasExtension ? fileName.mid(dot + 1) : QString();
-    for (qint64 counter = 1;; ++counter) {
-        candidate =
-            dir.filePath(stem + QLatin1Char('-') + QString::number(counter) + QLatin1Char('.') + extension);
-        if (!QFileInfo::exists(candidate) && !QFileInfo(candidate).isSymLink())
-            return candidate;
-    }
-}
-
 void DetailView::openLink()
 {
     const LinkItem item = currentItem();
@@ -438,7 +418,7 @@ void DetailView::copyAttachment(const QString &source)
 {
     const QString folder = m_store.attachmentsFolderURL();
     QDir().mkpath(folder);
-    const QString destination = freeAttachmentPath(folder, QFileInfo(source).fileName());
+    const QString destination = backup::freeCopyPath(folder, QFileInfo(source).fileName());
     QFile file(source);
     if (!file.copy(destination)) {
         console::print(u"Erreur copie fichier :", file.errorString());

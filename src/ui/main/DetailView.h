@@ -66,9 +66,6 @@ public:
     // the text cannot be read.
     static std::unique_ptr<QTextDocument> renderNotes(const QString &html, const QString &fontName,
                                                       double pointSize);
-    // The first free name in `folder` for a copy of a file called `fileName`: the name itself, then
-    // name-1.ext, name-2.ext, ... (the dot is kept when there is no extension).
-    static QString freeAttachmentPath(const QString &folder, const QString &fileName);
 
 protected:
     void dragEnterEvent(QDragEnterEvent *event) override;

@@ -196,6 +196,7 @@ void PreferencesView::refresh(Settings::Key key)
     case Settings::Key::lastOpenPanelFolder:
     case Settings::Key::lastSavePanelFolder:
     case Settings::Key::lastBackupReminderDate:
+    case Settings::Key::mainWindowGeometry:
         break;
     }
 }

@@ -9,6 +9,7 @@
 // the order in the file.
 #include "model/JsonCodec.h"
 #include "model/Parallel.h"
+#include "text/Utf8.h"
 
 #include <QFileInfo>
 
@@ -28,8 +29,6 @@ namespace {
 
 namespace od = simdjson::ondemand;
 using simdjson::error_code;
-
-// ---- Places and problems ----
 
 // Where in the document a value sits, kept as a chain on the stack and turned into text
 // ("items[3].attachments[0].id") only when something goes wrong.
@@ -104,8 +103,6 @@ template <class T, class Source> T take(Source source)
     return value;
 }
 
-// ---- Strings ----
-
 // Hex digit values, -1 for every other byte.
 constexpr std::array<signed char, 256> hexValues = [] {
     std::array<signed char, 256> table{};
@@ -129,25 +126,6 @@ int hex4(const char *p)
         value = value << 4 | digit;
     }
     return value;
-}
-
-void appendUtf8(std::string &out, char32_t code)
-{
-    if (code < 0x80) {
-        out += char(code);
-    } else if (code < 0x800) {
-        out += char(0xC0 | (code >> 6));
-        out += char(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        out += char(0xE0 | (code >> 12));
-        out += char(0x80 | ((code >> 6) & 0x3F));
-        out += char(0x80 | (code & 0x3F));
-    } else {
-        out += char(0xF0 | (code >> 18));
-        out += char(0x80 | ((code >> 12) & 0x3F));
-        out += char(0x80 | ((code >> 6) & 0x3F));
-        out += char(0x80 | (code & 0x3F));
-    }
 }
 
 // The text of a string's content with its escapes resolved. The content's UTF-8 and the absence of
@@ -218,8 +196,6 @@ bool isJsonSpace(char c)
 {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
-
-// ---- The walk ----
 
 // The text of each record of an array, in order; an empty view stands for an element that is
 // not an object.

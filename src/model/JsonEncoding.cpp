@@ -13,8 +13,6 @@ namespace fiva::json {
 
 namespace {
 
-// ---- Writing ----
-
 // Why an encode fails: the place and the problem, turned into the failure description.
 struct EncodeFailure
 {
