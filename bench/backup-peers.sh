@@ -42,19 +42,20 @@ json.dump(data, open(target, 'w', encoding='utf-8'), ensure_ascii=False, separat
 PY
 rm "$work/generated.json"
 
-# One timed run: "label" prepare command...; appends the wall time to $work/times-label and keeps the peak
-# memory of the last run in $work/rss-label.
+# One timed run: "label" prepare command...; appends the wall time to $work/times-label and the CPU time
+# (user + system) to $work/cpu-label, and keeps the peak memory of the last run in $work/rss-label.
 timed() {
   local label=$1 prepare=$2; shift 2
   eval "$prepare"
   sync
-  /usr/bin/time -f "%e %M" -o "$work/time" "$@" >/dev/null 2>"$work/err" || { cat "$work/err" >&2; exit 1; }
-  read -r seconds kib <"$work/time"
+  /usr/bin/time -f "%e %M %U %S" -o "$work/time" "$@" >/dev/null 2>"$work/err" || { cat "$work/err" >&2; exit 1; }
+  read -r seconds kib user system <"$work/time"
   echo "$seconds" >>"$work/times-$label"
+  awk -v u="$user" -v s="$system" 'BEGIN { printf "%.2f\n", u + s }' >>"$work/cpu-$label"
   echo "$((kib / 1024))" >"$work/rss-$label"
 }
-median() {
-  sort -g "$work/times-$1" | awk '{ a[NR] = $1 } END { printf "%.2f", (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2 }'
+median() { # label [times|cpu]
+  sort -g "$work/${2:-times}-$1" | awk '{ a[NR] = $1 } END { printf "%.2f", (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2 }'
 }
 
 # The tree zip packs: what the export puts in its archive, laid out on disk once.
@@ -74,8 +75,8 @@ for ((r = 0; r < runs; r++)); do
 done
 echo "File system of $work: $(stat -f -c %T "$work"); $runs runs each, interleaved"
 echo
-echo "| run | median wall | peak RSS |"
-echo "|---|---|---|"
+echo "| run | median wall | median CPU (user + system) | peak RSS |"
+echo "|---|---|---|---|"
 for label in export zip restore unzip; do
   case $label in
     export) name="\`fiva-cli export\`" ;;
@@ -83,8 +84,9 @@ for label in export zip restore unzip; do
     restore) name="\`fiva-cli restore --yes\`" ;;
     unzip) name="\`unzip\` of that archive" ;;
   esac
-  echo "| $name | $(median "$label") s | $(cat "$work/rss-$label") MiB |"
+  echo "| $name | $(median "$label") s | $(median "$label" cpu) s | $(cat "$work/rss-$label") MiB |"
 done
-awk -v e="$(median export)" -v z="$(median zip)" 'BEGIN { printf "\nexport / zip -0 -r: %.2f\n", e / z }'
+awk -v e="$(median export)" -v z="$(median zip)" -v ec="$(median export cpu)" -v zc="$(median zip cpu)" \
+  'BEGIN { printf "\nexport / zip -0 -r: %.2f wall, %.2f CPU\n", e / z, ec / zc }'
 echo "archive: $(stat -c %s "$work/fiva.fivabackup") bytes; data file: $(stat -c %s "$work/home/Fiva/FivaData.json") bytes"
 echo "Load average (1, 5, 15 min) before: $load_before; after: $(cut -d' ' -f1-3 /proc/loadavg)"
