@@ -913,6 +913,22 @@ TEST_F(StoreTest, DiscardedFilesGoToTheTrash)
         EXPECT_TRUE(QFileInfo::exists(trash + u"/files/"_s + QFileInfo(a.filePath).fileName()))
             << QDir(trash + u"/files"_s).entryList().join(u' ').toStdString();
     }
+
+    // Where no trash can be made, the file is deleted, and nothing lands in the working folder.
+    QDir().mkpath(path(u"blocked"_s));
+    writeBytes(path(u"blocked/Trash"_s), "not a folder");
+    QFile::setPermissions(path(u"blocked/Trash"_s), {});
+    qputenv("XDG_DATA_HOME", QFile::encodeName(path(u"blocked"_s)));
+    qputenv("HOME", QFile::encodeName(path(u"blocked"_s)));
+    const QString workingFolder = QDir::currentPath();
+    QDir().mkpath(path(u"cwd"_s));
+    QDir::setCurrent(path(u"cwd"_s));
+    const QString stray = userFile(u"d/perdu.pdf"_s, "5");
+    EXPECT_TRUE(discardFile(stray));
+    EXPECT_FALSE(QFileInfo::exists(stray));
+    EXPECT_EQ(QDir(path(u"cwd"_s)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+    QDir::setCurrent(workingFolder);
+
     qputenv("HOME", home);
     if (data.isNull())
         qunsetenv("XDG_DATA_HOME");
