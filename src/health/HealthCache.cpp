@@ -175,12 +175,18 @@ bool HealthCache::load(const QString &cacheFilePath)
     if (!document.isObject())
         return false;
     const QJsonObject root = document.object();
-    const QJsonObject sizes = root.value(u"attachmentSizes").toObject();
-    for (auto size = sizes.begin(); size != sizes.end(); ++size) {
-        const QUuid id(size.key());
-        if (!id.isNull() && size.value().isDouble() && size.value().toDouble() >= 0)
-            m_attachmentSizes.insert(id, qint64(size.value().toDouble()));
-    }
+    const auto keepSize = [this](const QString &key, const QJsonValue &size) {
+        const QUuid id(key);
+        if (!id.isNull() && size.isDouble() && size.toDouble() >= 0)
+            m_attachmentSizes.insert(id, qint64(size.toDouble()));
+    };
+    const QJsonValue sizes = root.value(u"attachmentSizes");
+    for (const QJsonValue &pair : sizes.toArray())
+        keepSize(pair.toArray().at(0).toString(), pair.toArray().at(1));
+    // The first files kept the sizes as an object keyed by attachment id.
+    const QJsonObject sizesById = sizes.toObject();
+    for (auto size = sizesById.begin(); size != sizesById.end(); ++size)
+        keepSize(size.key(), size.value());
     for (const QJsonValue &value : root.value(u"web").toArray()) {
         const QJsonObject object = value.toObject();
         const QUuid id(object.value(u"id").toString());
@@ -198,9 +204,11 @@ bool HealthCache::load(const QString &cacheFilePath)
 
 bool HealthCache::save(const QString &cacheFilePath, QString *error) const
 {
-    QJsonObject sizes;
+    // Pairs rather than an object keyed by id: each key added to a QJsonObject is first looked for
+    // among the others, which made a cache of 30,000 attachments take seconds to write.
+    QJsonArray sizes;
     for (auto size = m_attachmentSizes.cbegin(); size != m_attachmentSizes.cend(); ++size)
-        sizes.insert(size.key().toString(QUuid::WithoutBraces).toUpper(), double(size.value()));
+        sizes.append(QJsonArray{size.key().toString(QUuid::WithoutBraces).toUpper(), double(size.value())});
     QJsonArray web;
     for (const WebCheckResult &result : m_web)
         web.append(QJsonObject{{QStringLiteral("id"), result.id.toString(QUuid::WithoutBraces).toUpper()},

@@ -114,7 +114,8 @@ TEST_F(AppShellTest, MenusHoldTheirItemsInOrderAndTheContentsToolbarSitsAtTheTop
                   u"Fiches: Nouvelle fiche [Ctrl+N] | Rechercher [Ctrl+F] | Modifier la fiche… [Ctrl+E] | "
                   u"Ouvrir le lien [Return] | Favori oui/non [Ctrl+D] | Supprimer [Del] | Effacer la "
                   u"recherche [Esc] | "
-                  u"— | Importer des favoris… | Exporter des favoris…"_s,
+                  u"— | Importer des favoris… | Exporter des favoris… | — | Vérifier les pages web… | "
+                  u"Réparer les dossiers déplacés… | Doublons…"_s,
                   u"Sauvegarde: Configuration sauvegarde…"_s,
                   u"Aide: Aide Fiva… [Ctrl+?] | — | Infos - Licence… | Site web de Fiva | Contact | Aide en "
                   u"ligne"_s}));

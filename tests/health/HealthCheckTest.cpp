@@ -177,15 +177,25 @@ TEST_F(HealthCheck, CacheFileKeepsWebResultsAndSizesAndNothingElse)
               (QList{ProblemKind::webBroken, ProblemKind::attachmentMissing}));
     EXPECT_EQ(loaded.attachmentSize(copy.id), 7); // still known though the copy is gone
 
-    for (const char *bad : {"{\"web\":[{\"id\":3}],\"attachmentSizes\":[]}", "pas du JSON", "[1,2]"}) {
+    // Damaged files, and the first files' sizes keyed by attachment id.
+    const QByteArray id = copy.id.toString(QUuid::WithoutBraces).toUpper().toLatin1();
+    const std::pair<QByteArray, std::optional<qint64>> files[]{
+        {"{\"web\":[{\"id\":3}],\"attachmentSizes\":[]}", std::nullopt},
+        {"pas du JSON", std::nullopt},
+        {"[1,2]", std::nullopt},
+        {"{\"attachmentSizes\":[[\"" + id + "\",-1],[\"pas un id\",3],[\"" + id + "\"],5]}", std::nullopt},
+        {"{\"attachmentSizes\":{\"" + id + "\":9}}", 9},
+    };
+    for (const auto &[bytes, size] : files) {
+        SCOPED_TRACE(bytes.toStdString());
         QFile file(cacheFile);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(bad);
+        file.write(bytes);
         file.close();
         HealthCache damaged = loaded;
         damaged.load(cacheFile);
         EXPECT_TRUE(damaged.webResults().isEmpty());
-        EXPECT_FALSE(damaged.attachmentSize(copy.id).has_value());
+        EXPECT_EQ(damaged.attachmentSize(copy.id), size);
     }
     EXPECT_FALSE(HealthCache().save(path(u"pas-de-dossier/cache.json"_s)));
 }

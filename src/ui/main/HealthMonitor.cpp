@@ -19,6 +19,9 @@ struct HealthMonitor::Private
     LinkStore &store;
     QString cacheFile;
     HealthCache cache;
+    // The sentences of cache's problems, written on the worker: for ten thousand broken records they
+    // take the main thread a tenth of a second.
+    QHash<QUuid, QString> problems;
     // Web results recorded while a pass ran on an older copy of the cache, to carry over its result.
     QList<WebCheckResult> webDuringPass;
     Pass waiting = Pass::none;
@@ -56,16 +59,25 @@ const HealthCache &HealthMonitor::cache() const
     return d->cache;
 }
 
-QHash<QUuid, QString> HealthMonitor::problems() const
+namespace {
+
+QHash<QUuid, QString> problemSentences(const HealthCache &cache)
 {
     QHash<QUuid, QString> problems;
-    for (const QUuid &id : d->cache.brokenIds()) {
+    for (const QUuid &id : cache.brokenIds()) {
         QStringList sentences;
-        for (const Problem &problem : d->cache.health(id)->problems)
+        for (const Problem &problem : cache.health(id)->problems)
             sentences << problem.description();
         problems.insert(id, sentences.join(u'\n'));
     }
     return problems;
+}
+
+} // namespace
+
+QHash<QUuid, QString> HealthMonitor::problems() const
+{
+    return d->problems;
 }
 
 bool HealthMonitor::isRunning() const
@@ -104,13 +116,17 @@ void HealthMonitor::start(Pass pass)
         const bool complete = all ? cache.refreshAll(items, stop) : cache.refreshChanged(items, stop);
         if (stop.stop_requested())
             return;
+        QHash<QUuid, QString> problems = complete ? problemSentences(cache) : QHash<QUuid, QString>();
         QMetaObject::invokeMethod(
-            this, [this, cache = std::move(cache), complete] { finished(cache, complete); },
+            this,
+            [this, cache = std::move(cache), problems = std::move(problems), complete] {
+                finished(cache, problems, complete);
+            },
             Qt::QueuedConnection);
     });
 }
 
-void HealthMonitor::finished(const HealthCache &cache, bool complete)
+void HealthMonitor::finished(const HealthCache &cache, const QHash<QUuid, QString> &problems, bool complete)
 {
     d->running = false;
     const QList<WebCheckResult> webDuringPass = std::exchange(d->webDuringPass, {});
@@ -119,6 +135,7 @@ void HealthMonitor::finished(const HealthCache &cache, bool complete)
         // next web check: a copy that is gone by the next run can then still be searched for by size.
         const bool learnt = !d->cache.savesAs(cache);
         d->cache = cache;
+        d->problems = problems;
         d->cache.recordWebResults(webDuringPass);
         if (learnt && !d->cacheFile.isEmpty())
             (void)d->cache.save(d->cacheFile);

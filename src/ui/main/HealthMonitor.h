@@ -29,7 +29,8 @@ public:
     ~HealthMonitor() override;
 
     const HealthCache &cache() const;
-    // What is wrong with each broken record, one French sentence per problem, one per line.
+    // What is wrong with each broken record after the last pass, one French sentence per problem, one
+    // per line.
     QHash<QUuid, QString> problems() const;
     bool isRunning() const;
 
@@ -46,7 +47,7 @@ Q_SIGNALS:
 private:
     enum class Pass { none, changed, all };
     void start(Pass pass);
-    void finished(const HealthCache &cache, bool complete);
+    void finished(const HealthCache &cache, const QHash<QUuid, QString> &problems, bool complete);
 
     struct Private;
     std::unique_ptr<Private> d;
