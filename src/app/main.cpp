@@ -1,5 +1,6 @@
 #include "app/AppInfo.h"
 #include "app/CommandLine.h"
+#include "app/FirstPaintProbe.h"
 #include "app/FivaApp.h"
 #include "app/MainWindow.h"
 #include "app/Resources.h"
@@ -72,6 +73,7 @@ int main(int argc, char *argv[])
         fiva::Resources(fiva::Resources::besideProgram(QCoreApplication::applicationDirPath())),
     });
     dialogs.setParentWindow(app.mainWindow());
+    fiva::watchFirstPaintIfAsked(app.mainWindow());
     app.mainWindow()->show();
     QObject::connect(
         &instance, &fiva::SingleInstance::activationRequested, &app, [&app](const QString &backupFile) {

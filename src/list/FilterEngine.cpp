@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <system_error>
 
 namespace fiva {
 
@@ -129,6 +130,50 @@ struct FilterEngine::Query
 
 FilterEngine::FilterEngine(const QCollator &collator) : m_collator(collator) {}
 
+FilterEngine::~FilterEngine()
+{
+    waitForTextIndex();
+}
+
+void FilterEngine::countBytes(TextIndex &index)
+{
+    index.byteCounts.fill(0);
+    for (std::size_t i = 0; i < index.text.size(); i += 61)
+        ++index.byteCounts[static_cast<unsigned char>(index.text[i])];
+}
+
+void FilterEngine::indexTextInBackground()
+{
+    const auto build = [items = m_items] {
+        TextIndex index;
+        index.spans.resize(std::size_t(items.size()));
+        for (qsizetype i = 0; i < items.size(); ++i)
+            appendRecordText(items.at(i), index.text, index.spans[std::size_t(i)]);
+        countBytes(index);
+        return index;
+    };
+    m_text.clear();
+    m_spans.clear();
+    try {
+        m_pendingText = std::async(std::launch::async, build);
+    } catch (const std::system_error &) {
+        // No thread to be had: the index is built here, as it was before there was one.
+        std::promise<TextIndex> done;
+        done.set_value(build());
+        m_pendingText = done.get_future();
+    }
+}
+
+void FilterEngine::waitForTextIndex()
+{
+    if (!m_pendingText.valid())
+        return;
+    TextIndex index = m_pendingText.get();
+    m_text = std::move(index.text);
+    m_spans = std::move(index.spans);
+    m_byteCounts = index.byteCounts;
+}
+
 void FilterEngine::setCollator(const QCollator &collator)
 {
     m_collator = collator;
@@ -136,7 +181,7 @@ void FilterEngine::setCollator(const QCollator &collator)
     m_orders[static_cast<std::size_t>(SortOrder::alphabetical)].reset();
 }
 
-void FilterEngine::appendRecordText(const LinkItem &item, std::string &text, Span &span) const
+void FilterEngine::appendRecordText(const LinkItem &item, std::string &text, Span &span)
 {
     static const QString head = searchKey(notesHead.toString());
     static const QString tail = searchKey(notesTail.toString());
@@ -175,6 +220,7 @@ int FilterEngine::categoryId(const QString &category)
 
 void FilterEngine::setItems(const QList<LinkItem> &items)
 {
+    waitForTextIndex();
     const QList<LinkItem> old = std::exchange(m_items, items);
     const auto n = static_cast<std::size_t>(m_items.size());
 
@@ -207,25 +253,29 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
         titlesUnchanged = titlesUnchanged && was.title == item.title;
     }
 
-    if (!textUnchanged) {
-        std::string text;
-        text.reserve(m_text.size() + 1024);
-        std::vector<Span> spans(n);
+    if (!textUnchanged && n >= filterEngineTuning().leastIndexedInBackground &&
+        std::none_of(textReusable.begin(), textReusable.end(), [](std::uint8_t kept) { return kept; })) {
+        m_recentMatches.clear();
+        indexTextInBackground();
+    } else if (!textUnchanged) {
+        TextIndex index;
+        index.text.reserve(m_text.size() + 1024);
+        index.spans.resize(n);
         for (std::size_t i = 0; i < n; ++i) {
             if (textReusable[i]) {
                 const Span &was = m_spans[std::size_t(previous[i])];
-                spans[i] = {text.size(), text.size() + (was.end - was.begin), was.wrappedNotes};
-                text.append(m_text, was.begin, was.end - was.begin);
+                index.spans[i] = {index.text.size(), index.text.size() + (was.end - was.begin),
+                                  was.wrappedNotes};
+                index.text.append(m_text, was.begin, was.end - was.begin);
             } else {
-                appendRecordText(m_items.at(qsizetype(i)), text, spans[i]);
+                appendRecordText(m_items.at(qsizetype(i)), index.text, index.spans[i]);
             }
         }
-        m_text = std::move(text);
-        m_spans = std::move(spans);
+        countBytes(index);
+        m_text = std::move(index.text);
+        m_spans = std::move(index.spans);
+        m_byteCounts = index.byteCounts;
         m_recentMatches.clear();
-        m_byteCounts.fill(0);
-        for (std::size_t i = 0; i < m_text.size(); i += 61)
-            ++m_byteCounts[static_cast<unsigned char>(m_text[i])];
     }
 
     // Keys are copied to records that moved first, then moved to those that stayed in place, so that a
@@ -392,6 +442,7 @@ const std::vector<int> *FilterEngine::textMatches(const QString &searchText)
     query.key = searchKey(searchText);
     if (query.key.isEmpty())
         return nullptr;
+    waitForTextIndex();
     for (auto it = m_recentMatches.begin(); it != m_recentMatches.end(); ++it) {
         if (it->key == query.key) {
             if (it != m_recentMatches.begin()) {

@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <future>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,11 +28,13 @@ namespace fiva {
 //   records the shorter one found, and going back to a recent query costs nothing;
 // - each sort order is a permutation of all records computed once (a stable sort followed by a
 //   filter gives the same list as the filter followed by the stable sort);
-// - long scans are split across threads.
+// - long scans are split across threads;
+// - the text of a whole new list is indexed on another thread while the first rows are shown.
 class FilterEngine final
 {
 public:
     explicit FilterEngine(const QCollator &collator = QCollator());
+    ~FilterEngine();
 
     void setCollator(const QCollator &collator);
 
@@ -53,13 +56,24 @@ private:
         bool wrappedNotes = false; // notes stored without the shared head and tail
     };
     struct Query;
+    struct TextIndex
+    {
+        std::string text;
+        std::vector<Span> spans;
+        std::array<std::uint32_t, 256> byteCounts{};
+    };
     struct Matches
     {
         QString key;
         std::vector<int> items; // increasing
     };
 
-    void appendRecordText(const LinkItem &item, std::string &text, Span &span) const;
+    static void appendRecordText(const LinkItem &item, std::string &text, Span &span);
+    static void countBytes(TextIndex &index);
+    // The text of many new records is indexed on another thread: the list can be shown without it,
+    // and the first search waits for it.
+    void indexTextInBackground();
+    void waitForTextIndex();
     const std::vector<int> *textMatches(const QString &searchText);
     std::vector<int> scan(const Query &query, const std::vector<int> *candidates) const;
     void scanAll(const Query &query, int first, int last, std::vector<int> &out) const;
@@ -81,6 +95,7 @@ private:
     std::string m_text;
     std::vector<Span> m_spans;
     std::array<std::uint32_t, 256> m_byteCounts{};
+    std::future<TextIndex> m_pendingText;
 
     std::vector<int> m_categoryIds;
     QHash<QString, int> m_categoryIdByRawName;

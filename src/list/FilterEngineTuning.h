@@ -13,6 +13,8 @@ struct FilterEngineTuning
     std::size_t parallelThreshold = 8192; // records below which one thread is faster
     bool keepRecentMatches = true;
     bool carryOrdersOverEdits = true;
+    // A whole new list of at least this many records has its text indexed on another thread.
+    std::size_t leastIndexedInBackground = 4096;
 };
 
 // Read by every engine of the process at each evaluation or change of records.

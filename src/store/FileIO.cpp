@@ -14,11 +14,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <new>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace fiva::fileio {
 
@@ -237,6 +239,67 @@ std::optional<QString> writeWholeFile(const QString &path, const QByteArray &byt
 std::optional<QString> writeDocument(const QString &path, const SavedData &data)
 {
     return writeReplacing(path, [&](FileOutput &output) { return json::encode(data, output); });
+}
+
+namespace {
+
+class SameBytes final : public json::DocumentOutput
+{
+public:
+    explicit SameBytes(const QString &path)
+        : m_fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC))
+    {
+    }
+    ~SameBytes() override
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+
+    std::optional<QString> reserve(qint64 size) override
+    {
+        struct stat info
+        {
+        };
+        if (m_fd < 0 || ::fstat(m_fd, &info) != 0 || !S_ISREG(info.st_mode) || qint64(info.st_size) != size)
+            m_same = false;
+        // Stops the encoding at once: the answer is known.
+        return m_same ? std::nullopt : std::optional<QString>(QString());
+    }
+
+    std::optional<QString> write(qint64 offset, QByteArrayView bytes) override
+    {
+        thread_local std::vector<char> onDisk;
+        onDisk.resize(std::size_t(bytes.size()));
+        qint64 done = 0;
+        while (m_same && done < bytes.size()) {
+            const ssize_t n =
+                ::pread(m_fd, onDisk.data() + done, std::size_t(bytes.size() - done), off_t(offset + done));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                m_same = false;
+            else
+                done += n;
+        }
+        if (m_same && std::memcmp(onDisk.data(), bytes.data(), std::size_t(bytes.size())) != 0)
+            m_same = false;
+        return m_same ? std::nullopt : std::optional<QString>(QString());
+    }
+
+    bool same() const { return m_same; }
+
+private:
+    int m_fd;
+    std::atomic<bool> m_same{true};
+};
+
+} // namespace
+
+bool holdsDocument(const QString &path, const SavedData &data)
+{
+    SameBytes check(path);
+    return !json::encode(data, check) && check.same();
 }
 
 FileStamp stampOf(const QString &path)

@@ -26,6 +26,9 @@ std::optional<QString> writeWholeFile(const QString &path, const QByteArray &byt
 // The same for a data document, encoded straight into the file without being held whole in memory.
 // A document that cannot be encoded leaves the file untouched.
 std::optional<QString> writeDocument(const QString &path, const SavedData &data);
+// Whether the file at `path` already holds exactly the bytes `data` encodes to. Compared a piece at
+// a time as the encoding goes, so no second copy of a large file is read into memory.
+bool holdsDocument(const QString &path, const SavedData &data);
 
 // What tells one version of a file from another without reading it: a rename over the file gives
 // it a new inode, a rewrite a new size or modification time (kept to the nanosecond).

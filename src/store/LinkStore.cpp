@@ -397,9 +397,12 @@ void LinkStore::load()
     setCategories(std::move(data->categories));
     m_lastBackupDate = data->lastBackupDate;
     Q_EMIT lastBackupDateChanged();
-    // Saves, so that ids and creation dates the file lacked are stored from now on.
+    // Saves, so that ids and creation dates the file lacked are stored from now on. A file that
+    // already holds exactly those bytes is left as it is: writing 77 MB again would change nothing
+    // but its date, and would keep the window of a large file from showing for a third of a second.
     if (lock.error().isEmpty()) {
-        writeDataFile();
+        if (!fileio::holdsDocument(dataFileURL(), SavedData{m_items, m_categories, m_lastBackupDate}))
+            writeDataFile();
     } else {
         console::print(u"❌ Erreur save:", lock.error());
         Q_EMIT saveFailed();

@@ -272,7 +272,10 @@ TEST(FilterEngineEquivalence, MatchesFullRecomputationUnderRandomEdits)
         {"french", QLocale(QLocale::French, QLocale::France), shipped},
         {"c locale", QLocale::c(), shipped},
         {"every scan split", QLocale(QLocale::French), {.splitScans = true, .parallelThreshold = 2}},
-        {"nothing remembered", QLocale(QLocale::English), {.splitScans = false, .keepRecentMatches = false}}};
+        {"nothing remembered", QLocale(QLocale::English), {.splitScans = false, .keepRecentMatches = false}},
+        {"every new list indexed in the background",
+         QLocale(QLocale::French),
+         {.leastIndexedInBackground = 1}}};
     for (const auto &setup : setups) {
         SCOPED_TRACE(setup.name);
         const QCollator collator(setup.locale);

