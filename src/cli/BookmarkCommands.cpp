@@ -40,16 +40,7 @@ void printCounts(const ic::ImportPlan &plan)
     printLine(stdout, QStringLiteral("Fiches importées : %1").arg(plan.records.size()));
     printLine(stdout, QStringLiteral("Nouvelles catégories : %1").arg(plan.newCategories.size()));
     printLine(stdout, QStringLiteral("Doublons ignorés : %1").arg(plan.duplicatesSkipped));
-    QStringList details;
-    for (int k = 0; k < ic::skippedKindCount; ++k) {
-        const auto kind = ic::SkippedKind(k);
-        if (plan.skippedCount(kind) > 0)
-            details << ic::skippedKindLabel(kind) + QStringLiteral(" : ") +
-                           QString::number(plan.skippedCount(kind));
-    }
-    printLine(stdout,
-              QStringLiteral("Éléments ignorés : %1").arg(plan.skippedTotal()) +
-                  (details.isEmpty() ? QString() : QStringLiteral(" (") + details.join(u", ") + u')'));
+    printLine(stdout, plan.skippedSummary());
 }
 
 int runImport(const QStringList &args)

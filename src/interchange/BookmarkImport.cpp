@@ -665,6 +665,18 @@ int ImportPlan::skippedTotal() const
     return total;
 }
 
+QString ImportPlan::skippedSummary() const
+{
+    QStringList details;
+    for (int k = 0; k < skippedKindCount; ++k) {
+        const auto kind = SkippedKind(k);
+        if (skippedCount(kind) > 0)
+            details << skippedKindLabel(kind) + QStringLiteral(" : ") + QString::number(skippedCount(kind));
+    }
+    return QStringLiteral("Éléments ignorés : %1").arg(skippedTotal()) +
+           (details.isEmpty() ? QString() : QStringLiteral(" (") + details.join(QStringLiteral(", ")) + u')');
+}
+
 ImportContext importContextFor(const QList<LinkItem> &items, const QStringList &categories)
 {
     ImportContext context;

@@ -68,6 +68,8 @@ struct ImportPlan
 
     int skippedCount(SkippedKind kind) const { return skipped[std::size_t(kind)]; }
     int skippedTotal() const;
+    // "Éléments ignorés : N", with the count of each kind after it when there are any.
+    QString skippedSummary() const;
     // French sentences for a file that is not, or not wholly, a bookmark file; empty when all is well.
     QStringList problems() const;
 };

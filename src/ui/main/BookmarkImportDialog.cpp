@@ -33,16 +33,7 @@ QString summaryText(const ic::ImportPlan &plan)
     }
     lines << categories;
     lines << QStringLiteral("Doublons ignorés : %1").arg(plan.duplicatesSkipped);
-    QStringList details;
-    for (int k = 0; k < ic::skippedKindCount; ++k) {
-        const auto kind = ic::SkippedKind(k);
-        if (plan.skippedCount(kind) > 0)
-            details << ic::skippedKindLabel(kind) + QStringLiteral(" : ") +
-                           QString::number(plan.skippedCount(kind));
-    }
-    lines << QStringLiteral("Éléments ignorés : %1").arg(plan.skippedTotal()) +
-                 (details.isEmpty() ? QString()
-                                    : QStringLiteral(" (") + details.join(QStringLiteral(", ")) + u')');
+    lines << plan.skippedSummary();
     return lines.join(u'\n');
 }
 

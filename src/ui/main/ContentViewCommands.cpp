@@ -175,16 +175,8 @@ void ContentView::deleteSelectedRows()
         rows.push_back(index.row());
     if (rows.empty())
         return;
-    if (m_settings.askDeleteConfirmation()) {
-        const AlertAnswer answer =
-            m_dialogs.runAlert(AlertRequest{QStringLiteral("Supprimer cette fiche ?"),
-                                            QStringLiteral("Cette action est irréversible."),
-                                            AlertStyle::warning,
-                                            {QStringLiteral("Supprimer"), QStringLiteral("Annuler")},
-                                            std::nullopt});
-        if (answer.button != 0)
-            return;
-    }
+    if (m_settings.askDeleteConfirmation() && !DetailView::confirmRecordDeletion(m_dialogs))
+        return;
     deleteRows(std::move(rows));
 }
 

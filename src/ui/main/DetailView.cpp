@@ -473,15 +473,20 @@ void DetailView::deleteAttachment(const Attachment &attachment)
     m_store.removeAttachment(m_item->id, attachment);
 }
 
-void DetailView::confirmDeleteItem()
+bool DetailView::confirmRecordDeletion(Dialogs &dialogs)
 {
     const AlertAnswer answer =
-        m_dialogs.runAlert(AlertRequest{QStringLiteral("Supprimer cette fiche ?"),
-                                        QStringLiteral("Cette action est irréversible."),
-                                        AlertStyle::warning,
-                                        {QStringLiteral("Supprimer"), QStringLiteral("Annuler")},
-                                        std::nullopt});
-    if (answer.button != 0)
+        dialogs.runAlert(AlertRequest{QStringLiteral("Supprimer cette fiche ?"),
+                                      QStringLiteral("Cette action est irréversible."),
+                                      AlertStyle::warning,
+                                      {QStringLiteral("Supprimer"), QStringLiteral("Annuler")},
+                                      std::nullopt});
+    return answer.button == 0;
+}
+
+void DetailView::confirmDeleteItem()
+{
+    if (!confirmRecordDeletion(m_dialogs))
         return;
     m_store.deleteItem(m_item->id);
     if (m_onClose)

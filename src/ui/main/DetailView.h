@@ -64,6 +64,8 @@ public:
 
     // The stored notes as a document in the notes font, keeping bold and italic runs; null when
     // the text cannot be read.
+    // "Supprimer cette fiche ?", asked wherever a record is deleted; true on "Supprimer".
+    static bool confirmRecordDeletion(Dialogs &dialogs);
     static std::unique_ptr<QTextDocument> renderNotes(const QString &html, const QString &fontName,
                                                       double pointSize);
 
