@@ -103,6 +103,63 @@ template <class T, class Source> T take(Source source)
     return value;
 }
 
+// True when the text is one JSON number: -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?
+bool isJsonNumberText(std::string_view t)
+{
+    std::size_t i = 0;
+    const auto digits = [&] {
+        const std::size_t from = i;
+        while (i < t.size() && t[i] >= '0' && t[i] <= '9')
+            ++i;
+        return i - from;
+    };
+    if (i < t.size() && t[i] == '-')
+        ++i;
+    if (i < t.size() && t[i] == '0')
+        ++i;
+    else if (digits() == 0)
+        return false;
+    if (i < t.size() && t[i] == '.') {
+        ++i;
+        if (digits() == 0)
+            return false;
+    }
+    if (i < t.size() && (t[i] == 'e' || t[i] == 'E')) {
+        ++i;
+        if (i < t.size() && (t[i] == '+' || t[i] == '-'))
+            ++i;
+        if (digits() == 0)
+            return false;
+    }
+    return i == t.size();
+}
+
+// The on-demand reader refuses an exponent of very many digits, which JSON allows and a full parser
+// reads: as zero when it is negative, as out of range when it is not. Such a number is read here
+// from its text, which the reader then has not passed; any other failure stays a syntax failure.
+template <class Source> double jsonDouble(Source &source, bool *readFromText = nullptr)
+{
+    double value = 0;
+    const simdjson::error_code error = source.get_double().get(value);
+    if (error != simdjson::NUMBER_ERROR) {
+        check(error);
+        return value;
+    }
+    std::string_view token = source.raw_json_token();
+    while (!token.empty() &&
+           (token.back() == ' ' || token.back() == '\t' || token.back() == '\n' || token.back() == '\r'))
+        token.remove_suffix(1);
+    const std::size_t exponent = token.find_first_of("eE");
+    if (!isJsonNumberText(token) || exponent == std::string_view::npos)
+        throw SyntaxFailure{error};
+    const bool zero = token.substr(0, exponent).find_first_of("123456789") == std::string_view::npos;
+    if (!zero && token[exponent + 1] != '-')
+        throw SyntaxFailure{error};
+    if (readFromText)
+        *readFromText = true;
+    return token.front() == '-' ? -0.0 : 0.0;
+}
+
 // Hex digit values, -1 for every other byte.
 constexpr std::array<signed char, 256> hexValues = [] {
     std::array<signed char, 256> table{};
@@ -326,7 +383,7 @@ public:
             }
             break;
         case JsonType::number:
-            take<double>(value.get_double());
+            jsonDouble(value);
             break;
         case JsonType::string:
             utf8(rawString(value));
@@ -413,7 +470,7 @@ public:
                       [&](od::value &v) { out = string(v); });
     }
 
-    double date(od::value &value) { return take<double>(value.get_double()); }
+    double date(od::value &value) { return jsonDouble(value); }
 
     // A size is an integer, however it is written: 1234, 1234.0 and 1.234e3 are the same value, and JSON
     // readers accept any spelling of a value. Judged on the token's decimal digits, never through a
@@ -429,7 +486,7 @@ public:
         if (literal && value.get_int64().get(result) == simdjson::SUCCESS)
             return qint64(result);
         // Checks the number's syntax before judging it, and consumes it.
-        take<double>(value.get_double());
+        jsonDouble(value);
         bool outOfRange = literal;
         if (!literal && exactInteger(token, result, outOfRange))
             return qint64(result);
@@ -801,11 +858,13 @@ QString malformed(error_code code)
     return QStringLiteral("malformed JSON: ") + QString::fromUtf8(simdjson::error_message(code));
 }
 
-void checkScalarRoot(od::document &document)
+// True when the value was judged on its text, which then ran to the end of the document.
+bool checkScalarRoot(od::document &document)
 {
+    bool readFromText = false;
     switch (take<od::json_type>(document.type())) {
     case od::json_type::number:
-        take<double>(document.get_double());
+        jsonDouble(document, &readFromText);
         break;
     case od::json_type::string:
         take<std::string_view>(document.get_string());
@@ -820,6 +879,7 @@ void checkScalarRoot(od::document &document)
     default:
         throw SyntaxFailure{simdjson::TAPE_ERROR};
     }
+    return readFromText;
 }
 
 // Input pages are given back a few megabytes at a time: rare system calls, whole large pages.
@@ -926,6 +986,7 @@ Result<T> decodeDocument(InputBuffer input, Timestamp now, Document document)
             }
             check(code);
             Reader reader(now);
+            bool readToTheEnd = false;
             switch (take<od::json_type>(text.type())) {
             case od::json_type::array:
             case od::json_type::object: {
@@ -935,12 +996,20 @@ Result<T> decodeDocument(InputBuffer input, Timestamp now, Document document)
             }
             default:
                 // A bare scalar is valid JSON but never one of our documents; it is still checked.
-                checkScalarRoot(text);
+                if (checkScalarRoot(text)) {
+                    // Judged on its text: only spaces may follow it.
+                    const std::string_view token = text.raw_json_token();
+                    const char *rest = token.data() + token.size();
+                    const char *end = reinterpret_cast<const char *>(input.data()) + size;
+                    readToTheEnd = std::all_of(rest, end, [](char c) { return isJsonSpace(c); });
+                    if (!readToTheEnd)
+                        throw SyntaxFailure{simdjson::TRAILING_CONTENT};
+                }
                 document.rootProblem(state).set(Place{}, document.expectedRoot());
                 break;
             }
             // Anything after the root value, even another valid value, makes the text malformed.
-            if (text.current_location().error() != simdjson::OUT_OF_BOUNDS)
+            if (!readToTheEnd && text.current_location().error() != simdjson::OUT_OF_BOUNDS)
                 throw SyntaxFailure{simdjson::TRAILING_CONTENT};
         }
         return document.finish(state, input, now);
