@@ -267,9 +267,47 @@ std::optional<QString> copyAttachments(QList<LinkItem> &items, const Staged &sta
 
 } // namespace
 
+// What a restore keeps to undo itself: the data file's bytes (none without a data file) and the
+// snapshot made of them.
+struct RestoreUndo
+{
+    std::optional<QByteArray> file;
+    QString snapshot;
+};
+
+namespace {
+
+// The data as it is now is kept before anything changes, so that the restore can be undone
+// byte for byte. Without a data file yet, what the store holds is what there is to go back to.
+Result<RestoreUndo> keepCurrentData(const QString &dataFile, const SavedData &current,
+                                    const QString &programFolder, Timestamp now)
+{
+    RestoreUndo undo;
+    if (backup::isOccupied(dataFile)) {
+        Result<QByteArray> previous = fileio::readWholeFile(dataFile);
+        if (!previous)
+            return Result<RestoreUndo>::failure(unreadable(dataFile, previous.error()));
+        undo.file = std::move(previous).value();
+    }
+    Result<QByteArray> encoded = undo.file ? Result<QByteArray>(*undo.file) : json::encode(current);
+    if (!encoded)
+        return Result<RestoreUndo>::failure(inFrench(encoded.error()));
+    const Result<QString> snapshot = snapshots::keep(programFolder, encoded.value(), now);
+    if (!snapshot) {
+        return Result<RestoreUndo>::failure(
+            QStringLiteral("Les données actuelles n'ont pas pu être mises de côté avant "
+                           "la restauration, qui n'a donc pas eu lieu. ") +
+            snapshot.error());
+    }
+    undo.snapshot = snapshot.value();
+    return undo;
+}
+
+} // namespace
+
 bool LinkStore::restoreBackup(const QString &location)
 {
-    const auto fail = [this](const QString &title, const QString &message) {
+    const auto fail = [this](const QString &message, const QString &title = failureTitle()) {
         if (m_dialogs)
             m_dialogs->showAlert(title, message);
         else
@@ -280,45 +318,23 @@ bool LinkStore::restoreBackup(const QString &location)
     backup::StagingFolder staging;
     const Result<Staged> staged = stage(location, staging, m_paths.temporaryFolder());
     if (!staged)
-        return fail(failureTitle(), staged.error());
+        return fail(staged.error());
     if (staged.value().document.isEmpty())
-        return fail(QStringLiteral("Erreur restauration"), QStringLiteral("FivaData.json introuvable."));
+        return fail(QStringLiteral("FivaData.json introuvable."), QStringLiteral("Erreur restauration"));
     Result<SavedData> decoded = decode(staged.value(), location, m_clock.now());
     if (!decoded)
-        return fail(failureTitle(), decoded.error());
+        return fail(decoded.error());
     SavedData restored = std::move(decoded).value();
 
     // From the snapshot to the last write, no other process may change the data: its change would
     // be neither in the snapshot nor in the restored data.
     const LockScope lock(*this);
     if (!lock.error().isEmpty())
-        return fail(failureTitle(), inFrench(lock.error()));
-
-    // The data as it is now is kept before anything changes, so that the restore can be undone
-    // byte for byte. Without a data file yet, what the store holds is what there is to go back to.
-    const QString dataFile = dataFileURL();
-    std::optional<QByteArray> previousFile;
-    QByteArray previousBytes;
-    if (backup::isOccupied(dataFile)) {
-        Result<QByteArray> previous = fileio::readWholeFile(dataFile);
-        if (!previous)
-            return fail(failureTitle(), unreadable(dataFile, previous.error()));
-        previousFile = previous.value();
-        previousBytes = std::move(previous).value();
-    } else {
-        Result<QByteArray> encoded = json::encode(SavedData{m_items, m_categories, m_lastBackupDate});
-        if (!encoded)
-            return fail(failureTitle(), inFrench(encoded.error()));
-        previousBytes = std::move(encoded).value();
-    }
-    const Result<QString> snapshot = snapshots::keep(programFolder(), previousBytes, m_clock.now());
-    if (!snapshot) {
-        return fail(failureTitle(),
-                    QStringLiteral("Les données actuelles n'ont pas pu être mises de côté avant "
-                                   "la restauration, qui n'a donc pas eu lieu. ") +
-                        snapshot.error());
-    }
-    const auto dropSnapshot = [&snapshot] { QFile::remove(snapshot.value()); };
+        return fail(inFrench(lock.error()));
+    const SavedData current{m_items, m_categories, m_lastBackupDate};
+    const Result<RestoreUndo> undo = keepCurrentData(dataFileURL(), current, programFolder(), m_clock.now());
+    if (!undo)
+        return fail(undo.error());
 
     // When a copy fails, the ones before it stay where they are: they are extra files that nothing
     // refers to, and never replace a file that was there. Only a restore whose data cannot be
@@ -326,48 +342,49 @@ bool LinkStore::restoreBackup(const QString &location)
     QStringList copied;
     if (auto error =
             copyAttachments(restored.items, staged.value(), staging.path(), attachmentsFolderURL(), copied)) {
-        dropSnapshot();
-        return fail(failureTitle(), *error);
+        QFile::remove(undo.value().snapshot);
+        return fail(*error);
     }
+    if (commitRestored(std::move(restored))) {
+        Q_EMIT restoreCompleted(location);
+        return true;
+    }
+    rollBackRestore(current, undo.value(), copied);
+    return fail(QStringLiteral("Les données restaurées n'ont pas pu être enregistrées dans ") +
+                backup::quoted(dataFileURL()) +
+                QStringLiteral(" : rien n'a changé. Vérifiez la place libre sur le disque et "
+                               "les droits du dossier de Fiva."));
+}
 
-    // Commit: from here the store changes. If the data file cannot take the new data, the old
-    // state comes back in memory and on disk, byte for byte, as if the restore had never started.
-    QList<LinkItem> previousItems = m_items;
-    QStringList previousCategories = m_categories;
-    const std::optional<Timestamp> previousDate = m_lastBackupDate;
-
+// Commit: from here the store changes; false when the data file could not take the new data.
+bool LinkStore::commitRestored(SavedData restored)
+{
     setItems(std::move(restored.items));
     setCategories(std::move(restored.categories));
     m_lastBackupDate = restored.lastBackupDate;
     Q_EMIT lastBackupDateChanged();
-    bool saved = save();
-    if (saved) {
-        std::stable_sort(m_categories.begin(), m_categories.end(), backup::ordinalLess);
-        Q_EMIT categoriesChanged();
-        saved = save();
-    }
-    if (saved) {
-        Q_EMIT restoreCompleted(location);
-        return true;
-    }
+    if (!save())
+        return false;
+    std::stable_sort(m_categories.begin(), m_categories.end(), backup::ordinalLess);
+    Q_EMIT categoriesChanged();
+    return save();
+}
 
-    // Roll back.
-    setItems(std::move(previousItems));
-    setCategories(std::move(previousCategories));
-    m_lastBackupDate = previousDate;
+// Roll back: the old state comes back in memory and on disk, byte for byte, as if the restore had
+// never started, and the copies it added go.
+void LinkStore::rollBackRestore(const SavedData &previous, const RestoreUndo &undo, const QStringList &copied)
+{
+    setItems(previous.items);
+    setCategories(previous.categories);
+    m_lastBackupDate = previous.lastBackupDate;
     Q_EMIT lastBackupDateChanged();
-    if (previousFile)
-        (void)fileio::writeWholeFile(dataFile, *previousFile);
+    if (undo.file)
+        (void)fileio::writeWholeFile(dataFileURL(), *undo.file);
     else
-        QFile::remove(dataFile);
-    for (const QString &path : std::as_const(copied))
+        QFile::remove(dataFileURL());
+    for (const QString &path : copied)
         QFile::remove(path);
-    dropSnapshot();
-    return fail(failureTitle(),
-                QStringLiteral("Les données restaurées n'ont pas pu être enregistrées dans ") +
-                    backup::quoted(dataFile) +
-                    QStringLiteral(" : rien n'a changé. Vérifiez la place libre sur le disque et "
-                                   "les droits du dossier de Fiva."));
+    QFile::remove(undo.snapshot);
 }
 
 QString LinkStore::restoreConfirmationText(const QString &location)

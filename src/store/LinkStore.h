@@ -27,6 +27,8 @@ class DataLock;
 class Dialogs;
 class Paths;
 class Workspace;
+struct RestoreUndo;
+struct SavedData;
 
 // How long the automatic-backup timer waits for an interval. The application uses the interval's
 // real length; tests pass something short so that nothing waits minutes.
@@ -277,6 +279,8 @@ private:
     QString programFolder() const;
     void loadBackupHistory();
     void sortCategories();
+    bool commitRestored(SavedData restored);
+    void rollBackRestore(const SavedData &previous, const RestoreUndo &undo, const QStringList &copied);
     void setAsideUnreadableDataFile(const QString &path);
     void setAsideUnreadableHistory(const QString &path, const QString &error);
     // "<path>.unreadable-<date>", numbered when taken.
