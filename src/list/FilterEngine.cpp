@@ -128,31 +128,46 @@ struct FilterEngine::Query
     bool crossesWindow = false; // may straddle a note's edge by more than the context kept
 };
 
-FilterEngine::FilterEngine(const QCollator &collator) : m_collator(collator) {}
+FilterEngine::FilterEngine(const QCollator &collator)
+    : m_collator(collator), m_recordsPerBlock(std::max<std::size_t>(filterEngineTuning().recordsPerBlock, 1))
+{
+}
 
 FilterEngine::~FilterEngine()
 {
     waitForTextIndex();
 }
 
-void FilterEngine::countBytes(TextIndex &index)
+void FilterEngine::countBytes(TextBlock &block)
 {
-    index.byteCounts.fill(0);
-    for (std::size_t i = 0; i < index.text.size(); i += 61)
-        ++index.byteCounts[static_cast<unsigned char>(index.text[i])];
+    block.byteCounts.fill(0);
+    for (std::size_t i = 0; i < block.text.size(); i += 61)
+        ++block.byteCounts[static_cast<unsigned char>(block.text[i])];
+}
+
+void FilterEngine::sumByteCounts()
+{
+    m_byteCounts.fill(0);
+    for (const TextBlock &block : m_blocks) {
+        for (std::size_t b = 0; b < m_byteCounts.size(); ++b)
+            m_byteCounts[b] += block.byteCounts[b];
+    }
 }
 
 void FilterEngine::indexTextInBackground()
 {
-    const auto build = [items = m_items] {
+    const auto build = [items = m_items, recordsPerBlock = m_recordsPerBlock] {
         TextIndex index;
-        index.spans.resize(std::size_t(items.size()));
-        for (qsizetype i = 0; i < items.size(); ++i)
-            appendRecordText(items.at(i), index.text, index.spans[std::size_t(i)]);
-        countBytes(index);
+        const auto n = std::size_t(items.size());
+        index.spans.resize(n);
+        index.blocks.resize((n + recordsPerBlock - 1) / recordsPerBlock);
+        for (std::size_t i = 0; i < n; ++i)
+            appendRecordText(items.at(qsizetype(i)), index.blocks[i / recordsPerBlock].text, index.spans[i]);
+        for (TextBlock &block : index.blocks)
+            countBytes(block);
         return index;
     };
-    m_text.clear();
+    m_blocks.clear();
     m_spans.clear();
     try {
         m_pendingText = std::async(std::launch::async, build);
@@ -169,9 +184,51 @@ void FilterEngine::waitForTextIndex()
     if (!m_pendingText.valid())
         return;
     TextIndex index = m_pendingText.get();
-    m_text = std::move(index.text);
+    m_blocks = std::move(index.blocks);
     m_spans = std::move(index.spans);
-    m_byteCounts = index.byteCounts;
+    sumByteCounts();
+}
+
+void FilterEngine::updateText(const std::vector<int> &previous, const std::vector<std::uint8_t> &textReusable,
+                              std::size_t oldCount)
+{
+    const std::size_t n = previous.size();
+    const std::size_t recordsPerBlock = m_recordsPerBlock;
+    std::vector<TextBlock> blocks((n + recordsPerBlock - 1) / recordsPerBlock);
+    std::vector<Span> spans(n);
+    std::vector<std::uint8_t> kept(blocks.size(), 0);
+    for (std::size_t k = 0; k < blocks.size(); ++k) {
+        const std::size_t from = k * recordsPerBlock, to = std::min(n, from + recordsPerBlock);
+        bool same = k < m_blocks.size() && std::min(oldCount, from + recordsPerBlock) == to;
+        for (std::size_t i = from; i < to && same; ++i)
+            same = previous[i] == int(i) && textReusable[i];
+        if (same) {
+            kept[k] = 1;
+            std::copy(m_spans.begin() + qsizetype(from), m_spans.begin() + qsizetype(to),
+                      spans.begin() + qsizetype(from));
+            continue;
+        }
+        TextBlock &block = blocks[k];
+        for (std::size_t i = from; i < to; ++i) {
+            if (!textReusable[i]) {
+                appendRecordText(m_items.at(qsizetype(i)), block.text, spans[i]);
+                continue;
+            }
+            const auto was = std::size_t(previous[i]);
+            const Span &span = m_spans[was];
+            spans[i] = {block.text.size(), block.text.size() + (span.end - span.begin), span.wrappedNotes};
+            block.text.append(textOf(was) + span.begin, span.end - span.begin);
+        }
+        countBytes(block);
+    }
+    // Only now: the blocks rebuilt above may have copied text out of the ones kept.
+    for (std::size_t k = 0; k < blocks.size(); ++k) {
+        if (kept[k])
+            blocks[k] = std::move(m_blocks[k]);
+    }
+    m_blocks = std::move(blocks);
+    m_spans = std::move(spans);
+    sumByteCounts();
 }
 
 void FilterEngine::setCollator(const QCollator &collator)
@@ -223,22 +280,28 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
     waitForTextIndex();
     const QList<LinkItem> old = std::exchange(m_items, items);
     const auto n = static_cast<std::size_t>(m_items.size());
+    const auto oldCount = static_cast<std::size_t>(old.size());
 
     // Where each record was before, found by position first and by id when records moved.
     std::vector<int> previous(n, -1);
     QHash<QUuid, int> oldById;
-    bool sameIdsInPlace = old.size() == m_items.size();
-    bool textUnchanged = sameIdsInPlace, datesUnchanged = sameIdsInPlace, titlesUnchanged = sameIdsInPlace;
+    // Every record that was there keeps its position; records may only come or go at the end.
+    bool idsInPlace = true;
+    bool textUnchanged = n == oldCount, datesUnchanged = n == oldCount, titlesUnchanged = n == oldCount;
     std::vector<std::uint8_t> textReusable(n, 0);
     for (std::size_t i = 0; i < n; ++i) {
         const LinkItem &item = m_items.at(qsizetype(i));
         int before = -1;
-        if (qsizetype(i) < old.size() && old[qsizetype(i)].id == item.id) {
+        if (i < oldCount && old[qsizetype(i)].id == item.id) {
             before = int(i);
         } else {
-            sameIdsInPlace = textUnchanged = datesUnchanged = titlesUnchanged = false;
+            textUnchanged = datesUnchanged = titlesUnchanged = false;
+            idsInPlace = idsInPlace && i >= oldCount;
+            // Records added after all the old ones in place are new: no need to index the old ones by id.
+            if (idsInPlace)
+                continue;
             if (oldById.isEmpty()) {
-                for (int j = int(old.size()) - 1; j >= 0; --j)
+                for (int j = int(oldCount) - 1; j >= 0; --j)
                     oldById.insert(old[j].id, j);
             }
             before = oldById.value(item.id, -1);
@@ -258,46 +321,49 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
         m_recentMatches.clear();
         indexTextInBackground();
     } else if (!textUnchanged) {
-        TextIndex index;
-        index.text.reserve(m_text.size() + 1024);
-        index.spans.resize(n);
+        updateText(previous, textReusable, oldCount);
+        // After an edit or an addition, the few records whose text changed are matched again; the
+        // others keep their places, and so their matches.
+        constexpr std::ptrdiff_t mostMatchedAgain = 256;
+        if (idsInPlace && std::count(textReusable.begin(), textReusable.end(), 0) <= mostMatchedAgain)
+            carryMatchesOver(textReusable);
+        else
+            m_recentMatches.clear();
+    }
+
+    if (idsInPlace) {
+        // The common case of an edit, an addition or a star: only the records that changed are looked at.
+        m_sortKeys.resize(n);
+        m_categoryIds.resize(n);
         for (std::size_t i = 0; i < n; ++i) {
-            if (textReusable[i]) {
-                const Span &was = m_spans[std::size_t(previous[i])];
-                index.spans[i] = {index.text.size(), index.text.size() + (was.end - was.begin),
-                                  was.wrappedNotes};
-                index.text.append(m_text, was.begin, was.end - was.begin);
-            } else {
-                appendRecordText(m_items.at(qsizetype(i)), index.text, index.spans[i]);
+            const LinkItem &item = m_items.at(qsizetype(i));
+            const bool fresh = previous[i] != int(i);
+            if (fresh || old[qsizetype(i)].title != item.title)
+                m_sortKeys[i].reset();
+            if (fresh || old[qsizetype(i)].category != item.category)
+                m_categoryIds[i] = categoryId(item.category);
+        }
+    } else {
+        // Keys are copied to records that moved first, then moved to those that stayed in place, so that
+        // a duplicated id never reads a key already moved away.
+        std::vector<std::optional<QCollatorSortKey>> sortKeys(n);
+        for (bool inPlace : {false, true}) {
+            for (std::size_t i = 0; i < n; ++i) {
+                const int before = previous[i];
+                if (before < 0 || std::size_t(before) >= m_sortKeys.size() || (before == int(i)) != inPlace ||
+                    old[before].title != m_items.at(qsizetype(i)).title)
+                    continue;
+                if (inPlace)
+                    sortKeys[i] = std::move(m_sortKeys[std::size_t(before)]);
+                else
+                    sortKeys[i] = m_sortKeys[std::size_t(before)];
             }
         }
-        countBytes(index);
-        m_text = std::move(index.text);
-        m_spans = std::move(index.spans);
-        m_byteCounts = index.byteCounts;
-        m_recentMatches.clear();
+        m_sortKeys = std::move(sortKeys);
+        m_categoryIds.resize(n);
+        for (std::size_t i = 0; i < n; ++i)
+            m_categoryIds[i] = categoryId(m_items.at(qsizetype(i)).category);
     }
-
-    // Keys are copied to records that moved first, then moved to those that stayed in place, so that a
-    // duplicated id never reads a key already moved away.
-    std::vector<std::optional<QCollatorSortKey>> sortKeys(n);
-    for (bool inPlace : {false, true}) {
-        for (std::size_t i = 0; i < n; ++i) {
-            const int before = previous[i];
-            if (before < 0 || std::size_t(before) >= m_sortKeys.size() || (before == int(i)) != inPlace ||
-                old[before].title != m_items.at(qsizetype(i)).title)
-                continue;
-            if (inPlace)
-                sortKeys[i] = std::move(m_sortKeys[std::size_t(before)]);
-            else
-                sortKeys[i] = m_sortKeys[std::size_t(before)];
-        }
-    }
-    m_sortKeys = std::move(sortKeys);
-
-    m_categoryIds.resize(n);
-    for (std::size_t i = 0; i < n; ++i)
-        m_categoryIds[i] = categoryId(m_items.at(qsizetype(i)).category);
 
     if (!datesUnchanged || !titlesUnchanged) {
         std::vector<std::uint8_t> dateKept(n, 0), titleKept(n, 0);
@@ -309,11 +375,10 @@ void FilterEngine::setItems(const QList<LinkItem> &items)
             titleKept[i] = was.title == m_items.at(qsizetype(i)).title;
         }
         for (SortOrder byDate : {SortOrder::recentFirst, SortOrder::oldFirst}) {
-            if (!datesUnchanged && !updateOrder(byDate, previous, std::size_t(old.size()), dateKept))
+            if (!datesUnchanged && !updateOrder(byDate, previous, oldCount, dateKept))
                 m_orders[std::size_t(byDate)].reset();
         }
-        if (!titlesUnchanged &&
-            !updateOrder(SortOrder::alphabetical, previous, std::size_t(old.size()), titleKept))
+        if (!titlesUnchanged && !updateOrder(SortOrder::alphabetical, previous, oldCount, titleKept))
             m_orders[std::size_t(SortOrder::alphabetical)].reset();
     }
 }
@@ -359,16 +424,26 @@ bool FilterEngine::recordMatches(const Query &query, int index) const
         if (query.crossesWindow)
             return matchesSlowly(query, index);
     }
-    return spanContains(query, m_text.data() + span.begin, m_text.data() + span.end);
+    const char *text = textOf(std::size_t(index));
+    return spanContains(query, text + span.begin, text + span.end);
 }
 
 void FilterEngine::scanAll(const Query &query, int first, int last, std::vector<int> &out) const
 {
-    if (first >= last)
-        return;
+    const auto perBlock = int(m_recordsPerBlock);
+    for (int from = first; from < last;) {
+        const int to = std::min(last, (from / perBlock + 1) * perBlock);
+        scanBlock(query, from, to, out);
+        from = to;
+    }
+}
+
+// Records first to last, all in one block.
+void FilterEngine::scanBlock(const Query &query, int first, int last, std::vector<int> &out) const
+{
     // One memchr pass over the whole range instead of one call per record: the rare byte usually
     // lies thousands of bytes apart.
-    const char *base = m_text.data();
+    const char *base = textOf(std::size_t(first));
     const std::string &needle = query.bytes;
     const std::size_t m = needle.size();
     const char rare = needle[query.rareIndex];
@@ -436,6 +511,52 @@ std::vector<int> FilterEngine::scan(const Query &query, const std::vector<int> *
     return std::move(parts[0]);
 }
 
+void FilterEngine::prepareQuery(Query &query) const
+{
+    appendWtf8(query.bytes, query.key);
+    query.slow = query.bytes.find('\0') != std::string::npos;
+    std::uint32_t fewest = std::numeric_limits<std::uint32_t>::max();
+    for (std::size_t i = 0; i < query.bytes.size(); ++i) {
+        const std::uint32_t count = m_byteCounts[static_cast<unsigned char>(query.bytes[i])];
+        if (count < fewest) {
+            fewest = count;
+            query.rareIndex = i;
+        }
+    }
+    static const QString head = searchKey(notesHead.toString());
+    static const QString tail = searchKey(notesTail.toString());
+    query.inHeadOrTail = containsWholeCharacters(QStringView(head).chopped(1), query.key) ||
+                         containsWholeCharacters(QStringView(tail).sliced(1), query.key);
+    const QStringView key = query.key;
+    for (qsizetype j = notesContext + 1; j <= key.size() && !query.crossesWindow; ++j) {
+        query.crossesWindow = (j <= head.size() && key.first(j) == QStringView(head).last(j)) ||
+                              (j <= tail.size() && key.last(j) == QStringView(tail).first(j));
+    }
+}
+
+void FilterEngine::carryMatchesOver(const std::vector<std::uint8_t> &textReusable)
+{
+    std::vector<int> changed;
+    for (std::size_t i = 0; i < textReusable.size(); ++i) {
+        if (!textReusable[i])
+            changed.push_back(int(i));
+    }
+    const auto n = int(textReusable.size());
+    for (Matches &recent : m_recentMatches) {
+        Query query;
+        query.key = recent.key;
+        prepareQuery(query);
+        std::vector<int> &found = recent.items;
+        found.erase(std::remove_if(found.begin(), found.end(),
+                                   [&](int i) { return i >= n || !textReusable[std::size_t(i)]; }),
+                    found.end());
+        for (int i : changed) {
+            if (recordMatches(query, i))
+                found.insert(std::lower_bound(found.begin(), found.end(), i), i);
+        }
+    }
+}
+
 const std::vector<int> *FilterEngine::textMatches(const QString &searchText)
 {
     Query query;
@@ -472,26 +593,7 @@ const std::vector<int> *FilterEngine::textMatches(const QString &searchText)
         }
     }
 
-    appendWtf8(query.bytes, query.key);
-    query.slow = query.bytes.find('\0') != std::string::npos;
-    std::uint32_t fewest = std::numeric_limits<std::uint32_t>::max();
-    for (std::size_t i = 0; i < query.bytes.size(); ++i) {
-        const std::uint32_t count = m_byteCounts[static_cast<unsigned char>(query.bytes[i])];
-        if (count < fewest) {
-            fewest = count;
-            query.rareIndex = i;
-        }
-    }
-    static const QString head = searchKey(notesHead.toString());
-    static const QString tail = searchKey(notesTail.toString());
-    query.inHeadOrTail = containsWholeCharacters(QStringView(head).chopped(1), query.key) ||
-                         containsWholeCharacters(QStringView(tail).sliced(1), query.key);
-    const QStringView key = query.key;
-    for (qsizetype j = notesContext + 1; j <= key.size() && !query.crossesWindow; ++j) {
-        query.crossesWindow = (j <= head.size() && key.first(j) == QStringView(head).last(j)) ||
-                              (j <= tail.size() && key.last(j) == QStringView(tail).first(j));
-    }
-
+    prepareQuery(query);
     Matches matches{query.key, scan(query, candidates)};
     if (!filterEngineTuning().keepRecentMatches)
         m_recentMatches.clear();

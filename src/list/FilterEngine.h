@@ -56,11 +56,17 @@ private:
         bool wrappedNotes = false; // notes stored without the shared head and tail
     };
     struct Query;
+    // The text is cut into blocks of consecutive records, so that a change to a few records rebuilds
+    // their blocks and leaves the others' text where it is.
+    struct TextBlock
+    {
+        std::string text; // the spans of its records point into it
+        std::array<std::uint32_t, 256> byteCounts{};
+    };
     struct TextIndex
     {
-        std::string text;
+        std::vector<TextBlock> blocks;
         std::vector<Span> spans;
-        std::array<std::uint32_t, 256> byteCounts{};
     };
     struct Matches
     {
@@ -69,14 +75,25 @@ private:
     };
 
     static void appendRecordText(const LinkItem &item, std::string &text, Span &span);
-    static void countBytes(TextIndex &index);
+    static void countBytes(TextBlock &block);
+    void sumByteCounts();
+    const char *textOf(std::size_t record) const { return m_blocks[record / m_recordsPerBlock].text.data(); }
+    // Rebuilds the blocks holding a record whose text or position changed; the text of records that
+    // only moved is copied, not computed again.
+    void updateText(const std::vector<int> &previous, const std::vector<std::uint8_t> &textReusable,
+                    std::size_t oldCount);
     // The text of many new records is indexed on another thread: the list can be shown without it,
     // and the first search waits for it.
     void indexTextInBackground();
     void waitForTextIndex();
     const std::vector<int> *textMatches(const QString &searchText);
+    // Fills in what the scan needs to know about `query.key`.
+    void prepareQuery(Query &query) const;
+    // Keeps the recent matches valid across a change that left every record in place.
+    void carryMatchesOver(const std::vector<std::uint8_t> &textReusable);
     std::vector<int> scan(const Query &query, const std::vector<int> *candidates) const;
     void scanAll(const Query &query, int first, int last, std::vector<int> &out) const;
+    void scanBlock(const Query &query, int first, int last, std::vector<int> &out) const;
     void scanCandidates(const Query &query, const int *first, const int *last, std::vector<int> &out) const;
     bool recordMatches(const Query &query, int index) const;
     bool spanContains(const Query &query, const char *begin, const char *end) const;
@@ -92,7 +109,8 @@ private:
     QCollator m_collator;
     QList<LinkItem> m_items;
 
-    std::string m_text;
+    std::size_t m_recordsPerBlock;
+    std::vector<TextBlock> m_blocks;
     std::vector<Span> m_spans;
     std::array<std::uint32_t, 256> m_byteCounts{};
     std::future<TextIndex> m_pendingText;

@@ -15,6 +15,8 @@ struct FilterEngineTuning
     bool carryOrdersOverEdits = true;
     // A whole new list of at least this many records has its text indexed on another thread.
     std::size_t leastIndexedInBackground = 4096;
+    // Records per block of the text index, read when an engine is made.
+    std::size_t recordsPerBlock = 1024;
 };
 
 // Read by every engine of the process at each evaluation or change of records.

@@ -275,7 +275,8 @@ TEST(FilterEngineEquivalence, MatchesFullRecomputationUnderRandomEdits)
         {"nothing remembered", QLocale(QLocale::English), {.splitScans = false, .keepRecentMatches = false}},
         {"every new list indexed in the background",
          QLocale(QLocale::French),
-         {.leastIndexedInBackground = 1}}};
+         {.leastIndexedInBackground = 1, .recordsPerBlock = 3}},
+        {"text in blocks of seven records", QLocale(QLocale::French), {.recordsPerBlock = 7}}};
     for (const auto &setup : setups) {
         SCOPED_TRACE(setup.name);
         const QCollator collator(setup.locale);
