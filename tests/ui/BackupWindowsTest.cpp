@@ -74,8 +74,8 @@ TEST_F(BackupWindowsTest, OneSharedConfigurationWindowFollowsTheStoreAssignsEach
 
     // The window follows the store and writes nothing back; the picker stays enabled while off.
     m_store->setAutoBackupEnabled(false);
-    m_store->setAutoBackupIntervalOption(AutoBackupInterval::fiveMinutes);
     EXPECT_FALSE(toggle->isChecked());
+    m_store->setAutoBackupIntervalOption(AutoBackupInterval::fiveMinutes);
     EXPECT_TRUE(picker->isEnabled());
     EXPECT_EQ(picker->currentText(), u"5 minutes"_s);
     EXPECT_EQ(assigned.count(), 3);
