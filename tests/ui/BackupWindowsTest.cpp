@@ -42,20 +42,22 @@ protected:
     QPointer<BackupConfigWindow> m_shared;
 };
 
-TEST_F(BackupWindowsTest, ConfigurationShowsTheStoresSettingsInOrderAssignsEachGestureAndWritesNothingBack)
+TEST_F(BackupWindowsTest, OneSharedConfigurationWindowFollowsTheStoreAssignsEachGestureAndRevealsTheFolder)
 {
-    BackupConfigWindow window(*m_store);
-    window.show();
-    EXPECT_EQ(window.windowTitle(), u"Configuration sauvegarde"_s);
-    auto *toggle = child<QCheckBox>(&window, u"autoBackupEnabled"_s);
-    auto *picker = child<QComboBox>(&window, u"autoBackupInterval"_s);
-    auto *button = child<QPushButton>(&window, u"openAutoBackupsFolder"_s);
+    BackupConfigWindow *window = BackupConfigWindow::showShared(m_shared, *m_store);
+    ASSERT_NE(window, nullptr);
+    EXPECT_EQ(BackupConfigWindow::showShared(m_shared, *m_store), window);
+    EXPECT_EQ(visibleWindows<BackupConfigWindow>(), QList<BackupConfigWindow *>{window});
+    EXPECT_EQ(window->windowTitle(), u"Configuration sauvegarde"_s);
+    auto *toggle = child<QCheckBox>(window, u"autoBackupEnabled"_s);
+    auto *picker = child<QComboBox>(window, u"autoBackupInterval"_s);
+    auto *button = child<QPushButton>(window, u"openAutoBackupsFolder"_s);
     EXPECT_EQ(toggle->text(), u"Activer la sauvegarde automatique"_s);
     EXPECT_TRUE(toggle->isChecked());
     EXPECT_EQ(choices(picker), (QStringList{u"5 minutes"_s, u"15 minutes"_s, u"1 heure"_s, u"1 jour"_s}));
     EXPECT_EQ(picker->currentText(), u"15 minutes"_s);
     EXPECT_EQ(button->text(), u"Ouvrir le dossier des sauvegardes"_s);
-    auto *pickerRow = child<QWidget>(&window, u"intervalPicker"_s);
+    auto *pickerRow = child<QWidget>(window, u"intervalPicker"_s);
     EXPECT_LT(toggle->y(), pickerRow->y());
     EXPECT_LT(pickerRow->y(), button->y());
 
@@ -72,29 +74,20 @@ TEST_F(BackupWindowsTest, ConfigurationShowsTheStoresSettingsInOrderAssignsEachG
 
     // The window follows the store and writes nothing back; the picker stays enabled while off.
     m_store->setAutoBackupEnabled(false);
-    m_store->setAutoBackupIntervalOption(AutoBackupInterval::fiveMinutes);
     EXPECT_FALSE(toggle->isChecked());
+    m_store->setAutoBackupIntervalOption(AutoBackupInterval::fiveMinutes);
     EXPECT_TRUE(picker->isEnabled());
     EXPECT_EQ(picker->currentText(), u"5 minutes"_s);
     EXPECT_EQ(assigned.count(), 3);
     EXPECT_FALSE(m_store->autoBackupEnabled());
-}
 
-TEST_F(BackupWindowsTest, OneSharedConfigurationWindowRevealsTheFolderAndIsForgottenWhenClosed)
-{
-    BackupConfigWindow *first = BackupConfigWindow::showShared(m_shared, *m_store);
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(BackupConfigWindow::showShared(m_shared, *m_store), first);
-    EXPECT_EQ(visibleWindows<BackupConfigWindow>(), QList<BackupConfigWindow *>{first});
-    click(child<QPushButton>(first, u"openAutoBackupsFolder"_s));
+    click(button);
     EXPECT_EQ(m_workspace.calls,
               std::vector<QString>{u"revealItem "_s + m_as.filePath(u"Fiva/AutoBackups"_s)});
-
-    first->close();
+    // Once closed it is forgotten, and a fresh window shows the values the store has now.
+    window->close();
     flushDeletions();
     EXPECT_TRUE(m_shared.isNull());
-    // A fresh window shows the values the store has now.
-    m_store->setAutoBackupEnabled(false);
     m_store->setAutoBackupIntervalOption(AutoBackupInterval::oneHour);
     BackupConfigWindow *second = BackupConfigWindow::showShared(m_shared, *m_store);
     ASSERT_NE(second, nullptr);
@@ -111,7 +104,6 @@ TEST_F(BackupWindowsTest, HistoryListsBackupsNewestFirstInRowsOfFourLinesWhoseLi
     view.show();
     QAbstractItemModelTester tester(view.list()->model(),
                                     QAbstractItemModelTester::FailureReportingMode::Warning);
-    EXPECT_EQ(view.size(), QSize(500, 420));
     EXPECT_TRUE(showsLabel(&view, u"Historique des sauvegardes"_s));
     EXPECT_EQ(view.closeButton()->toolTip(), u"Fermer"_s);
     EXPECT_FALSE(view.closeButton()->icon().isNull());
@@ -129,7 +121,6 @@ TEST_F(BackupWindowsTest, HistoryListsBackupsNewestFirstInRowsOfFourLinesWhoseLi
     const QRect link = view.linkRectOfRow(0);
     EXPECT_TRUE(rect.contains(link)) << "link outside its row";
     EXPECT_GE(rect.height(), 4 * QFontMetrics(view.list()->font()).height());
-    EXPECT_GT(link.top(), rect.top() + rect.height() / 2);
 
     // Clicking elsewhere in the row reveals nothing.
     QWidget *viewport = view.list()->viewport();
