@@ -116,6 +116,31 @@ bool sameText(const LinkItem &a, const LinkItem &b)
     return a.title == b.title && a.path == b.path && a.notes == b.notes;
 }
 
+// What FilterEngine::order gives for the alphabetical order, with keys of its own, for another thread.
+std::vector<int> alphabeticalOrder(const QList<LinkItem> &items, const QCollator &collator)
+{
+    std::vector<int> indexes(std::size_t(items.size()));
+    for (std::size_t i = 0; i < indexes.size(); ++i)
+        indexes[i] = int(i);
+    if (collator.locale() == QLocale::c()) {
+        std::stable_sort(indexes.begin(), indexes.end(), [&](int a, int b) {
+            return collator.compare(items.at(a).title, items.at(b).title) < 0;
+        });
+        return indexes;
+    }
+    std::vector<QCollatorSortKey> keys;
+    keys.reserve(indexes.size());
+    for (const LinkItem &item : items)
+        keys.push_back(collator.sortKey(item.title));
+    std::stable_sort(indexes.begin(), indexes.end(), [&](int a, int b) {
+        const bool aEmpty = items.at(a).title.isEmpty(), bEmpty = items.at(b).title.isEmpty();
+        if (aEmpty || bEmpty)
+            return aEmpty && !bEmpty;
+        return keys[std::size_t(a)].compare(keys[std::size_t(b)]) < 0;
+    });
+    return indexes;
+}
+
 } // namespace
 
 struct FilterEngine::Query
@@ -135,7 +160,7 @@ FilterEngine::FilterEngine(const QCollator &collator)
 
 FilterEngine::~FilterEngine()
 {
-    waitForTextIndex();
+    waitForBackground();
 }
 
 void FilterEngine::countBytes(TextBlock &block)
@@ -156,7 +181,7 @@ void FilterEngine::sumByteCounts()
 
 void FilterEngine::indexTextInBackground()
 {
-    const auto build = [items = m_items, recordsPerBlock = m_recordsPerBlock] {
+    const auto buildText = [](const QList<LinkItem> &items, std::size_t recordsPerBlock) {
         TextIndex index;
         const auto n = std::size_t(items.size());
         index.spans.resize(n);
@@ -169,12 +194,31 @@ void FilterEngine::indexTextInBackground()
     };
     m_blocks.clear();
     m_spans.clear();
+    // One thread, the text first since the first search waits for it, then the alphabetical order, so that
+    // choosing it later costs nothing. A collator of its own: a shared one is set up lazily, unguarded.
+    QCollator collator(m_collator.locale());
+    collator.setCaseSensitivity(m_collator.caseSensitivity());
+    collator.setNumericMode(m_collator.numericMode());
+    collator.setIgnorePunctuation(m_collator.ignorePunctuation());
+    std::promise<TextIndex> text;
+    std::future<TextIndex> textReady = text.get_future();
     try {
-        m_pendingText = std::async(std::launch::async, build);
+        m_pendingAlphabetical =
+            std::async(std::launch::async, [items = m_items, recordsPerBlock = m_recordsPerBlock, collator,
+                                            text = std::move(text), buildText]() mutable {
+                try {
+                    text.set_value(buildText(items, recordsPerBlock));
+                } catch (...) {
+                    text.set_exception(std::current_exception());
+                }
+                return alphabeticalOrder(items, collator);
+            });
+        m_pendingText = std::move(textReady);
     } catch (const std::system_error &) {
-        // No thread to be had: the index is built here, as it was before there was one.
+        // No thread to be had: the text is indexed here, as it was before there was one, and the order is
+        // sorted when it is first asked for.
         std::promise<TextIndex> done;
-        done.set_value(build());
+        done.set_value(buildText(m_items, m_recordsPerBlock));
         m_pendingText = done.get_future();
     }
 }
@@ -187,6 +231,18 @@ void FilterEngine::waitForTextIndex()
     m_blocks = std::move(index.blocks);
     m_spans = std::move(index.spans);
     sumByteCounts();
+}
+
+void FilterEngine::waitForBackground()
+{
+    waitForTextIndex();
+    if (!m_pendingAlphabetical.valid())
+        return;
+    try {
+        m_orders[std::size_t(SortOrder::alphabetical)] = m_pendingAlphabetical.get();
+    } catch (const std::exception &) {
+        // Sorted again when it is asked for.
+    }
 }
 
 void FilterEngine::updateText(const std::vector<int> &previous, const std::vector<std::uint8_t> &textReusable,
@@ -233,6 +289,7 @@ void FilterEngine::updateText(const std::vector<int> &previous, const std::vecto
 
 void FilterEngine::setCollator(const QCollator &collator)
 {
+    waitForBackground();
     m_collator = collator;
     m_sortKeys.assign(m_sortKeys.size(), std::nullopt);
     m_orders[static_cast<std::size_t>(SortOrder::alphabetical)].reset();
@@ -277,7 +334,7 @@ int FilterEngine::categoryId(const QString &category)
 
 void FilterEngine::setItems(const QList<LinkItem> &items)
 {
-    waitForTextIndex();
+    waitForBackground();
     const QList<LinkItem> old = std::exchange(m_items, items);
     const auto n = static_cast<std::size_t>(m_items.size());
     const auto oldCount = static_cast<std::size_t>(old.size());
@@ -635,6 +692,8 @@ const QCollatorSortKey &FilterEngine::sortKey(int index)
 
 const std::vector<int> &FilterEngine::order(SortOrder sortOrder)
 {
+    if (sortOrder == SortOrder::alphabetical)
+        waitForBackground();
     std::optional<std::vector<int>> &cached = m_orders[std::size_t(sortOrder)];
     if (cached)
         return *cached;

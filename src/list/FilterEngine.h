@@ -29,7 +29,10 @@ namespace fiva {
 // - each sort order is a permutation of all records computed once (a stable sort followed by a
 //   filter gives the same list as the filter followed by the stable sort);
 // - long scans are split across threads;
-// - the text of a whole new list is indexed on another thread while the first rows are shown.
+// - the text of a whole new list is indexed on another thread while the first rows are shown, and the
+//   alphabetical order sorted there after it;
+// - an edit, an addition or a star rebuilds only the text block of the records it changed, and
+//   carries the sort orders and recent matches over.
 class FilterEngine final
 {
 public:
@@ -86,6 +89,8 @@ private:
     // and the first search waits for it.
     void indexTextInBackground();
     void waitForTextIndex();
+    // Also for the alphabetical order sorted after the text.
+    void waitForBackground();
     const std::vector<int> *textMatches(const QString &searchText);
     // Fills in what the scan needs to know about `query.key`.
     void prepareQuery(Query &query) const;
@@ -114,6 +119,7 @@ private:
     std::vector<Span> m_spans;
     std::array<std::uint32_t, 256> m_byteCounts{};
     std::future<TextIndex> m_pendingText;
+    std::future<std::vector<int>> m_pendingAlphabetical;
 
     std::vector<int> m_categoryIds;
     QHash<QString, int> m_categoryIdByRawName;
