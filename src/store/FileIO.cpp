@@ -116,6 +116,12 @@ public:
         : m_path(path), m_shownPath(shownPath.isEmpty() ? path : shownPath)
     {
     }
+    // A new file of its own, made with `mode` (the umask still applies), never through a link left at its
+    // name.
+    FileOutput(const QString &path, const QString &shownPath, mode_t mode)
+        : m_path(path), m_shownPath(shownPath), m_flags(O_EXCL | O_NOFOLLOW), m_mode(mode)
+    {
+    }
     ~FileOutput() override
     {
         if (m_fd >= 0)
@@ -124,7 +130,8 @@ public:
 
     std::optional<QString> reserve(qint64 size) override
     {
-        m_fd = ::open(QFile::encodeName(m_path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+        m_fd =
+            ::open(QFile::encodeName(m_path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC | m_flags, m_mode);
         if (m_fd < 0)
             return failure(errno);
         struct stat info
@@ -182,6 +189,8 @@ private:
 
     QString m_path;
     QString m_shownPath;
+    int m_flags = 0;
+    mode_t m_mode = 0666;
     int m_fd = -1;
     qint64 m_size = 0;
     bool m_regular = true;
@@ -217,7 +226,9 @@ template <typename Write> std::optional<QString> writeReplacing(const QString &p
         return output.finish();
     }
     Replacement replacement(path);
-    FileOutput output(replacement.temporaryPath(), path);
+    // Made with the target's permission bits from the start: a private data file must not be readable by
+    // others as a temporary copy while it is written.
+    FileOutput output(replacement.temporaryPath(), path, replacement.targetMode().value_or(0666) & 0777);
     if (auto error = write(output))
         return error;
     if (auto error = output.finish())
@@ -336,6 +347,16 @@ Replacement::~Replacement()
 {
     if (!m_committed)
         ::unlink(QFile::encodeName(m_temporary).constData());
+}
+
+std::optional<mode_t> Replacement::targetMode() const
+{
+    struct stat info
+    {
+    };
+    if (::stat(QFile::encodeName(m_target).constData(), &info) != 0 || !S_ISREG(info.st_mode))
+        return std::nullopt;
+    return info.st_mode & 07777;
 }
 
 std::optional<QString> Replacement::commit()

@@ -8,6 +8,8 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <sys/types.h>
+
 #include <optional>
 
 // Whole-file reading and writing for the store's JSON files. Failures come back as a description
@@ -65,6 +67,8 @@ public:
     const QString &targetPath() const { return m_target; }
     // A name in the target's folder that did not exist when asked for.
     const QString &temporaryPath() const { return m_temporary; }
+    // The permission bits of the file to replace; none when there is no regular file yet.
+    std::optional<mode_t> targetMode() const;
     // Flushes the temporary file to disk, gives it the permission bits of the file it replaces
     // (when there is one), renames it over the target and flushes the folder.
     std::optional<QString> commit();
