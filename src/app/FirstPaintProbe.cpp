@@ -6,48 +6,65 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <functional>
 #include <time.h>
+#include <utility>
 
 namespace fiva {
 
 namespace {
 
-class FirstPaintProbe final : public QObject
+// Calls its action once, just after the first paint of the list it watches has been delivered.
+class FirstPaintWatch final : public QObject
 {
 public:
-    explicit FirstPaintProbe(QAbstractItemView *list) : QObject(list), m_list(list) {}
+    FirstPaintWatch(QAbstractItemView *list, std::function<void()> action)
+        : QObject(list), m_action(std::move(action))
+    {
+    }
 
     bool eventFilter(QObject *watched, QEvent *event) override
     {
-        if (event->type() == QEvent::Paint && !m_seen) {
-            m_seen = true;
-            // Reported once the paint in progress has been delivered, not as it begins.
-            QTimer::singleShot(0, this, [this] {
-                timespec now{};
-                clock_gettime(CLOCK_MONOTONIC, &now);
-                std::printf("first-paint %lld rows %d\n",
-                            static_cast<long long>(now.tv_sec) * 1'000'000'000LL + now.tv_nsec,
-                            m_list->model() ? m_list->model()->rowCount() : 0);
-                std::fflush(stdout);
-                QCoreApplication::exit(0);
-            });
+        if (event->type() == QEvent::Paint && m_action) {
+            // Once the paint in progress has been delivered, not as it begins.
+            QTimer::singleShot(0, this, std::exchange(m_action, {}));
         }
         return QObject::eventFilter(watched, event);
     }
 
 private:
-    QAbstractItemView *m_list;
-    bool m_seen = false;
+    std::function<void()> m_action;
 };
+
+QAbstractItemView *recordList(QWidget *window)
+{
+    return window ? window->findChild<QAbstractItemView *>(QStringLiteral("recordList")) : nullptr;
+}
 
 } // namespace
 
+void afterFirstPaint(QWidget *window, std::function<void()> action)
+{
+    if (QAbstractItemView *list = recordList(window))
+        list->viewport()->installEventFilter(new FirstPaintWatch(list, std::move(action)));
+    else
+        QTimer::singleShot(0, std::move(action));
+}
+
 void watchFirstPaintIfAsked(QWidget *window)
 {
-    if (qEnvironmentVariableIsEmpty("FIVA_FIRST_PAINT_PROBE") || !window)
+    QAbstractItemView *list = recordList(window);
+    if (qEnvironmentVariableIsEmpty("FIVA_FIRST_PAINT_PROBE") || !list)
         return;
-    if (auto *list = window->findChild<QAbstractItemView *>(QStringLiteral("recordList")))
-        list->viewport()->installEventFilter(new FirstPaintProbe(list));
+    afterFirstPaint(window, [list] {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        std::printf("first-paint %lld rows %d\n",
+                    static_cast<long long>(now.tv_sec) * 1'000'000'000LL + now.tv_nsec,
+                    list->model() ? list->model()->rowCount() : 0);
+        std::fflush(stdout);
+        QCoreApplication::exit(0);
+    });
 }
 
 } // namespace fiva

@@ -2,6 +2,7 @@
 
 #include "app/AboutWindow.h"
 #include "app/AppInfo.h"
+#include "app/FirstPaintProbe.h"
 #include "app/MainWindow.h"
 #include "app/PdfWindow.h"
 #include "platform/Dialogs.h"
@@ -59,7 +60,7 @@ void bringForward(QWidget *window)
 FivaApp::FivaApp(AppServices services, QObject *parent)
     : QObject(parent), m_services(std::move(services)), m_qtTexts(installQtTexts()),
       m_store(std::make_unique<LinkStore>(m_services.paths, m_services.workspace, m_services.clock,
-                                          m_services.timerPeriod)),
+                                          m_services.timerPeriod, LinkStore::StartupRewrite::whenAsked)),
       m_helpCommands(m_services.resources, m_services.dialogs, m_services.workspace)
 {
     m_store->setDialogs(&m_services.dialogs);
@@ -73,10 +74,18 @@ FivaApp::FivaApp(AppServices services, QObject *parent)
     // The window's own toolbar area rather than a bar inside the content.
     m_mainWindow->addToolBar(Qt::TopToolBarArea, content->toolBar());
     buildMenus();
+    // The comparison behind the start-up rewrite is a whole encode of the data: not on the way to the
+    // first sight of the list.
+    afterFirstPaint(m_mainWindow.get(), [store = QPointer<LinkStore>(m_store.get())] {
+        if (store)
+            store->finishStartup();
+    });
 }
 
 FivaApp::~FivaApp()
 {
+    // A window closed before its list was ever painted still stores what the file lacked.
+    m_store->finishStartup(true);
     if (m_mainWindow)
         m_mainWindow->saveWindowState();
     // Every window holds the store: they go first.

@@ -19,10 +19,12 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
+#include <QMetaObject>
 #include <QSet>
 #include <QTimer>
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 namespace fiva {
@@ -40,7 +42,7 @@ const QString &dataFileName()
 } // namespace
 
 LinkStore::LinkStore(const Paths &paths, Workspace &workspace, const Clock &clock, TimerPeriod timerPeriod,
-                     QObject *parent)
+                     StartupRewrite startupRewrite, QObject *parent)
     : QObject(parent), m_paths(paths), m_workspace(workspace), m_clock(clock),
       m_timerPeriod(std::move(timerPeriod)), m_categories{uncategorized()}
 {
@@ -49,9 +51,58 @@ LinkStore::LinkStore(const Paths &paths, Workspace &workspace, const Clock &cloc
     setupAutoBackupTimer();
     load();
     loadBackupHistory();
+    if (startupRewrite == StartupRewrite::beforeReturning)
+        finishStartup(true);
 }
 
-LinkStore::~LinkStore() = default;
+LinkStore::~LinkStore()
+{
+    // Its answer, queued for this store, is dropped with it.
+    if (m_startupCheck.valid())
+        m_startupCheck.wait();
+}
+
+void LinkStore::finishStartup(bool wait)
+{
+    if (!m_startupData || (m_startupCheck.valid() && !wait))
+        return;
+    const auto decide = [this, stamp = m_startupStamp](bool same) {
+        if (!m_startupData)
+            return;
+        const SavedData loaded = *std::exchange(m_startupData, std::nullopt);
+        if (same)
+            return;
+        const LockScope lock(*this);
+        if (!lock.error().isEmpty()) {
+            console::print(u"❌ Erreur save:", lock.error());
+            Q_EMIT saveFailed();
+            return;
+        }
+        // Another writer's file is newer than what was loaded: it is not to be replaced by older data,
+        // and the watcher brings it in.
+        if (fileio::stampOf(dataFileURL()) == stamp)
+            writeDataFile(loaded);
+    };
+    const QString path = dataFileURL();
+    if (wait) {
+        // The answer the other thread queues finds the decision taken.
+        decide(m_startupCheck.valid() ? m_startupCheck.get() : fileio::holdsDocument(path, *m_startupData));
+        return;
+    }
+    const auto compare = [this, path, loaded = *m_startupData, decide] {
+        const bool same = fileio::holdsDocument(path, loaded);
+        QMetaObject::invokeMethod(
+            this, [decide, same] { decide(same); }, Qt::QueuedConnection);
+        return same;
+    };
+    try {
+        m_startupCheck = std::async(std::launch::async, compare);
+    } catch (const std::system_error &) {
+        std::promise<bool> done;
+        done.set_value(compare());
+        m_startupCheck = done.get_future();
+    }
+}
 
 QString LinkStore::uncategorized()
 {
@@ -201,6 +252,11 @@ bool LinkStore::save()
 
 bool LinkStore::writeDataFile()
 {
+    return writeDataFile(SavedData{m_items, m_categories, m_lastBackupDate});
+}
+
+bool LinkStore::writeDataFile(const SavedData &data)
+{
     const auto fail = [this](const QString &description) {
         console::print(u"❌ Erreur save:", description);
         Q_EMIT saveFailed();
@@ -212,7 +268,9 @@ bool LinkStore::writeDataFile()
     const QString path = dataFileURL();
     if (path.isEmpty())
         return fail(noDataFolder());
-    if (const auto error = fileio::writeDocument(path, SavedData{m_items, m_categories, m_lastBackupDate}))
+    // A save writes everything the start-up rewrite would.
+    m_startupData.reset();
+    if (const auto error = fileio::writeDocument(path, data))
         return fail(*error);
     m_dataStamp = fileio::stampOf(path);
     return true;
@@ -265,6 +323,8 @@ bool LinkStore::reloadDataFile()
     if (decoded) {
         SavedData data = std::move(decoded).value();
         m_dataStamp = stamp;
+        // Another writer's file: the start-up rewrite of older data is off.
+        m_startupData.reset();
         setItems(std::move(data.items));
         setCategories(std::move(data.categories));
         m_lastBackupDate = data.lastBackupDate;
@@ -397,12 +457,12 @@ void LinkStore::load()
     setCategories(std::move(data->categories));
     m_lastBackupDate = data->lastBackupDate;
     Q_EMIT lastBackupDateChanged();
-    // Saves, so that ids and creation dates the file lacked are stored from now on. A file that
-    // already holds exactly those bytes is left as it is: writing 77 MB again would change nothing
-    // but its date, and would keep the window of a large file from showing for a third of a second.
+    // Saved (by finishStartup), so that ids and creation dates the file lacked are stored from now on.
+    // A file that already holds exactly those bytes is left as it is: writing 77 MB again would change
+    // nothing but its date. The window asks for it once it shows, the comparison being a whole encode.
     if (lock.error().isEmpty()) {
-        if (!fileio::holdsDocument(dataFileURL(), SavedData{m_items, m_categories, m_lastBackupDate}))
-            writeDataFile();
+        m_startupData = SavedData{m_items, m_categories, m_lastBackupDate};
+        m_startupStamp = stamp;
     } else {
         console::print(u"❌ Erreur save:", lock.error());
         Q_EMIT saveFailed();

@@ -3,6 +3,7 @@
 #include "model/AutoBackupInterval.h"
 #include "model/BackupLog.h"
 #include "model/LinkItem.h"
+#include "model/SavedData.h"
 #include "model/Timestamp.h"
 #include "store/FileIO.h"
 
@@ -14,6 +15,7 @@
 
 #include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 
@@ -28,7 +30,6 @@ class Dialogs;
 class Paths;
 class Workspace;
 struct RestoreUndo;
-struct SavedData;
 
 // How long the automatic-backup timer waits for an interval. The application uses the interval's
 // real length; tests pass something short so that nothing waits minutes.
@@ -63,9 +64,23 @@ class LinkStore final : public QObject
 public:
     // Sets the initial values, starts the automatic-backup timer, loads the data file and then
     // the backup history.
+    // When the data file is rewritten after loading, so that ids and dates it lacked are stored: before
+    // the constructor returns, or once finishStartup() is called.
+    enum class StartupRewrite {
+        beforeReturning,
+        whenAsked,
+    };
+
     LinkStore(const Paths &paths, Workspace &workspace, const Clock &clock,
-              TimerPeriod timerPeriod = realTimerPeriod, QObject *parent = nullptr);
+              TimerPeriod timerPeriod = realTimerPeriod,
+              StartupRewrite startupRewrite = StartupRewrite::beforeReturning, QObject *parent = nullptr);
     ~LinkStore() override;
+
+    // The start-up rewrite of StartupRewrite::whenAsked. The comparison of the file with the loaded data
+    // runs on another thread; back on this one, the file is rewritten when they differ and nothing has
+    // written it meanwhile (a save since holds all the rewrite would add). `wait` does it all before
+    // returning.
+    void finishStartup(bool wait = false);
 
     // The fallback category of records whose category is deleted, and the initial sole entry.
     static QString uncategorized();
@@ -270,6 +285,7 @@ private:
     bool change(const std::function<bool()> &apply);
     // Writes the data file as it is in memory and remembers its stamp; no lock, no reload.
     bool writeDataFile();
+    bool writeDataFile(const SavedData &data);
     bool reloadDataFile();
     bool reloadHistoryFile();
     void rearmWatcher();
@@ -310,6 +326,11 @@ private:
     QFileSystemWatcher *m_watcher = nullptr;
     QTimer *m_reloadTimer = nullptr;
     QString m_setAsideDataFile;
+    // The data as loaded, while the start-up rewrite has still to be decided; any write of the data
+    // file clears it.
+    std::optional<SavedData> m_startupData;
+    fileio::FileStamp m_startupStamp;
+    std::future<bool> m_startupCheck;
     QString m_startupFailure;
 };
 

@@ -5,6 +5,7 @@
 #include <QLocale>
 #include <QMetaProperty>
 #include <QSignalSpy>
+#include <QTest>
 #include <QTimer>
 
 #include <functional>
@@ -49,25 +50,63 @@ TEST_F(StoreTest, FirstStartWithoutDataFileKeepsInitialValuesAndWritesNothing)
                        "backupHistory backupHistoryChanged,lastBackupDate lastBackupDateChanged"));
 }
 
+// The rewrite happens in the constructor, or (for the window) once asked, on another thread; in both, a
+// save or another writer's file since the load wins over the loaded data.
 TEST_F(StoreTest, SuccessfulStartRewritesTheFileOnceInFileOrderThenSortsInMemory)
 {
-    QLocale::setDefault(QLocale(QLocale::French, QLocale::France));
     // No id and no createdAt: both are made at reading and must reach the disk.
-    writeBytes(dataFile(),
-               QByteArrayLiteral(R"({"items":[{"title":"T","path":"/nowhere","category":"Zèbre"}],)"
-                                 R"("categories":["Zèbre","école","Etude","abc"]})"));
-    auto store = start();
-    QLocale::setDefault(QLocale::c());
-
-    EXPECT_EQ(m_startOutput, QString());
-    ASSERT_EQ(store->items().size(), 1);
-    EXPECT_FALSE(store->items().first().id.isNull());
-    EXPECT_EQ(store->items().first().createdAt, newYear2025);
-    EXPECT_EQ(store->items().first().kind, LinkKind::file);
+    const QByteArray original =
+        QByteArrayLiteral(R"({"items":[{"title":"T","path":"/nowhere","category":"Zèbre"}],)"
+                          R"("categories":["Zèbre","école","Etude","abc"]})");
     const QStringList fileOrder{u"Zèbre"_s, u"école"_s, u"Etude"_s, u"abc"_s};
-    EXPECT_EQ(store->categories(), (QStringList{fileOrder[3], fileOrder[1], fileOrder[2], fileOrder[0]}));
-    EXPECT_EQ(readBytes(dataFile()),
-              json::encode(SavedData{store->items(), fileOrder, std::nullopt}).value());
+    const QByteArray outside =
+        json::encode(SavedData{{makeItem(u"Dehors"_s, perso)}, {perso}, std::nullopt}).value();
+    using Mode = LinkStore::StartupRewrite;
+    enum class Meanwhile { nothing, save, otherWriter };
+    const struct
+    {
+        const char *name;
+        Mode mode;
+        Meanwhile meanwhile;
+    } cases[]{{"before returning", Mode::beforeReturning, Meanwhile::nothing},
+              {"when asked", Mode::whenAsked, Meanwhile::nothing},
+              {"when asked, after a save", Mode::whenAsked, Meanwhile::save},
+              {"when asked, after another writer", Mode::whenAsked, Meanwhile::otherWriter}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        writeBytes(dataFile(), original);
+        QLocale::setDefault(QLocale(QLocale::French, QLocale::France));
+        StdoutCapture capture;
+        LinkStore store(m_paths, m_workspace, m_clock, realTimerPeriod, c.mode);
+        QLocale::setDefault(QLocale::c());
+        EXPECT_EQ(capture.finish(), QString());
+        ASSERT_EQ(store.items().size(), 1);
+        EXPECT_FALSE(store.items().first().id.isNull());
+        EXPECT_EQ(store.items().first().createdAt, newYear2025);
+        EXPECT_EQ(store.items().first().kind, LinkKind::file);
+        EXPECT_EQ(store.categories(), (QStringList{fileOrder[3], fileOrder[1], fileOrder[2], fileOrder[0]}));
+        const QByteArray rewritten = json::encode(SavedData{store.items(), fileOrder, std::nullopt}).value();
+        EXPECT_EQ(readBytes(dataFile()), c.mode == Mode::whenAsked ? original : rewritten);
+
+        QByteArray expected = rewritten;
+        if (c.meanwhile == Meanwhile::save) {
+            store.toggleFavorite(store.items().first().id);
+            expected = readBytes(dataFile());
+            EXPECT_NE(expected, original);
+        } else if (c.meanwhile == Meanwhile::otherWriter) {
+            writeBytes(dataFile(), outside);
+            expected = outside;
+        }
+        store.finishStartup();
+        // The rewrite comes back to this thread as an event; where nothing is to change, the decision
+        // is waited for.
+        if (c.meanwhile == Meanwhile::nothing)
+            (void)QTest::qWaitFor([&] { return readBytes(dataFile()) == expected; }, 5000);
+        else
+            store.finishStartup(true);
+        QCoreApplication::processEvents();
+        EXPECT_EQ(readBytes(dataFile()), expected);
+    }
 }
 
 TEST_F(StoreTest, UnreadableDataFileIsMovedAsideBeforeAnySaveAndTheStoreStartsEmpty)
