@@ -69,7 +69,12 @@ QString address(const LinkItem &item)
 {
     if (item.kind == LinkKind::url)
         return singleLine(item.path);
-    return QUrl::fromLocalFile(item.path).toString(QUrl::FullyEncoded);
+    // A path that starts with two slashes would be read as a network share's host, and its folders
+    // lost; on this system any number of leading slashes names the root.
+    QString path = item.path;
+    while (path.startsWith(u"//"))
+        path.remove(0, 1);
+    return QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded);
 }
 
 void writeLink(QString &out, const QString &indent, const LinkItem &item, NotesConversion notesToPlainText)

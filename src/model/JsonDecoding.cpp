@@ -15,6 +15,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -135,7 +137,8 @@ bool isJsonNumberText(std::string_view t)
 }
 
 // The on-demand reader refuses an exponent of very many digits, which JSON allows and a full parser
-// reads: as zero when it is negative, as out of range when it is not. Such a number is read here
+// reads: as the number it is once its leading zeros are gone, else as zero when it is negative and as
+// out of range when it is not. Such a number is read here
 // from its text, which the reader then has not passed; any other failure stays a syntax failure.
 template <class Source> double jsonDouble(Source &source, bool *readFromText = nullptr)
 {
@@ -153,8 +156,30 @@ template <class Source> double jsonDouble(Source &source, bool *readFromText = n
     if (!isJsonNumberText(token) || exponent == std::string_view::npos)
         throw SyntaxFailure{error};
     const bool zero = token.substr(0, exponent).find_first_of("123456789") == std::string_view::npos;
-    if (!zero && token[exponent + 1] != '-')
+    std::string_view power = token.substr(exponent + 1);
+    const bool negative = power.front() == '-';
+    if (power.front() == '+' || power.front() == '-')
+        power.remove_prefix(1);
+    // Leading zeros change nothing (5E0000 is 5): an exponent that is short once they are gone is read
+    // as written.
+    const std::size_t significant = power.find_first_not_of('0');
+    power = significant == std::string_view::npos ? std::string_view("0") : power.substr(significant);
+    if (!zero && power.size() <= 6) {
+        std::string text(token.substr(0, exponent));
+        text += negative ? "e-" : "e";
+        text += power;
+        double read = 0;
+        const auto [end, result] = std::from_chars(text.data(), text.data() + text.size(), read);
+        if (result == std::errc() && end == text.data() + text.size() && std::isfinite(read)) {
+            if (readFromText)
+                *readFromText = true;
+            return read;
+        }
+        if (result != std::errc::result_out_of_range || !negative)
+            throw SyntaxFailure{error};
+    } else if (!zero && !negative) {
         throw SyntaxFailure{error};
+    }
     if (readFromText)
         *readFromText = true;
     return token.front() == '-' ? -0.0 : 0.0;
