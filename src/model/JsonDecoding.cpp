@@ -884,27 +884,42 @@ QString malformed(error_code code)
 }
 
 // True when the value was judged on its text, which then ran to the end of the document.
-bool checkScalarRoot(od::document &document)
+// True when the value was judged on its text, which then ran to the end of the document `whole`.
+bool checkScalarRoot(od::document &document, std::string_view whole)
 {
-    bool readFromText = false;
+    const auto space = [](char c) { return isJsonSpace(c); };
     switch (take<od::json_type>(document.type())) {
-    case od::json_type::number:
+    case od::json_type::number: {
+        bool readFromText = false;
         jsonDouble(document, &readFromText);
-        break;
+        if (!readFromText)
+            return false;
+        // Judged on its text: only spaces may follow it.
+        const std::string_view token = take<std::string_view>(document.raw_json_token());
+        if (!std::all_of(token.data() + token.size(), whole.data() + whole.size(), space))
+            throw SyntaxFailure{simdjson::TRAILING_CONTENT};
+        return true;
+    }
     case od::json_type::string:
         take<std::string_view>(document.get_string());
-        break;
+        return false;
     case od::json_type::boolean:
-        take<bool>(document.get_bool());
-        break;
-    case od::json_type::null:
-        if (!take<bool>(document.is_null()))
-            throw SyntaxFailure{simdjson::N_ATOM_ERROR};
-        break;
+    case od::json_type::null: {
+        // The reader takes "false2" for false and refuses "null " at the end: an atom is judged on the
+        // text, which must be the atom alone between spaces.
+        const auto first = std::find_if_not(whole.begin(), whole.end(), space);
+        const auto last = std::find_if_not(whole.rbegin(), whole.rend(), space).base();
+        const std::string_view atom(first, last);
+        if (atom != "true" && atom != "false" && atom != "null") {
+            throw SyntaxFailure{atom.starts_with('t')   ? simdjson::T_ATOM_ERROR
+                                : atom.starts_with('f') ? simdjson::F_ATOM_ERROR
+                                                        : simdjson::N_ATOM_ERROR};
+        }
+        return true;
+    }
     default:
         throw SyntaxFailure{simdjson::TAPE_ERROR};
     }
-    return readFromText;
 }
 
 // Input pages are given back a few megabytes at a time: rare system calls, whole large pages.
@@ -1021,15 +1036,8 @@ Result<T> decodeDocument(InputBuffer input, Timestamp now, Document document)
             }
             default:
                 // A bare scalar is valid JSON but never one of our documents; it is still checked.
-                if (checkScalarRoot(text)) {
-                    // Judged on its text: only spaces may follow it.
-                    const std::string_view token = text.raw_json_token();
-                    const char *rest = token.data() + token.size();
-                    const char *end = reinterpret_cast<const char *>(input.data()) + size;
-                    readToTheEnd = std::all_of(rest, end, [](char c) { return isJsonSpace(c); });
-                    if (!readToTheEnd)
-                        throw SyntaxFailure{simdjson::TRAILING_CONTENT};
-                }
+                readToTheEnd = checkScalarRoot(
+                    text, std::string_view(reinterpret_cast<const char *>(input.data()), size));
                 document.rootProblem(state).set(Place{}, document.expectedRoot());
                 break;
             }
