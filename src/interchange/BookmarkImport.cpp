@@ -379,7 +379,8 @@ void Scanner::openList()
 {
     m_sawList = true;
     m_lastRecord = -1;
-    if (int(m_folders.size()) >= maxFolderDepth) {
+    // Inside a list already merged into its ancestor, every list is merged too.
+    if (m_overflow > 0 || int(m_folders.size()) >= maxFolderDepth) {
         ++m_overflow;
         m_plan.depthLimited = true;
         m_pending.reset();
@@ -406,6 +407,13 @@ void Scanner::openList()
     if (!root || m_options.keepRoots) {
         const QString prefix = parent ? parent->childPrefix : QString();
         folder.category = prefix.isEmpty() ? pending.name : prefix + categorySeparator + pending.name;
+        // An export writes each level of a category as a folder inside the file's own top list: a
+        // category of more levels than that leaves room for would not come back whole.
+        if (folder.category.count(categorySeparator) + 1 >= maxFolderDepth) {
+            ++m_overflow;
+            m_plan.depthLimited = true;
+            return;
+        }
         folder.childPrefix = folder.category;
         folder.ownsCategory = true;
     }
