@@ -888,8 +888,20 @@ QString malformed(error_code code)
 bool checkScalarRoot(od::document &document, std::string_view whole)
 {
     const auto space = [](char c) { return isJsonSpace(c); };
+    const auto first = std::find_if_not(whole.begin(), whole.end(), space);
+    const auto last = std::find_if_not(whole.rbegin(), whole.rend(), space).base();
+    const std::string_view atom = first < last ? std::string_view(first, last) : std::string_view();
     switch (take<od::json_type>(document.type())) {
     case od::json_type::number: {
+        // The reader misjudges a number followed by a long run of spaces: a plain one is judged on its
+        // text, the rest as any other number.
+        double value = 0;
+        const auto [end, result] = std::from_chars(atom.data(), atom.data() + atom.size(), value);
+        if (isJsonNumberText(atom) && end == atom.data() + atom.size() &&
+            ((result == std::errc() && std::isfinite(value)) ||
+             (result == std::errc::result_out_of_range && atom.find("e-") != std::string_view::npos) ||
+             (result == std::errc::result_out_of_range && atom.find("E-") != std::string_view::npos)))
+            return true;
         bool readFromText = false;
         jsonDouble(document, &readFromText);
         if (!readFromText)
@@ -907,9 +919,6 @@ bool checkScalarRoot(od::document &document, std::string_view whole)
     case od::json_type::null: {
         // The reader takes "false2" for false and refuses "null " at the end: an atom is judged on the
         // text, which must be the atom alone between spaces.
-        const auto first = std::find_if_not(whole.begin(), whole.end(), space);
-        const auto last = std::find_if_not(whole.rbegin(), whole.rend(), space).base();
-        const std::string_view atom(first, last);
         if (atom != "true" && atom != "false" && atom != "null") {
             throw SyntaxFailure{atom.starts_with('t')   ? simdjson::T_ATOM_ERROR
                                 : atom.starts_with('f') ? simdjson::F_ATOM_ERROR
